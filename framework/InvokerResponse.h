@@ -1,0 +1,49 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+class CommsChannelIfc;
+
+namespace mirel {
+class AnswerSink;
+struct Answer;
+} // namespace mirel
+
+/// The way back to the caller of one request. The first of `answer`, `answerError` and destruction
+/// decides what the caller gets; a response destroyed unanswered answers with a failure, so that no
+/// caller waits for a request that nobody will run.
+///
+/// May be used by one thread at a time, at any time, also after its channel is gone.
+class InvokerResponse {
+public:
+    /// The strings are copied. `channel` is used in here only and may be null. The last argument
+    /// is not used.
+    InvokerResponse(CommsChannelIfc* channel, std::string& sourceChannel,
+                    std::string& callbackChannel, std::string& protocol, std::string& interface,
+                    long requestId, std::string& proxyCallMode, std::string& remoteContext, int);
+
+    InvokerResponse(const InvokerResponse&) = delete;
+    InvokerResponse& operator=(const InvokerResponse&) = delete;
+
+    /// A derived response's destructor may throw; the library survives that.
+    virtual ~InvokerResponse() noexcept(false);
+
+    /// Answers with data. False, without effect, when the request has been answered already.
+    bool answer(std::string data);
+
+    /// Answers with a failure that `text` explains. False as above.
+    bool answerError(std::string text);
+
+    bool answered() const;
+
+private:
+    bool send(bool succeeded, std::string data);
+
+    std::shared_ptr<mirel::AnswerSink> m_sink;
+    bool m_answered = false;
+    const long m_requestId;
+    const std::string m_sourceChannel;
+    const std::string m_callbackChannel;
+};

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "framework/MirelThreadPriority.h"
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+namespace mirel {
+class ThreadRecord;
+}
+
+/// An object with a thread body. `Threader` starts an OS thread that calls `run()`. The OS thread
+/// can be joined until somebody has waited for it; who detaches it (with `pthread_detach`) must see
+/// to it that nobody waits for it.
+///
+/// Threads: `threadId` and `waitForThreadCompletion` may be called by any thread while the object
+/// lives. The OS thread does not touch the object after `run()` has returned, so `run()` may end
+/// with `delete this`.
+///
+/// A copy stands for the same OS thread as its original and may outlive it: who wants to wait for a
+/// thread whose object deletes itself takes a copy first and waits on the copy. An OS thread that
+/// is ending may start another one for its object; the copies stand for that one then.
+class Threadable {
+public:
+    Threadable() = default;
+    Threadable(const Threadable& other);
+    Threadable& operator=(const Threadable&) = delete;
+
+    virtual ~Threadable() {}
+
+    /// The body of the thread.
+    virtual void run() = 0;
+
+    /// The priority at which the framework runs the thread; read once, when the thread starts.
+    virtual MirelThreadPriority getThreadPriorityForPlatform() = 0;
+
+    /// What kind of thread this is; the OS thread is named after it.
+    virtual std::string type();
+
+    /// Identifier of the OS thread that runs this object, a value that `pthread_detach` accepts.
+    /// Valid before `run()` begins; 0 while no thread has been started.
+    unsigned long threadId() const;
+
+    /// Identifier of the calling thread.
+    static unsigned long currentThreadId();
+
+    /// Returns when this object's OS thread has ended; at once when none was started or when it
+    /// has been waited for before. Not to be called on that thread itself.
+    void waitForThreadCompletion();
+
+private:
+    friend class Threader;
+
+    /// 0 until a thread has been started; set after `m_record`, so whoever reads an identifier
+    /// from it may read `m_record` too.
+    std::atomic<unsigned long> m_threadId{0};
+
+    /// Written once, by the first start that succeeds; shared with the copies and the OS thread.
+    std::shared_ptr<mirel::ThreadRecord> m_record;
+};

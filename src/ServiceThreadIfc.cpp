@@ -1,0 +1,3 @@
+#include "ServiceThreadIfc.h"
+
+ServiceThreadIfc::~ServiceThreadIfc() = default;
