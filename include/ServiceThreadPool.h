@@ -1,0 +1,78 @@
+#pragma once
+
+#include "ServiceThreadPoolIfc.h"
+
+#include <atomic>
+#include <cstdint>
+#include <list>
+#include <vector>
+
+class InvokeInterceptorDispatcher;
+class Semaphore;
+class ServiceThread_MT;
+class Threader;
+
+/// Keeps workers of three priorities and hands out inline threads.
+///
+/// Workers are made when they are first needed. Up to `maxPoolSize` of them, over all priorities
+/// together, are reusable and wait idle between pieces of work, in a first-in first-out list of
+/// their priority; beyond that, temporary ones are made, which end after one hand-out. So nobody
+/// ever waits for a worker, and nothing limits their number but the system.
+///
+/// Any thread may call any function except `shutdown` and the destructor, which are the owner's. A
+/// worker inside its completion callback may take threads while the owner is in `shutdown`; nobody
+/// else may.
+class [[gnu::visibility("default")]] ServiceThreadPool : public ServiceThreadPoolIfc {
+public:
+    /// Creates no thread. `dispatcher` is handed to every service thread; not owned, may be null.
+    /// With `maxPoolSize` 0 or less every worker is temporary.
+    ServiceThreadPool(int maxPoolSize, InvokeInterceptorDispatcher* dispatcher);
+
+    ServiceThreadPool(const ServiceThreadPool&) = delete;
+    ServiceThreadPool& operator=(const ServiceThreadPool&) = delete;
+
+    int availableThreads(MirelThreadPriority priority) override;
+    ServiceThreadIfc* getThread(MirelThreadPriority priority, bool multiThreaded) override;
+    bool returnThread(ServiceThreadIfc * thread) override;
+
+    /// Shuts down, then frees what the pool owns.
+    virtual ~ServiceThreadPool();
+
+    /// A thread of priority 1.
+    ServiceThreadIfc* getThread(bool multiThreaded);
+
+    /// Number of reusable workers created so far. Any thread may ask.
+    int poolSize();
+    int maxPoolSize();
+
+    /// Ends every worker that the pool created, waiting for each; a worker that runs something ends
+    /// after it. The pool may be used again afterwards (its reusable workers stay counted against
+    /// the limit), and shut down again.
+    void shutdown();
+
+private:
+    friend class PoolInspector; // lets tests look at the containers
+
+    std::list<ServiceThreadIfc*>& idleThreads(MirelThreadPriority priority);
+    ServiceThread_MT* createWorker(MirelThreadPriority priority);
+    void startWorker(ServiceThreadIfc * worker);
+    bool forget(ServiceThreadIfc * worker);
+    ServiceThreadIfc* takeThreadToDestroy();
+
+    const int m_maxPoolSize;
+
+    // Guarded by m_ppoolLock; m_poolSize and m_pdestroyingThread are also read without it. A worker
+    // in an idle list is reusable, waits for work, and is in m_pallThreads as well.
+    std::atomic<int> m_poolSize;
+    std::vector<ServiceThreadIfc*>* const m_pallThreads;           ///< owned; in order of creation
+    std::vector<std::list<ServiceThreadIfc*>*> m_availableThreads; ///< owned lists, by priority
+
+    Threader* const m_pthreader;  ///< owned
+    Semaphore* const m_ppoolLock; ///< owned
+    InvokeInterceptorDispatcher* const m_pinterceptorDispatcher;
+
+    /// The worker that `shutdown` is destroying, or destroyed last.
+    std::atomic<ServiceThreadIfc*> m_pdestroyingThread;
+
+    std::uint64_t m_handOuts = 0; ///< workers handed out so far; guarded by m_ppoolLock
+};
