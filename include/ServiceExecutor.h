@@ -1,0 +1,171 @@
+#pragma once
+
+#include "DelayedMessage.h"
+#include "ServiceExecCallbackIfc.h"
+#include "framework/Semaphore.h"
+#include "framework/Threadable.h"
+
+#include <atomic>
+#include <map>
+#include <queue>
+#include <set>
+#include <string>
+
+class CaughtException;
+class CommsChannelDataContainerMessage;
+class CommsChannelIfc;
+class FrameworkContext;
+class InvokeInterceptorDispatcher;
+class MirelException;
+class ServiceThreadPoolIfc;
+class Threader;
+
+/// Runs one service: reads the service's channel on a thread of its own, one message at a time, and
+/// has each message run.
+///
+/// A message of type 6 is a timer event, one that names a protocol and an interface is an invoker
+/// request, any other is a legacy message. A single-threaded executor runs requests and timer
+/// events on its own thread; a multi-threaded one on workers of its pool. Legacy messages always
+/// run on the executor's thread.
+///
+/// What a multi-threaded executor guarantees for the requests of one source channel:
+///
+///  1. They start in the order in which they were read, whatever their priorities.
+///  2. They run one at a time: a request starts after the one before it has returned or thrown, and
+///     after its copy of the data has been freed. All that the earlier one wrote is visible to the
+///     later one, on whatever worker it runs.
+///  3. A request that fails does not hold up the next one.
+///  4. Each request that found an invoker is run once, or its response is destroyed once. Destroyed
+///     are the responses of requests that fail, that the pool has no thread for, and that are still
+///     held back when the executor is destroyed or whose worker is told to stop.
+///
+/// and between source channels:
+///
+///  5. A channel never waits for another channel's requests: it has a worker of its own while it
+///  has
+///     work. There is no order between channels.
+///
+/// Not guaranteed: that a channel stays on one worker (it moves when the priority changes); any
+/// order of timer events and legacy messages with respect to requests; any bound on the number of
+/// held-back requests or of workers (a channel that limits what it reads ahead is the place for
+/// it).
+///
+/// Failures. What service code throws on a service thread is reported there and ends nothing. What
+/// reaches the executor's own loop (from a legacy message, from finding or initialising an invoker,
+/// from creating the service, from the pool, from timer data that cannot be read) is published as
+/// one report and ends the loop; `hasStarted()` stays true then.
+///
+/// Threads and lifetime. The host's thread constructs, calls `startThread`, later `shutdown`, and
+/// then destroys. The executor must outlive every worker that still runs one of its requests: shut
+/// the pool down, or see all its requests done, before destroying the executor; destroy the pool
+/// after it has stopped being used by any executor.
+class [[gnu::visibility("default")]] ServiceExecutor : public ServiceExecCallbackIfc,
+                                                       public Threadable {
+public:
+    /// An executor without channel, context and pool. It serves nothing and reports priority 1.
+    ServiceExecutor();
+
+    /// For a service object that exists. `serviceInterface` names the interfaces offered: a request
+    /// is accepted when its interface's name occurs anywhere in it. The executor takes over
+    /// `channel`; everything else must outlive it. `dispatcher` may be null.
+    ServiceExecutor(Executable * executable, CommsChannelIfc * channel,
+                    std::string serviceInterface, FrameworkContext * fwkContext,
+                    ServiceThreadPoolIfc * pool, InvokeInterceptorDispatcher * dispatcher,
+                    bool multiThreaded);
+
+    /// For a service that the framework creates from these names when the first message arrives.
+    /// Mind the order: library, creator, interface.
+    ServiceExecutor(std::string libraryName, std::string creatorName, std::string serviceInterface,
+                    CommsChannelIfc * channel, FrameworkContext * fwkContext,
+                    ServiceThreadPoolIfc * pool, InvokeInterceptorDispatcher * dispatcher,
+                    bool multiThreaded);
+
+    ServiceExecutor(const ServiceExecutor&) = delete;
+    ServiceExecutor& operator=(const ServiceExecutor&) = delete;
+
+    bool reuseThreadForDelayedMessage(ServiceThreadIfc * thread) override;
+
+    /// Destroys the responses of the requests still held back, then the channel. Does not stop or
+    /// wait for the thread: call `shutdown` first.
+    ~ServiceExecutor() override;
+
+    /// The thread's body: reads and dispatches until a read fails or a failure ends the loop.
+    void run() override;
+
+    MirelThreadPriority getThreadPriorityForPlatform() override;
+    std::string type() override;
+
+    /// Has `threader` start the executor's thread. Returns and throws what its `createThread` does.
+    int startThread(Threader & threader, unsigned long& threadId);
+
+    /// True from the start of the loop until a read fails. Any thread may ask.
+    bool hasStarted();
+
+    /// Closes the channel, which ends the loop, and waits until the executor's thread has ended. At
+    /// once when the thread never started or was waited for before. Requests that workers run or
+    /// hold back are not waited for. Not to be called on the executor's own thread.
+    void shutdown();
+
+    // The road of one message, in its order. Called by the executor's own thread only.
+
+    void processMessage();
+    bool blockUntilMessageRead(CommsChannelDataContainerMessage & msg);
+    void initService();
+
+    void executeTimerEvent(std::string data, MirelThreadPriority priority,
+                           std::string sourceChannel, std::string destChannel);
+    void executeLegacyEvent(CommsChannelDataContainerMessage & msg);
+    void executeInvokerRequest(CommsChannelDataContainerMessage & msg);
+
+    Invoker* findAndInitializeInvoker(const std::string& interface, const std::string& protocol,
+                                      const std::string& logPrefix);
+
+    /// Both take over `response`, also when they throw.
+    void executeInvokerRequest_ST(MirelThreadPriority priority, Invoker * invoker,
+                                  const std::string& data, InvokerResponse* response,
+                                  const std::string& logPrefix);
+    void executeInvokerRequest_MT(MirelThreadPriority priority, Invoker * invoker,
+                                  const std::string& data, InvokerResponse* response,
+                                  const std::string& sourceChannel, const std::string& logPrefix);
+
+    // Failure reports. Any thread.
+
+    /// Appends the service's class, interface and library to `text`, and returns it.
+    std::string& setDetailedExceptionData(std::string & text);
+    void publishDetailedException(std::string kind, std::string text);
+
+private:
+    friend class ExecutorInspector; // lets tests look at the containers
+
+    ServiceThreadIfc* getThread(MirelThreadPriority priority, const std::string& sourceChannel,
+                                const std::string& logPrefix);
+    bool isThreadAllocatedToChannel(const std::string& channel) const;
+    bool startDelayedMessage(ServiceThreadIfc * thread, InvokerResponse * &unstarted);
+    void publishCaught(const CaughtException& caught);
+    void publish(const char* kind, MirelException report);
+
+    // Set by the constructor, or on the executor's thread (the service object, once). Atomic where
+    // another thread may look: `initService` tests the service object before it takes its lock, and
+    // `hasStarted` has no lock at all.
+    std::atomic<Executable*> m_pexecutable;
+    CommsChannelIfc* const m_pcommsChannel; ///< owned
+    FrameworkContext* const m_pfwkContext;
+    std::atomic<bool> m_started;
+    const std::string m_serviceInterface;
+    ServiceThreadPoolIfc* const m_pthreadPool;
+    const std::string m_libraryName;
+    const std::string m_creatorName;
+    InvokeInterceptorDispatcher* const m_pinterceptorDispatcher;
+    const bool m_multiThreaded;
+    const MirelThreadPriority m_threadPriority;
+
+    Semaphore m_initLock; ///< held while the service is created
+
+    // Guarded by m_channelLock. When it is free: a channel is busy exactly when one worker serves
+    // it, and has a queue of held-back requests only while it is busy and the queue is not empty.
+    // Locked before the pool's lock, never after it.
+    Semaphore m_channelLock;
+    std::map<ServiceThreadIfc*, std::string> m_threadChannels;
+    std::set<std::string> m_busyChannels;
+    std::map<std::string, std::queue<DelayedMessage>> m_delayedMessages;
+};
