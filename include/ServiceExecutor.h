@@ -7,11 +7,13 @@
 
 #include <atomic>
 #include <map>
+#include <memory>
 #include <queue>
 #include <set>
 #include <string>
 
 class CaughtException;
+struct ResponseDestroyer;
 class CommsChannelDataContainerMessage;
 class CommsChannelIfc;
 class FrameworkContext;
@@ -41,26 +43,25 @@ class Threader;
 ///
 /// and between source channels:
 ///
-///  5. A channel never waits for another channel's requests: it has a worker of its own while it
-///  has
-///     work. There is no order between channels.
+///  5. A channel never waits for another channel's requests: while it has work, it has a worker of
+///     its own. There is no order between channels.
 ///
 /// Not guaranteed: that a channel stays on one worker (it moves when the priority changes); any
 /// order of timer events and legacy messages with respect to requests; any bound on the number of
-/// held-back requests or of workers (a channel that limits what it reads ahead is the place for
-/// it).
+/// held-back requests or of workers (that is for the channel, which may limit what it lets in).
 ///
 /// Failures. What service code throws on a service thread is reported there and ends nothing. What
 /// reaches the executor's own loop (from a legacy message, from finding or initialising an invoker,
 /// from creating the service, from the pool, from timer data that cannot be read) is published as
-/// one report and ends the loop; `hasStarted()` stays true then.
+/// one report and ends the loop; `hasStarted()` stays true then. It also stays true when service code
+/// that runs on the executor's thread ends that thread (`pthread_exit`); no report tells of that.
 ///
 /// Threads and lifetime. The host's thread constructs, calls `startThread`, later `shutdown`, and
 /// then destroys. The executor must outlive every worker that still runs one of its requests: shut
 /// the pool down, or see all its requests done, before destroying the executor; destroy the pool
 /// after it has stopped being used by any executor.
-class [[gnu::visibility("default")]] ServiceExecutor : public ServiceExecCallbackIfc,
-                                                       public Threadable {
+class __attribute__((visibility("default"))) ServiceExecutor : public ServiceExecCallbackIfc,
+                                                               public Threadable {
 public:
     /// An executor without channel, context and pool. It serves nothing and reports priority 1.
     ServiceExecutor();
@@ -68,22 +69,21 @@ public:
     /// For a service object that exists. `serviceInterface` names the interfaces offered: a request
     /// is accepted when its interface's name occurs anywhere in it. The executor takes over
     /// `channel`; everything else must outlive it. `dispatcher` may be null.
-    ServiceExecutor(Executable * executable, CommsChannelIfc * channel,
-                    std::string serviceInterface, FrameworkContext * fwkContext,
-                    ServiceThreadPoolIfc * pool, InvokeInterceptorDispatcher * dispatcher,
-                    bool multiThreaded);
+    ServiceExecutor(Executable* executable, CommsChannelIfc* channel, std::string serviceInterface,
+                    FrameworkContext* fwkContext, ServiceThreadPoolIfc* pool,
+                    InvokeInterceptorDispatcher* dispatcher, bool multiThreaded);
 
     /// For a service that the framework creates from these names when the first message arrives.
     /// Mind the order: library, creator, interface.
     ServiceExecutor(std::string libraryName, std::string creatorName, std::string serviceInterface,
-                    CommsChannelIfc * channel, FrameworkContext * fwkContext,
-                    ServiceThreadPoolIfc * pool, InvokeInterceptorDispatcher * dispatcher,
+                    CommsChannelIfc* channel, FrameworkContext* fwkContext,
+                    ServiceThreadPoolIfc* pool, InvokeInterceptorDispatcher* dispatcher,
                     bool multiThreaded);
 
     ServiceExecutor(const ServiceExecutor&) = delete;
     ServiceExecutor& operator=(const ServiceExecutor&) = delete;
 
-    bool reuseThreadForDelayedMessage(ServiceThreadIfc * thread) override;
+    bool reuseThreadForDelayedMessage(ServiceThreadIfc* thread) override;
 
     /// Destroys the responses of the requests still held back, then the channel. Does not stop or
     /// wait for the thread: call `shutdown` first.
@@ -96,7 +96,7 @@ public:
     std::string type() override;
 
     /// Has `threader` start the executor's thread. Returns and throws what its `createThread` does.
-    int startThread(Threader & threader, unsigned long& threadId);
+    int startThread(Threader& threader, unsigned long& threadId);
 
     /// True from the start of the loop until a read fails. Any thread may ask.
     bool hasStarted();
@@ -109,38 +109,40 @@ public:
     // The road of one message, in its order. Called by the executor's own thread only.
 
     void processMessage();
-    bool blockUntilMessageRead(CommsChannelDataContainerMessage & msg);
+    bool blockUntilMessageRead(CommsChannelDataContainerMessage& msg);
     void initService();
 
     void executeTimerEvent(std::string data, MirelThreadPriority priority,
                            std::string sourceChannel, std::string destChannel);
-    void executeLegacyEvent(CommsChannelDataContainerMessage & msg);
-    void executeInvokerRequest(CommsChannelDataContainerMessage & msg);
+    void executeLegacyEvent(CommsChannelDataContainerMessage& msg);
+    void executeInvokerRequest(CommsChannelDataContainerMessage& msg);
 
     Invoker* findAndInitializeInvoker(const std::string& interface, const std::string& protocol,
                                       const std::string& logPrefix);
 
     /// Both take over `response`, also when they throw.
-    void executeInvokerRequest_ST(MirelThreadPriority priority, Invoker * invoker,
+    void executeInvokerRequest_ST(MirelThreadPriority priority, Invoker* invoker,
                                   const std::string& data, InvokerResponse* response,
                                   const std::string& logPrefix);
-    void executeInvokerRequest_MT(MirelThreadPriority priority, Invoker * invoker,
+    void executeInvokerRequest_MT(MirelThreadPriority priority, Invoker* invoker,
                                   const std::string& data, InvokerResponse* response,
                                   const std::string& sourceChannel, const std::string& logPrefix);
 
     // Failure reports. Any thread.
 
     /// Appends the service's class, interface and library to `text`, and returns it.
-    std::string& setDetailedExceptionData(std::string & text);
+    std::string& setDetailedExceptionData(std::string& text);
     void publishDetailedException(std::string kind, std::string text);
 
 private:
     friend class ExecutorInspector; // lets tests look at the containers
 
+    using OwnedResponse = std::unique_ptr<InvokerResponse, ResponseDestroyer>;
+
     ServiceThreadIfc* getThread(MirelThreadPriority priority, const std::string& sourceChannel,
                                 const std::string& logPrefix);
     bool isThreadAllocatedToChannel(const std::string& channel) const;
-    bool startDelayedMessage(ServiceThreadIfc * thread, InvokerResponse * &unstarted);
+    bool startDelayedMessage(ServiceThreadIfc* thread, OwnedResponse& unstarted);
     void publishCaught(const CaughtException& caught);
     void publish(const char* kind, MirelException report);
 

@@ -17,7 +17,7 @@ class ServiceExecCallbackIfc;
 /// makes exactly one call of `executeRequest` or `timerEvent`. After that call the object is not
 /// the caller's any more and must not be touched. The one exception is the completion callback,
 /// which runs on the worker's own OS thread and may hand the worker one more piece of work.
-class [[gnu::visibility("default")]] ServiceThreadIfc : public Threadable {
+class __attribute__((visibility("default"))) ServiceThreadIfc : public Threadable {
 public:
     ~ServiceThreadIfc() override;
 
@@ -28,11 +28,11 @@ public:
     /// and deleted when `invoker` is null or when the request ends with an exception.
     ///
     /// A worker may throw `std::bad_alloc`; it has taken over nothing then and is still free.
-    virtual void executeRequest(Invoker * invoker, Executable * executable, const char* data,
+    virtual void executeRequest(Invoker* invoker, Executable* executable, const char* data,
                                 int length, InvokerResponse* response) = 0;
 
     /// Hands over one timer event: `executable->timerEvent(timerId)`.
-    virtual void timerEvent(Executable * executable, int timerId) = 0;
+    virtual void timerEvent(Executable* executable, int timerId) = 0;
 
     /// Ends a worker for good; nobody may use it afterwards. From another thread, returns when the
     /// worker's OS thread has ended, which is after the work that it is running; from the worker's
@@ -49,7 +49,7 @@ public:
     /// Registers what a worker calls when its work is done, or nothing (null). Stays registered
     /// until the callback returns false. To be called before the work is handed over. Not owned:
     /// must outlive the worker's use of it. An inline thread ignores it.
-    virtual void callBackOnCompletion(ServiceExecCallbackIfc * callback) = 0;
+    virtual void callBackOnCompletion(ServiceExecCallbackIfc* callback) = 0;
 
     /// Runs the stored work. Called by a worker's own loop.
     virtual void execute() = 0;

@@ -22,7 +22,7 @@ class Threader;
 /// Any thread may call any function except `shutdown` and the destructor, which are the owner's. A
 /// worker inside its completion callback may take threads while the owner is in `shutdown`; nobody
 /// else may.
-class [[gnu::visibility("default")]] ServiceThreadPool : public ServiceThreadPoolIfc {
+class __attribute__((visibility("default"))) ServiceThreadPool : public ServiceThreadPoolIfc {
 public:
     /// Creates no thread. `dispatcher` is handed to every service thread; not owned, may be null.
     /// With `maxPoolSize` 0 or less every worker is temporary.
@@ -33,7 +33,7 @@ public:
 
     int availableThreads(MirelThreadPriority priority) override;
     ServiceThreadIfc* getThread(MirelThreadPriority priority, bool multiThreaded) override;
-    bool returnThread(ServiceThreadIfc * thread) override;
+    bool returnThread(ServiceThreadIfc* thread) override;
 
     /// Shuts down, then frees what the pool owns.
     virtual ~ServiceThreadPool();
@@ -55,8 +55,8 @@ private:
 
     std::list<ServiceThreadIfc*>& idleThreads(MirelThreadPriority priority);
     ServiceThread_MT* createWorker(MirelThreadPriority priority);
-    void startWorker(ServiceThreadIfc * worker);
-    bool forget(ServiceThreadIfc * worker);
+    void startWorker(ServiceThreadIfc* worker);
+    bool forget(ServiceThreadIfc* worker);
     ServiceThreadIfc* takeThreadToDestroy();
 
     const int m_maxPoolSize;

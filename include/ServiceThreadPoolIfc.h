@@ -6,7 +6,7 @@ class ServiceThreadIfc;
 
 /// The source of service threads. Any thread may call; an implementation serialises the calls
 /// itself. A pool is destroyed by its creator through its own class, never through this one.
-class [[gnu::visibility("default")]] ServiceThreadPoolIfc {
+class __attribute__((visibility("default"))) ServiceThreadPoolIfc {
 public:
     /// Number of idle workers of `priority`. `std::out_of_range` unless that is 0, 1 or 2.
     virtual int availableThreads(MirelThreadPriority priority) = 0;
@@ -21,7 +21,7 @@ public:
 
     /// Called by a worker on its own OS thread when it has no more work: it becomes idle, or, when
     /// it is not reusable, ends. Always true.
-    virtual bool returnThread(ServiceThreadIfc * thread) = 0;
+    virtual bool returnThread(ServiceThreadIfc* thread) = 0;
 
 protected:
     ~ServiceThreadPoolIfc() = default;

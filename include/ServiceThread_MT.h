@@ -23,11 +23,11 @@ class ServiceThreadPoolIfc;
 ///
 /// The object deletes itself when its loop ends, which only `destroyThread` brings about. A request
 /// that it was handed and will not run because it was told to stop has its response destroyed.
-class [[gnu::visibility("default")]] ServiceThread_MT : public ServiceThreadIfc {
+class __attribute__((visibility("default"))) ServiceThread_MT : public ServiceThreadIfc {
 public:
     /// Starts nothing: the pool starts the OS thread. `reuseThread`: kept idle between pieces of
     /// work, or used for one hand-out only. `dispatcher` may be null.
-    ServiceThread_MT(ServiceThreadPoolIfc * pool, bool reuseThread, MirelThreadPriority priority,
+    ServiceThread_MT(ServiceThreadPoolIfc* pool, bool reuseThread, MirelThreadPriority priority,
                      InvokeInterceptorDispatcher* dispatcher);
 
     ServiceThread_MT(const ServiceThread_MT&) = delete;
@@ -40,18 +40,18 @@ public:
     MirelThreadPriority getThreadPriorityForPlatform() override;
     std::string type() override;
 
-    void executeRequest(Invoker * invoker, Executable * executable, const char* data, int length,
+    void executeRequest(Invoker* invoker, Executable* executable, const char* data, int length,
                         InvokerResponse* response) override;
-    void timerEvent(Executable * executable, int timerId) override;
+    void timerEvent(Executable* executable, int timerId) override;
     void destroyThread() override;
     bool reuseThread() override;
     MirelThreadPriority threadPriority() override;
-    void callBackOnCompletion(ServiceExecCallbackIfc * callback) override;
+    void callBackOnCompletion(ServiceExecCallbackIfc* callback) override;
     void execute() override;
     void clearRequestData() override;
 
     /// Appends the stored work's invoker, service and request or timer id to `text`.
-    std::string& setDetailedExceptionData(std::string & text);
+    std::string& setDetailedExceptionData(std::string& text);
 
     /// The pool's count of hand-outs when it handed this worker out last. For the pool, under its
     /// lock.
@@ -63,16 +63,21 @@ private:
 
     void runStoredWork();
     bool takeNextFromCallback();
+    void returnToPool();
+    void end();
     void goOnUnderNewThread();
     void publish(const CaughtException& caught);
 
     ServiceThreadPoolIfc* const m_pthreadPool; ///< not owned
-    const bool m_reuseThread;
+
+    /// Cleared when the worker has lost its OS thread and cannot get another one. Atomic, because
+    /// the pool may ask meanwhile.
+    std::atomic<bool> m_reuseThread;
 
     /// Set once, by `destroyThread`; read by the loop without a lock.
     std::atomic<bool> m_stopThread;
 
-    /// Owned. Given once for each piece of work and once by `destroyThread`.
+    /// Owned. Given once for each piece of work, and by `destroyThread` to wake an idle worker.
     Semaphore* const m_prequestSem;
 
     // The stored work. Written by whoever holds the idle worker, before it gives m_prequestSem;

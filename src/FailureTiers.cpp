@@ -19,8 +19,7 @@ std::string whatOf(const std::exception& exception) {
 
 CaughtException::CaughtException(MirelException& caught)
     : m_kind("MirelException"),
-      m_cause(&caught),
-      m_standard(&caught) {}
+      m_cause(&caught) {}
 
 CaughtException::CaughtException(std::exception& caught)
     : m_kind("stdlib exception"),
@@ -29,10 +28,11 @@ CaughtException::CaughtException(std::exception& caught)
 CaughtException::CaughtException() : m_kind("unknown exception") {}
 
 std::string CaughtException::reportPrefix(const char* className) const {
-    std::string prefix = m_standard ? "Exception caught in " : "Unknown Exception caught in ";
+    const bool known = m_cause || m_standard;
+    std::string prefix = known ? "Exception caught in " : "Unknown Exception caught in ";
     prefix += className;
     prefix += ": ";
-    if (m_standard && !m_cause) {
+    if (m_standard) {
         std::string what = whatOf(*m_standard);
         prefix += symbolInfo::demangleSymbol(what);
     }
@@ -43,10 +43,10 @@ MirelException CaughtException::report(const std::string& text, const char* file
     return m_cause ? MirelException(text, file, line, *m_cause) : MirelException(text, file, line);
 }
 
-void logSurvived(const char* component, const char* file, const char* step,
-                 const CaughtException& caught) {
+void logSurvived(const char* component, const char* step, const CaughtException& caught) {
     try {
-        logAppUni(component, file, 2, __LINE__, "%s", caught.reportPrefix(step).c_str());
+        logAppUni(component, "FailureTiers.cpp", 2, __LINE__, "%s",
+                  caught.reportPrefix(step).c_str());
     } catch (abi::__forced_unwind&) {
         throw;
     } catch (...) {

@@ -33,8 +33,8 @@ public:
 
 private:
     const char* m_kind;
-    MirelException* m_cause = nullptr;
-    std::exception* m_standard = nullptr;
+    MirelException* m_cause = nullptr;    ///< set in the first tier only
+    std::exception* m_standard = nullptr; ///< set in the second tier only
 };
 
 /// Runs `work`; what it throws goes to `handler(const CaughtException&)` instead of to the caller.
@@ -60,14 +60,12 @@ void runInTiers(Work work, Handler handler) {
 
 /// The last resort: logs that `step` failed, at level 2, and never throws. For exceptions from the
 /// reporting of exceptions, and from what must not stop its caller.
-void logSurvived(const char* component, const char* file, const char* step,
-                 const CaughtException& caught);
+void logSurvived(const char* component, const char* step, const CaughtException& caught);
 
 /// Runs `work`, named `step` in the log; whatever it throws is logged and goes no further.
 template <typename Work>
-void survive(const char* component, const char* file, const char* step, Work work) {
-    runInTiers(work,
-               [&](const CaughtException& caught) { logSurvived(component, file, step, caught); });
+void survive(const char* component, const char* step, Work work) {
+    runInTiers(work, [&](const CaughtException& caught) { logSurvived(component, step, caught); });
 }
 
 /// Readable name of a class, for reports.

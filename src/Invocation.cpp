@@ -12,8 +12,7 @@ using InterceptionPoint = InvokeInterceptorContext::InterceptionPoint;
 } // namespace
 
 void ResponseDestroyer::operator()(InvokerResponse* response) const {
-    survive("InvokerResponse", "Invocation.cpp", "destruction of a response",
-            [response] { delete response; });
+    survive("InvokerResponse", "destruction of a response", [response] { delete response; });
 }
 
 void invoke(InvokeInterceptorDispatcher* dispatcher, Invoker& invoker, Executable* executable,

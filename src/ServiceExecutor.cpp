@@ -212,7 +212,10 @@ void ServiceExecutor::executeTimerEvent(std::string data, MirelThreadPriority pr
                       "(sourceChannelName='%s' dest='%s',timerid=%d)Got a timer thread",
                       sourceChannel.c_str(), destChannel.c_str(), timerId);
     } catch (...) {
-        giveBack(thread);
+        if (m_multiThreaded)
+            giveBack(thread);
+        else
+            delete thread;
         throw;
     }
     thread->timerEvent(m_pexecutable, timerId);
@@ -372,7 +375,7 @@ bool ServiceExecutor::reuseThreadForDelayedMessage(ServiceThreadIfc* thread) {
     for (;;) {
         bool reused = false;
         bool failed = false;
-        InvokerResponse* unstarted = nullptr;
+        OwnedResponse unstarted;
         runInTiers(
             [&] {
                 CriticalSection lock(m_channelLock);
@@ -382,8 +385,8 @@ bool ServiceExecutor::reuseThreadForDelayedMessage(ServiceThreadIfc* thread) {
                 // Outside the lock, because foreign code runs here. The channel is still this
                 // worker's, so requests that arrive meanwhile are held back.
                 failed = true;
-                OwnedResponse(unstarted).reset();
-                survive(kComponent, kFile, "ServiceExecutor, report of a failed hand-over",
+                unstarted.reset();
+                survive(kComponent, "ServiceExecutor, report of a failed hand-over",
                         [&] { publishCaught(caught); });
             });
         // A request that could not be started does not hold up the next one of its channel.
@@ -397,7 +400,7 @@ bool ServiceExecutor::reuseThreadForDelayedMessage(ServiceThreadIfc* thread) {
 ///
 /// When this throws, the request is out of its queue, its response is in `unstarted`, and the
 /// channel is still served by `thread`.
-bool ServiceExecutor::startDelayedMessage(ServiceThreadIfc* thread, InvokerResponse*& unstarted) {
+bool ServiceExecutor::startDelayedMessage(ServiceThreadIfc* thread, OwnedResponse& unstarted) {
     const auto served = m_threadChannels.find(thread);
     if (served == m_threadChannels.end())
         return false;
@@ -412,7 +415,7 @@ bool ServiceExecutor::startDelayedMessage(ServiceThreadIfc* thread, InvokerRespo
         return false;
     }
     const DelayedMessage request = std::move(waiting->second.front());
-    unstarted = request.response;
+    unstarted.reset(request.response);
     waiting->second.pop();
     if (waiting->second.empty())
         m_delayedMessages.erase(waiting);
@@ -435,6 +438,7 @@ bool ServiceExecutor::startDelayedMessage(ServiceThreadIfc* thread, InvokerRespo
         }
         throw;
     }
+    (void)unstarted.release();
     // Only now that nothing can fail: until here the channel was the finished worker's.
     if (!sameWorker)
         m_threadChannels.erase(served);

@@ -82,6 +82,8 @@ void ServiceThread_MT::timerEvent(Executable* executable, int timerId) {
 }
 
 void ServiceThread_MT::run() {
+    // Cancellation of this thread is the service code's affair: see runStoredWork.
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     while (!m_stopThread) {
         m_prequestSem->take(-1);
         if (m_stopThread)
@@ -94,24 +96,21 @@ void ServiceThread_MT::run() {
             goOnUnderNewThread();
             throw; // nothing of this object is touched from here on
         }
-        // Before the return: from then on a new holder may register a callback of its own.
-        m_pcallback = nullptr;
-        survive(kComponent, kFile, "ServiceThread_MT::run, return to the pool",
-                [this] { m_pthreadPool->returnThread(this); });
+        returnToPool();
     }
-    // Work that was handed over together with the order to stop will not run.
-    OwnedResponse(std::exchange(m_presponse, nullptr)).reset();
-    m_destroyed.take(-1);
-    // Nobody else has the object any more: the pool has taken it out of its lists before it called
-    // `destroyThread`, which has let go of it.
-    delete this;
+    end();
 }
 
 /// Runs the work and leaves none stored, whatever happens.
+///
+/// The thread can be cancelled in here and nowhere else. What is asked for in here also comes in
+/// here, at the latest after the work, so that it does not hit the next request.
 void ServiceThread_MT::runStoredWork() {
     try {
-        survive(kComponent, kFile, "ServiceThread_MT::run, report of a failure",
-                [this] { execute(); });
+        pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+        survive(kComponent, "ServiceThread_MT::run, report of a failure", [this] { execute(); });
+        pthread_testcancel();
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     } catch (abi::__forced_unwind&) {
         clearRequestData();
         throw;
@@ -122,19 +121,34 @@ void ServiceThread_MT::runStoredWork() {
 bool ServiceThread_MT::takeNextFromCallback() {
     bool handedOver = false;
     if (m_pcallback)
-        survive(kComponent, kFile, "ServiceThread_MT::run, completion callback",
+        survive(kComponent, "ServiceThread_MT::run, completion callback",
                 [&] { handedOver = m_pcallback->reuseThreadForDelayedMessage(this); });
     return handedOver;
 }
 
+void ServiceThread_MT::returnToPool() {
+    // Before the return: from then on a new holder may register a callback of its own.
+    m_pcallback = nullptr;
+    survive(kComponent, "ServiceThread_MT::run, return to the pool",
+            [this] { m_pthreadPool->returnThread(this); });
+}
+
+/// The last step of the loop.
+void ServiceThread_MT::end() {
+    // Work that was handed over together with the order to stop will not run.
+    OwnedResponse(std::exchange(m_presponse, nullptr)).reset();
+    m_destroyed.take(-1);
+    // Nobody else has the object any more: the pool has taken it out of its lists before it called
+    // `destroyThread`, which has let go of it.
+    delete this;
+}
+
 /// The service code is ending this OS thread. The worker keeps its place in the pool and what it
-/// owes its callback, and starts again under a new OS thread. Woken without work, that goes
-/// straight to the callback; unless the callback is what ended the thread and has handed over work
-/// before.
+/// owes its callback, and starts again under a new OS thread: woken without work, that goes
+/// straight to the callback.
 void ServiceThread_MT::goOnUnderNewThread() {
     const auto dying = static_cast<pthread_t>(threadId());
-    if (m_requestType == eNoRequest)
-        m_prequestSem->give();
+    m_prequestSem->give();
     runInTiers(
         [this, dying] {
             Threader threader;
@@ -145,13 +159,16 @@ void ServiceThread_MT::goOnUnderNewThread() {
             pthread_detach(dying);
         },
         [this](const CaughtException& caught) {
-            // No thread to go on with: the channel's requests fail one by one until it is free. The
-            // object stays in the pool's list, without a thread, until the process ends.
-            logSurvived(kComponent, kFile, "ServiceThread_MT::run, new thread", caught);
+            logSurvived(kComponent, "ServiceThread_MT::run, new thread", caught);
+            // No thread to go on with: the channel's requests fail one by one until it is free, and
+            // the worker leaves its pool as a temporary one does.
             do {
                 OwnedResponse(std::exchange(m_presponse, nullptr)).reset();
                 clearRequestData();
             } while (takeNextFromCallback());
+            m_reuseThread = false;
+            returnToPool();
+            end();
         });
 }
 
