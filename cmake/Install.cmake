@@ -1,0 +1,24 @@
+# What `cmake --install` lays down: the libraries, the public headers and a package file for
+# find_package(Mirel).
+
+include(CMakePackageConfigHelpers)
+
+install(TARGETS MirelFramework MirelServiceExecution MirelStandalone EXPORT MirelTargets)
+install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mirel)
+install(DIRECTORY framework standalone DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mirel
+  FILES_MATCHING PATTERN "*.h")
+if(MIREL_ZEROMQ)
+  install(TARGETS mirel-host mirel-call)
+endif()
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Mirel)
+install(EXPORT MirelTargets NAMESPACE Mirel:: DESTINATION ${package_dir})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/MirelConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/MirelConfig.cmake CONTENT
+"include(CMakeFindDependencyMacro)
+find_dependency(Threads)
+include(\${CMAKE_CURRENT_LIST_DIR}/MirelTargets.cmake)
+" @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/MirelConfig.cmake ${PROJECT_BINARY_DIR}/MirelConfigVersion.cmake
+  DESTINATION ${package_dir})

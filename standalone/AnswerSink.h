@@ -1,0 +1,17 @@
+#pragma once
+
+#include "standalone/Answer.h"
+
+namespace mirel {
+
+/// Takes answers on their way back to the callers of one channel.
+class AnswerSink {
+public:
+    virtual ~AnswerSink() = default;
+
+    /// Any thread. Does not wait for the executor's thread, which a service may be blocking. Drops
+    /// the answer, and counts that, when the way back is gone.
+    virtual void answer(Answer answer) = 0;
+};
+
+} // namespace mirel

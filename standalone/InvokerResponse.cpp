@@ -1,0 +1,41 @@
+#include "framework/InvokerResponse.h"
+
+#include "framework/CommsChannelIfc.h"
+#include "standalone/AnswerSink.h"
+
+#include <cxxabi.h>
+#include <utility>
+
+InvokerResponse::InvokerResponse(CommsChannelIfc* channel, std::string& sourceChannel,
+                                 std::string& callbackChannel, std::string&, std::string&,
+                                 long requestId, std::string&, std::string&, int)
+    : m_sink(channel ? channel->answerSink() : nullptr),
+      m_requestId(requestId),
+      m_sourceChannel(sourceChannel),
+      m_callbackChannel(callbackChannel) {}
+
+InvokerResponse::~InvokerResponse() noexcept(false) {
+    try {
+        answerError("the request was not answered: it failed or was dropped");
+    } catch (const abi::__forced_unwind&) {
+        throw;
+    } catch (...) {
+        // A response is destroyed where nobody expects a failure, and the way back has failed.
+    }
+}
+
+bool InvokerResponse::answer(std::string data) { return send(true, std::move(data)); }
+
+bool InvokerResponse::answerError(std::string text) { return send(false, std::move(text)); }
+
+bool InvokerResponse::answered() const { return m_answered; }
+
+bool InvokerResponse::send(bool succeeded, std::string data) {
+    if (m_answered)
+        return false;
+    m_answered = true;
+    if (m_sink)
+        m_sink->answer(
+            {succeeded, m_requestId, m_sourceChannel, m_callbackChannel, std::move(data)});
+    return true;
+}

@@ -1,0 +1,58 @@
+#pragma once
+
+#include "framework/CommsChannelDataContainerMessage.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <mutex>
+
+namespace mirel {
+
+/// Bounded first-in first-out queue of messages between any number of senders and one reader.
+/// Any thread may call any function.
+class MessageQueue {
+public:
+    /// Holds at most `capacity` messages, at least 1.
+    explicit MessageQueue(std::size_t capacity);
+
+    /// Appends, waiting while the queue is full. False when the queue is or gets closed; the
+    /// message has not been taken then. `MirelException` for a message that no executor should see
+    /// (see whyRefused in MessageRules.h).
+    bool send(CommsChannelDataContainerMessage msg);
+
+    /// The same, but gives up after `patience` (0: at once): false then, too.
+    bool trySend(CommsChannelDataContainerMessage& msg, std::chrono::milliseconds patience);
+
+    /// Waits for a message and takes it. False once the queue is closed, even when it holds some.
+    bool read(CommsChannelDataContainerMessage& msg);
+
+    /// For a sender that must not wait: `room` is called by the reader, without the queue's lock,
+    /// each time it has taken a message from a full queue. To be set before the first message.
+    void onRoom(std::function<void()> room);
+
+    void close();
+    bool closed() const;
+
+    /// What the queue still holds; leaves it empty.
+    std::deque<CommsChannelDataContainerMessage> takeRest();
+
+private:
+    /// Takes the message unless the queue is closed. The caller holds m_mutex and has made sure of
+    /// the room.
+    bool append(CommsChannelDataContainerMessage& msg);
+
+    const std::size_t m_capacity;
+    std::function<void()> m_onRoom;
+
+    // Guarded by m_mutex.
+    mutable std::mutex m_mutex;
+    std::condition_variable m_notEmpty;
+    std::condition_variable m_notFull;
+    std::deque<CommsChannelDataContainerMessage> m_messages;
+    bool m_closed = false;
+};
+
+} // namespace mirel

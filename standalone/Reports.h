@@ -1,0 +1,44 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+class MirelException;
+
+namespace mirel {
+
+/// Called on the thread that publishes, possibly by several at once. What it throws is logged, and
+/// the other subscribers are called all the same.
+using ReportSubscriber = std::function<void(const MirelException&)>;
+
+/// Keeps a subscription for as long as it lives. Moved, not copied.
+class [[nodiscard]] ReportSubscription {
+public:
+    ReportSubscription() = default;
+    explicit ReportSubscription(unsigned long id) : m_id(id) {}
+    ReportSubscription(ReportSubscription&& other) noexcept;
+    ReportSubscription& operator=(ReportSubscription&& other) noexcept;
+
+    /// Returns when no other thread is inside the subscriber any more. A subscriber must not end its
+    /// own subscription.
+    ~ReportSubscription();
+
+private:
+    unsigned long m_id = 0;
+};
+
+/// Adds a subscriber to the process's `ExceptionPublisher`.
+ReportSubscription subscribeToReports(ReportSubscriber subscriber);
+
+/// The subscriber that is there from the start writes each report with its causes to the log, at
+/// level 2. This turns it off or on.
+void writeReportsToLog(bool on);
+
+/// Reports published by this process so far.
+unsigned long publishedReports();
+
+/// The report's text followed by "\n caused by: " and the text of each cause, outermost first, each
+/// with its file and line.
+std::string describe(const MirelException& report);
+
+} // namespace mirel

@@ -1,0 +1,114 @@
+#include "framework/Semaphore.h"
+
+#include "framework/MirelException.h"
+
+#include <cerrno>
+#include <chrono>
+#include <linux/futex.h>
+#include <optional>
+#include <string>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+
+using Clock = std::chrono::steady_clock; // CLOCK_MONOTONIC, which the kernel's deadlines refer to
+
+constexpr std::uint32_t kUnit = 1;
+constexpr std::uint32_t kUnits = 0xffff;
+constexpr std::uint32_t kWaiter = 0x10000; // the system has room for fewer threads than the field
+
+/// The layout that SYS_futex reads: two machine words. A C library with a 64-bit time_t on a 32-bit
+/// system has another one for its own timespec.
+struct KernelTime {
+    long seconds;
+    long nanoseconds;
+};
+
+KernelTime kernelTime(Clock::time_point time) {
+    const auto sinceBoot = time.time_since_epoch();
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(sinceBoot);
+    const std::chrono::nanoseconds rest = sinceBoot - seconds;
+    return {static_cast<long>(seconds.count()), static_cast<long>(rest.count())};
+}
+
+/// Sleeps unless the word has changed. False when the deadline has passed. May return early.
+bool sleepWhile(std::atomic<std::uint32_t>& word, std::uint32_t value,
+                const std::optional<Clock::time_point>& deadline) {
+    KernelTime time{};
+    if (deadline)
+        time = kernelTime(*deadline);
+    const long result = syscall(SYS_futex, &word, FUTEX_WAIT_BITSET_PRIVATE, value,
+                                deadline ? &time : nullptr, nullptr, FUTEX_BITSET_MATCH_ANY);
+    return result == 0 || errno != ETIMEDOUT;
+}
+
+/// Uses the address only, which need not be that of an object any more.
+void wakeOne(const void* address) { syscall(SYS_futex, address, FUTEX_WAKE_PRIVATE, 1); }
+
+} // namespace
+
+const int Semaphore::NOT_AVAILABLE = 0;
+
+Semaphore::Semaphore(int initial, int maximum, bool)
+    : m_state(static_cast<std::uint32_t>(initial)),
+      m_maximum(static_cast<std::uint32_t>(maximum)) {
+    static_assert(sizeof m_state == 4 && std::atomic<std::uint32_t>::is_always_lock_free,
+                  "the kernel compares the word itself");
+    if (maximum < 1 || maximum > 65535 || initial < 0 || initial > maximum)
+        throw MirelException("semaphore with " + std::to_string(initial) + " of " +
+                                 std::to_string(maximum) +
+                                 " units: 1 to 65535 are possible, of which 0 or more are free",
+                             __FILE__, __LINE__);
+}
+
+Semaphore::~Semaphore() = default;
+
+bool Semaphore::take(int timeout) {
+    std::uint32_t state = m_state.load(std::memory_order_relaxed);
+    while ((state & kUnits) != 0)
+        if (m_state.compare_exchange_weak(state, state - kUnit, std::memory_order_acquire,
+                                          std::memory_order_relaxed))
+            return true;
+    if (timeout == 0)
+        return false;
+
+    std::optional<Clock::time_point> deadline;
+    if (timeout > 0)
+        deadline = Clock::now() + std::chrono::milliseconds(timeout);
+    bool timeIsLeft = true;
+    state = m_state.fetch_add(kWaiter, std::memory_order_relaxed) + kWaiter;
+    for (;;) {
+        // A waiter leaves in the same step in which it takes its unit, or finds none after its time
+        // is over: the unit that woke it can so not get lost, and who gives later knows whether
+        // somebody has to be woken.
+        while ((state & kUnits) != 0)
+            if (m_state.compare_exchange_weak(state, state - kUnit - kWaiter,
+                                              std::memory_order_acquire, std::memory_order_relaxed))
+                return true;
+        if (timeIsLeft) {
+            timeIsLeft = sleepWhile(m_state, state, deadline);
+            state = m_state.load(std::memory_order_relaxed);
+        } else if (m_state.compare_exchange_weak(state, state - kWaiter,
+                                                 std::memory_order_relaxed)) {
+            return false;
+        }
+    }
+}
+
+void Semaphore::give() {
+    const std::uint32_t maximum = m_maximum;
+    std::uint32_t state = m_state.load(std::memory_order_relaxed);
+    bool full = false;
+    // Written back also when it is full: who takes next shall see what was done before this call.
+    do {
+        full = (state & kUnits) == maximum;
+    } while (!m_state.compare_exchange_weak(state, full ? state : state + kUnit,
+                                            std::memory_order_release, std::memory_order_relaxed));
+    // From here on the object may be gone, because a taker that did not have to wait may have taken
+    // the unit and destroyed it. The kernel looks the address up in its list of sleepers and does
+    // not touch the memory. If something else lives there by now and sleeps on that address, it is
+    // woken without a reason, which every user of a futex has to expect anyway.
+    if (!full && state >= kWaiter)
+        wakeOne(&m_state);
+}

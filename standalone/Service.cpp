@@ -1,0 +1,5 @@
+#include "framework/Service.h"
+
+void Service::run() {}
+
+MirelThreadPriority Service::getThreadPriorityForPlatform() { return ePriorityNormal; }

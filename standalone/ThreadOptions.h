@@ -1,0 +1,31 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+
+namespace mirel {
+
+/// How `Threader` starts threads. Process-wide; takes effect for threads started afterwards.
+struct ThreadOptions {
+    /// Bytes of stack for each thread. At most some thousand threads of the default fit into the
+    /// address space of a 32-bit process; the C library's own default (8 MiB) allows a few hundred.
+    std::size_t stackSize = 512 * 1024;
+
+    /// Nice values between neighbouring priorities: priority 2 runs at the process's own nice
+    /// value, 1 at this many more, 0 at twice as many more. 0 leaves nice values alone. Range 0
+    /// to 9.
+    int niceStep = 2;
+
+    /// Runs threads under SCHED_RR instead, at this real-time priority plus the thread's priority
+    /// (0 to 2). 0: off. Needs the privilege. Range 0 to 97.
+    int realTimePriority = 0;
+
+    /// How long a refused thread start is tried again before it is reported. Up to an hour.
+    std::chrono::milliseconds startPatience{1000};
+};
+
+/// `MirelException` for a value out of range; nothing changes then.
+void setThreadOptions(const ThreadOptions& options);
+ThreadOptions threadOptions();
+
+} // namespace mirel

@@ -1,0 +1,12 @@
+#pragma once
+
+#include "standalone/ThreadOptions.h"
+
+namespace mirel {
+
+/// Gives the calling thread the scheduling that `options` say for a priority; one outside 0 to 2
+/// counts as the nearest. What the system refuses is logged, once in the process, and the thread
+/// goes on with what it has. Throws what the log throws.
+void applyThreadPriority(const ThreadOptions& options, int priority);
+
+} // namespace mirel

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+#include <pthread.h>
+
+namespace mirel {
+
+/// What the framework knows of the OS thread that runs one `Threadable`; shared by the object, its
+/// copies, the starter and the OS thread, so that it outlives whichever of them goes first.
+///
+/// The record can be started again, which gives it a new OS thread: by anybody when the former one
+/// has ended, and by the former one itself while it is ending. Whoever waits, waits for the last.
+/// Starts are numbered, because the system uses thread identifiers again. One thread at a time may
+/// start; any thread may wait.
+class ThreadRecord {
+public:
+    ThreadRecord() = default;
+    ThreadRecord(const ThreadRecord&) = delete;
+    ThreadRecord& operator=(const ThreadRecord&) = delete;
+
+    /// Lets the system have the OS thread back if nobody has waited for it.
+    ~ThreadRecord();
+
+    // For the starter.
+
+    /// The number of the next start. Changes nothing yet, except that a former OS thread which has
+    /// ended is joined. `MirelException` when there is one that runs, other than the calling one.
+    unsigned long nextStart();
+
+    /// Makes `thread` the record's OS thread. It does not begin its work yet.
+    void started(unsigned long start, pthread_t thread);
+
+    /// Lets it begin.
+    void letBegin(unsigned long start);
+
+    // For the OS thread.
+
+    void waitToBegin(unsigned long start);
+
+    /// The last step of the OS thread. Without effect when there has been another start since.
+    void ended(unsigned long start);
+
+    // For everybody else.
+
+    /// Returns when the OS thread is gone; at once when there is none.
+    void waitUntilGone();
+
+private:
+    enum State {
+        eGone,    ///< no OS thread, or none that could be joined
+        eRunning, ///< from `started` to `ended`
+        eEnded,   ///< still to be joined
+        eJoining, ///< by the one waiter that found it ended
+    };
+
+    // Guarded by m_mutex.
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    State m_state = eGone;
+    unsigned long m_started = 0; ///< number of the last start
+    unsigned long m_begun = 0;   ///< number of the last start that was let begin
+    pthread_t m_thread{};
+};
+
+} // namespace mirel

@@ -1,0 +1,252 @@
+#include "standalone/ZmqSocketThread.h"
+
+#include "framework/Logging.h"
+#include "framework/MirelException.h"
+#include "framework/Threader.h"
+#include "standalone/Envelope.h"
+#include "standalone/MessageQueue.h"
+#include "standalone/MessageRules.h"
+#include "standalone/ZmqCounters.h"
+#include "standalone/ZmqOutbox.h"
+#include "standalone/ZmqSecurity.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <cxxabi.h>
+#include <exception>
+#include <utility>
+
+namespace mirel {
+
+namespace {
+
+constexpr std::size_t kLargestLimit = std::size_t{1} << 30;
+constexpr std::int64_t kHardLimitFactor = 4;
+
+/// Messages of one caller that ZeroMQ keeps, beside the system's socket buffers.
+constexpr int kReceivedPerCaller = 100;
+constexpr int kAnswersPerCaller = 1000;
+
+/// Messages taken before answers get their turn again.
+constexpr int kBatch = 100;
+
+/// For what is under way when the channel ends: first what callers have sent, then the answers.
+constexpr std::chrono::seconds kLastInput{1};
+constexpr std::chrono::milliseconds kLinger{1000};
+
+[[noreturn]] void fail(const std::string& text) { throw MirelException(text, __FILE__, __LINE__); }
+
+std::string tooLong(std::size_t bytes, std::size_t limit) {
+    return std::to_string(bytes) + " bytes and " + std::to_string(limit) + " are the limit";
+}
+
+void setLimits(zmq::socket_t& socket, const ZmqChannelOptions& options) {
+    if (options.maxMessageBytes == 0 || options.maxMessageBytes > kLargestLimit)
+        fail("the largest message must have 1 to " + std::to_string(kLargestLimit) + " bytes");
+    const auto limit = static_cast<std::int64_t>(options.maxMessageBytes);
+    socket.set(zmq::sockopt::maxmsgsize, kHardLimitFactor * limit);
+    socket.set(zmq::sockopt::rcvhwm,
+               static_cast<int>(std::min<std::size_t>(std::max<std::size_t>(options.queueLength, 1),
+                                                      kReceivedPerCaller)));
+    socket.set(zmq::sockopt::sndhwm, kAnswersPerCaller);
+    socket.set(zmq::sockopt::linger, static_cast<int>(kLinger.count()));
+    socket.set(zmq::sockopt::router_mandatory, true);
+
+    // Dead peers are found by the system, not by ZeroMQ's heartbeats: a socket that makes its peer
+    // wait does not read heartbeats either, and would drop the connection and what it carries.
+    socket.set(zmq::sockopt::tcp_keepalive, 1);
+    socket.set(zmq::sockopt::tcp_keepalive_idle, 30);
+    socket.set(zmq::sockopt::tcp_keepalive_intvl, 10);
+    socket.set(zmq::sockopt::tcp_keepalive_cnt, 3);
+}
+
+} // namespace
+
+ZmqSocketThread::ZmqSocketThread(const ZmqChannelOptions& options, MessageQueue& queue,
+                                 ZmqOutbox& outbox, ZmqCounters& counters)
+    : m_maxMessageBytes(options.maxMessageBytes),
+      m_queue(queue),
+      m_outbox(outbox),
+      m_counters(counters),
+      m_socket(m_context, zmq::socket_type::router) {
+    setLimits(m_socket, options);
+    secure(options);
+    m_endpoint.emplace(m_socket, options);
+}
+
+ZmqSocketThread::~ZmqSocketThread() {
+    m_stop = true;
+    m_outbox.wake().set();
+    waitForThreadCompletion();
+}
+
+void ZmqSocketThread::secure(const ZmqChannelOptions& options) {
+    if (options.curveKeyFile.empty()) {
+        if (!options.allowedCallersFile.empty())
+            fail("a list of allowed callers needs CURVE, which needs the service's key file");
+        return;
+    }
+    m_socket.set(zmq::sockopt::curve_server, true);
+    m_socket.set(zmq::sockopt::curve_secretkey, readCurveKeys(options.curveKeyFile).secretKey);
+    if (!options.allowedCallersFile.empty()) {
+        m_admission.emplace(m_context, readAllowedCallers(options.allowedCallersFile));
+        m_socket.set(zmq::sockopt::zap_domain, "mirel");
+    }
+}
+
+void ZmqSocketThread::start() {
+    unsigned long threadId = 0;
+    Threader().createThread(threadId, this, "", 0, 0);
+}
+
+MirelThreadPriority ZmqSocketThread::getThreadPriorityForPlatform() {
+    return ePriorityHigh; // answers of every priority go through here
+}
+
+std::string ZmqSocketThread::type() { return "mirel-zmq"; }
+
+void ZmqSocketThread::run() {
+    // Signals are for the program's own threads, and would interrupt ZeroMQ's functions.
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, nullptr);
+    try {
+        serve();
+    } catch (const abi::__forced_unwind&) {
+        throw;
+    } catch (const std::exception& failure) {
+        logAppUni("ZmqChannel", __FILE__, 2, __LINE__, "%s: the channel ends: %s", url().c_str(),
+                  failure.what());
+        m_queue.close(); // ends the executor's loop
+        m_outbox.close();
+    }
+}
+
+void ZmqSocketThread::serve() {
+    while (!m_stop) {
+        waitForWork();
+        m_outbox.wake().clear();
+        send(m_outbox.take());
+        if (m_admission)
+            m_admission->answerQuestions();
+        queuePending();
+        receiveSome();
+    }
+    // The queue is closed: what callers have sent is answered with a failure.
+    queuePending();
+    const auto deadline = std::chrono::steady_clock::now() + kLastInput;
+    while (receiveOne() && std::chrono::steady_clock::now() < deadline) {
+    }
+    send(m_outbox.close());
+}
+
+void ZmqSocketThread::waitForWork() {
+    const auto messages = static_cast<short>(m_pending ? 0 : ZMQ_POLLIN);
+    std::array<zmq::pollitem_t, 3> items{{
+        {nullptr, m_outbox.wake().descriptor(), ZMQ_POLLIN, 0},
+        {m_socket.handle(), 0, messages, 0},
+        {m_admission ? m_admission->socket().handle() : nullptr, 0, ZMQ_POLLIN, 0},
+    }};
+    zmq::poll(items.data(), m_admission ? 3 : 2, std::chrono::milliseconds(-1));
+}
+
+void ZmqSocketThread::receiveSome() {
+    for (int received = 0; received < kBatch && !m_pending && receiveOne(); ++received) {
+    }
+}
+
+bool ZmqSocketThread::receiveOne() {
+    zmq::message_t caller;
+    if (!m_socket.recv(caller, zmq::recv_flags::dontwait))
+        return false;
+    zmq::message_t body;
+    const bool hasBody = caller.more() && m_socket.recv(body, zmq::recv_flags::dontwait);
+    if (hasBody && !body.more()) {
+        take(caller.to_string(), body.to_string_view());
+        return true;
+    }
+    for (zmq::message_t rest; m_socket.get(zmq::sockopt::rcvmore);)
+        static_cast<void>(m_socket.recv(rest, zmq::recv_flags::dontwait));
+    m_counters.refused.refuse("it does not consist of one frame");
+    return true;
+}
+
+void ZmqSocketThread::take(std::string caller, std::string_view bytes) {
+    CommsChannelDataContainerMessage msg;
+    try {
+        msg = decodeMessage(bytes);
+    } catch (const EnvelopeError& failure) {
+        m_counters.refused.refuse(std::string("it cannot be decoded: ") + failure.what());
+        return;
+    }
+    msg.callbackChannel() = std::move(caller);
+
+    const std::string why = bytes.size() > m_maxMessageBytes
+                                ? "it has " + tooLong(bytes.size(), m_maxMessageBytes)
+                                : whyRefused(msg);
+    if (!why.empty()) {
+        m_counters.refused.refuse(why);
+        if (isInvokerRequest(msg))
+            send({false, msg.requestId(), msg.sourceChannel(), msg.callbackChannel(),
+                  "the request was refused: " + why});
+        return;
+    }
+    ++m_counters.received;
+    m_pending = std::move(msg);
+    queuePending();
+}
+
+void ZmqSocketThread::queuePending() {
+    if (m_pending && m_queue.trySend(*m_pending, std::chrono::milliseconds(0)))
+        m_pending.reset();
+    if (m_queue.closed())
+        answerUnread();
+    // Otherwise what is left waits until the reader makes room.
+}
+
+/// Here and nowhere else, so that the callers get these answers in the order of their requests.
+void ZmqSocketThread::answerUnread() {
+    std::deque<CommsChannelDataContainerMessage> unread = m_queue.takeRest();
+    if (m_pending)
+        unread.push_back(*std::exchange(m_pending, std::nullopt));
+    for (CommsChannelDataContainerMessage& msg : unread) {
+        if (isInvokerRequest(msg))
+            send({false, msg.requestId(), msg.sourceChannel(), msg.callbackChannel(),
+                  "the service stopped before the request was read"});
+    }
+}
+
+void ZmqSocketThread::send(const std::deque<Answer>& answers) {
+    for (const Answer& answer : answers)
+        send(answer);
+}
+
+void ZmqSocketThread::send(const Answer& answer) {
+    if (answer.data.size() <= m_maxMessageBytes)
+        transmit(answer);
+    else
+        transmit({false, answer.requestId, answer.sourceChannel, answer.callbackChannel,
+                  "the answer has " + tooLong(answer.data.size(), m_maxMessageBytes)});
+}
+
+void ZmqSocketThread::transmit(const Answer& answer) {
+    try {
+        const zmq::const_buffer caller = zmq::buffer(answer.callbackChannel);
+        if (!m_socket.send(caller, zmq::send_flags::sndmore | zmq::send_flags::dontwait)) {
+            m_counters.answersDropped.refuse("its caller does not take its answers");
+            return;
+        }
+        ++m_counters.answersSent; // before the caller can have it
+        m_socket.send(zmq::buffer(encode(answer)), zmq::send_flags::dontwait);
+    } catch (const zmq::error_t& failure) {
+        if (failure.num() != EHOSTUNREACH)
+            throw;
+        m_counters.answersDropped.refuse("its caller is gone");
+    }
+}
+
+} // namespace mirel

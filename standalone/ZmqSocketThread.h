@@ -1,0 +1,73 @@
+#pragma once
+
+#include "framework/CommsChannelDataContainerMessage.h"
+#include "framework/Threadable.h"
+#include "standalone/Answer.h"
+#include "standalone/ZmqAdmission.h"
+#include "standalone/ZmqChannelOptions.h"
+#include "standalone/ZmqEndpoint.h"
+
+#include <atomic>
+#include <deque>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <zmq.hpp>
+
+namespace mirel {
+
+class MessageQueue;
+class ZmqOutbox;
+struct ZmqCounters;
+
+/// Owns the socket of a `ZmqChannel`: feeds the queue, sends what is in the outbox, and waits for
+/// nothing else. While the queue is full it leaves messages in the socket, whose limits then make
+/// the callers wait.
+class ZmqSocketThread : public Threadable {
+public:
+    /// Listens. `MirelException` when it cannot. The other objects must outlive this one.
+    ZmqSocketThread(const ZmqChannelOptions& options, MessageQueue& queue, ZmqOutbox& outbox,
+                    ZmqCounters& counters);
+
+    /// Ends the thread when it has sent the outbox, and closes the socket, which waits a bounded
+    /// time for callers to take their answers. The queue must be closed by then.
+    ~ZmqSocketThread() override;
+
+    void start();
+
+    const std::string& url() const { return m_endpoint->url(); }
+
+    void run() override;
+    MirelThreadPriority getThreadPriorityForPlatform() override;
+    std::string type() override;
+
+private:
+    void secure(const ZmqChannelOptions& options);
+    void serve();
+    void waitForWork();
+    void receiveSome();
+    bool receiveOne();
+    void take(std::string caller, std::string_view bytes);
+    void queuePending();
+    void answerUnread();
+    void send(const std::deque<Answer>& answers);
+    void send(const Answer& answer);
+    void transmit(const Answer& answer);
+
+    const std::size_t m_maxMessageBytes;
+    MessageQueue& m_queue;
+    ZmqOutbox& m_outbox;
+    ZmqCounters& m_counters;
+    std::atomic<bool> m_stop{false};
+
+    // Used by the thread that constructs and destroys, and in between by the thread of this object.
+    zmq::context_t m_context;
+    std::optional<ZmqAdmission> m_admission;
+    zmq::socket_t m_socket;
+    std::optional<ZmqEndpoint> m_endpoint;
+
+    /// A message that the queue had no room for.
+    std::optional<CommsChannelDataContainerMessage> m_pending;
+};
+
+} // namespace mirel
