@@ -1,0 +1,453 @@
+// Requests of one source channel on a multi-threaded executor.
+
+#include "ExecutorFixture.h"
+#include "ServiceThreadIfc.h"
+#include "standalone/ThreadStartHook.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <pthread.h>
+#include <random>
+#include <sstream>
+
+namespace {
+
+/// Requests whose data begin with '!' wait until they are let go; each is written down when it
+/// starts and when it ends.
+class ChannelOrder : public ExecutorTest {
+protected:
+    ChannelOrder() { context.invokers["Ifc/text"] = &gated; }
+    ~ChannelOrder() override {
+        letAllGo();
+        stop();
+    }
+
+    void letGo(const std::string& data) { gateOf(data).open(); }
+    void letAllGo() {
+        std::lock_guard lock(mutex);
+        allOpen = true;
+        for (auto& [name, gate] : gates)
+            gate.open();
+    }
+    Gate& gateOf(const std::string& data) {
+        std::lock_guard lock(mutex);
+        Gate& gate = gates[data];
+        if (allOpen)
+            gate.open();
+        return gate;
+    }
+    void waitUntilClean() {
+        const auto deadline = std::chrono::steady_clock::now() + kPatience;
+        while (!ExecutorInspector::isClean(*executor) &&
+               std::chrono::steady_clock::now() < deadline)
+            sched_yield();
+        EXPECT_TRUE(ExecutorInspector::isClean(*executor));
+    }
+
+    std::mutex mutex;
+    std::map<std::string, Gate> gates;
+    bool allOpen = false;
+    TestInvoker gated{[this](Executable* executable, std::string data, InvokerResponse* response) {
+        EXPECT_EQ(&service, executable);
+        events.add("start " + data);
+        if (data[0] == '!')
+            gateOf(data).pass();
+        events.add("end " + data);
+        response->answer("did " + data);
+        delete response;
+    }};
+};
+
+TEST_F(ChannelOrder, OneRequestMakesItsChannelBusyAndFreeAgain) {
+    LogCapture log("4");
+    start(&service, true);
+    send({requestFrom("a", "!1", 1, 42)});
+    events.waitFor(1);
+    EXPECT_TRUE(ExecutorInspector::isBusy(*executor, "a"));
+    EXPECT_FALSE(ExecutorInspector::isBusy(*executor, "A"));
+    EXPECT_FALSE(ExecutorInspector::isBusy(*executor, "a "));
+    letGo("!1");
+    waitUntilClean();
+    EXPECT_EQ((EventList{"4 (sourceChannelName='a' dest='here',reqid=42)EXECUTD msg='!1'"}),
+              log.lines.all());
+}
+
+TEST_F(ChannelOrder, HeldBackRequestsRunInOrderWhateverTheirPriorities) {
+    struct Case {
+        const char* name;
+        int first, second;
+        const char* line;
+    };
+    for (const Case& c : {Case{"same worker", 1, 1, "CURRENT"}, Case{"higher", 1, 2, "NEW"},
+                          Case{"lower", 1, 0, "NEW"}}) {
+        SCOPED_TRACE(c.name);
+        LogCapture log("4,ServiceExecutor=6");
+        events.clear();
+        channel = std::make_shared<TestChannel::State>();
+        start(&service, true);
+        const std::string one = std::string("!1 ") + c.name;
+        send({requestFrom("a", one, c.first), requestFrom("a", "2", c.second),
+              requestFrom("a", "3", c.second)});
+        EXPECT_EQ(2u, ExecutorInspector::heldBack(*executor, "a"));
+        letGo(one);
+        EXPECT_EQ((EventList{"start " + one, "end " + one, "start 2", "end 2", "start 3", "end 3"}),
+                  events.waitFor(6));
+        waitUntilClean();
+        EXPECT_EQ(2u, log.with("DELAYED msg=").size());
+        EXPECT_EQ(1u, log.with(std::string("4 reuseThreadForDelayedMessage: ") + c.line +
+                               " src='a' msg='2'")
+                          .size());
+        EXPECT_EQ(1u, log.with("4 reuseThreadForDelayedMessage: CURRENT src='a' msg='3'").size());
+        EXPECT_EQ(c.first == c.second ? 0u : 1u, log.with("6 Got a thread").size());
+        stop();
+    }
+}
+
+TEST_F(ChannelOrder, ChannelsRunSideBySide) {
+    start(&service, true);
+    send({requestFrom("A", "!A1"), requestFrom("B", "!B1"), requestFrom("A", "!A2"),
+          requestFrom("B", "!B2"), requestFrom("A", "!A3")});
+    EventList begun = events.waitFor(2);
+    std::sort(begun.begin(), begun.end());
+    EXPECT_EQ((EventList{"start !A1", "start !B1"}), begun);
+    letGo("!A1");
+    EXPECT_EQ("start !A2", events.waitFor(4).back()) << "B1 still runs";
+    letGo("!B1");
+    EXPECT_EQ("start !B2", events.waitFor(6).back());
+    letGo("!A2");
+    EXPECT_EQ("start !A3", events.waitFor(8).back());
+    letAllGo();
+    waitUntilClean();
+}
+
+TEST_F(ChannelOrder, NamesAreBytes) {
+    start(&service, true);
+    // Different channels, all of which run while the first one is busy; and one without a name.
+    send({requestFrom("a", "!a"), requestFrom("A", "!A"), requestFrom("a ", "!a blank"),
+          requestFrom("", "!none"), requestFrom("", "none again"), requestFrom("a", "a again")});
+    events.waitFor(4);
+    EXPECT_EQ(1u, ExecutorInspector::heldBack(*executor, ""));
+    EXPECT_EQ(1u, ExecutorInspector::heldBack(*executor, "a"));
+    letAllGo();
+    waitUntilClean();
+}
+
+TEST_F(ChannelOrder, DataWithNulBytesIsRunWholeAndLoggedUpToTheFirst) {
+    LogCapture log("4");
+    start(&service, true);
+    const std::string data("!x\0y", 4);
+    send({requestFrom("a", data), requestFrom("a", data)});
+    letAllGo();
+    EXPECT_EQ("end " + data, events.waitFor(4).back());
+    EXPECT_EQ(1u, log.with("EXECUTD msg='!x'").size());
+    EXPECT_EQ(1u, log.with("DELAYED msg='!x'").size());
+}
+
+TEST_F(ChannelOrder, AFailingRequestDoesNotHoldUpTheNext) {
+    ReportCapture reports;
+    TestInvoker failing([this](Executable*, std::string data, InvokerResponse*) {
+        gateOf("!go").pass();
+        events.add(data);
+        throw std::runtime_error(data);
+    });
+    context.invokers["Ifc/text"] = &failing;
+    start(&service, true);
+    send({requestFrom("a", "1", 1, 1), requestFrom("a", "2", 2, 2), requestFrom("a", "3", 2, 3)});
+    letGo("!go");
+    EXPECT_EQ((EventList{"1", "2", "3"}), events.waitFor(3));
+    waitUntilClean();
+    EXPECT_EQ(3u, reports.reports.all().size());
+    const EventList answers = channel->answers.all();
+    ASSERT_EQ(3u, answers.size());
+    EXPECT_EQ(0u, answers[0].find("a/1 failed "));
+}
+
+TEST_F(ChannelOrder, ACallbackForAnUnknownWorkerChangesNothing) {
+    start(&service, true);
+    send({requestFrom("a", "!1"), requestFrom("a", "2")});
+    ServiceThreadIfc* const stranger = pool.getThread(true);
+    EXPECT_FALSE(executor->reuseThreadForDelayedMessage(stranger));
+    EXPECT_TRUE(ExecutorInspector::isBusy(*executor, "a"));
+    EXPECT_EQ(1u, ExecutorInspector::heldBack(*executor, "a"));
+    stranger->timerEvent(nullptr, 0);
+    letAllGo();
+    events.waitFor(4);
+}
+
+/// A held-back request for which the pool has no worker fails; those after it run.
+TEST_F(ChannelOrder, AFailedHandOverCostsThatRequestOnly) {
+    struct Case {
+        const char* name;
+        std::vector<int> priorities; ///< of the requests after the first, whose priority is 1
+        EventList run;
+    };
+    const Case cases[]{
+        {"the only one", {7}, {}},
+        {"next on the same worker", {7, 1}, {"3"}},
+        {"next on another worker", {-1, 2}, {"3"}},
+        {"several", {7, 8, 0, 9, 0}, {"4", "6"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        ReportCapture reports;
+        events.clear();
+        channel = std::make_shared<TestChannel::State>();
+        start(&service, true);
+        const std::string first = std::string("!") + c.name;
+        send({requestFrom("a", first, 1, 1)});
+        long id = 1;
+        for (const int priority : c.priorities) {
+            ++id;
+            channel->send(requestFrom("a", std::to_string(id), priority, id));
+        }
+        channel->waitUntilAllDispatched();
+        letGo(first);
+        const std::size_t answers = c.priorities.size() + 1;
+        const EventList got = channel->answers.waitFor(answers);
+        waitUntilClean();
+        EventList run;
+        for (const std::string& answer : got)
+            if (const auto text = answer.find(" ok did "); text != std::string::npos)
+                run.push_back(answer.substr(text + 8));
+        EventList expected = c.run;
+        expected.insert(expected.begin(), first);
+        EXPECT_EQ(expected, run);
+        EXPECT_EQ(answers - run.size(), reports.reports.all().size());
+        for (const std::string& report : reports.reports.all())
+            EXPECT_EQ(0u, report.find("Exception caught in ServiceExecutor: vector::"));
+        EXPECT_TRUE(executor->hasStarted()) << "the loop goes on";
+        EXPECT_EQ(answers, channel->answers.all().size());
+        stop();
+    }
+}
+
+TEST_F(ChannelOrder, ThreadsThatCannotBeStartedCostTheirRequestsOnly) {
+    for (int failing = 1; failing <= 3; ++failing) {
+        SCOPED_TRACE(failing);
+        ReportCapture reports;
+        channel = std::make_shared<TestChannel::State>();
+        start(&service, true);
+        std::atomic<int> starts{0};
+        mirel::setThreadStartHook([&] { return ++starts == failing ? EPERM : 0; });
+        // One worker of each priority in turn: every hand-over starts a thread.
+        const std::string first = "!first " + std::to_string(failing);
+        for (int i = 0; i < 3; ++i)
+            channel->send(requestFrom("a", i == 0 ? first : std::to_string(i), i, i));
+        if (failing != 1)
+            channel->waitUntilAllDispatched(); // the others are held back by then
+        letGo(first);
+        channel->answers.waitFor(failing == 1 ? 1 : 3);
+        mirel::setThreadStartHook({});
+        if (failing == 1)
+            executor->waitForThreadCompletion(); // refused at dispatch: that ends the loop
+        EXPECT_EQ(1u, reports.reports.waitFor(1).size());
+        EXPECT_NE(std::string::npos,
+                  channel->answers.all()[static_cast<std::size_t>(failing) - 1].find(" failed "));
+        stop();
+    }
+}
+
+/// A pool whose workers fail as the test wishes, and that run nothing by themselves.
+class FailingPool : public ServiceThreadPoolIfc {
+public:
+    class Worker : public ServiceThreadIfc {
+    public:
+        explicit Worker(FailingPool& pool, int priority) : m_pool(pool), m_priority(priority) {}
+        void executeRequest(Invoker*, Executable*, const char* data, int,
+                            InvokerResponse* response) override {
+            if (m_pool.throwing)
+                throw std::bad_alloc();
+            m_pool.calls.add("request " + std::string(data));
+            delete response;
+        }
+        void timerEvent(Executable* executable, int) override {
+            m_pool.calls.add(executable ? "timer" : "woken without work");
+        }
+        void run() override {}
+        MirelThreadPriority getThreadPriorityForPlatform() override { return threadPriority(); }
+        void destroyThread() override {}
+        bool reuseThread() override { return true; }
+        MirelThreadPriority threadPriority() override { return priorityOf(m_priority); }
+        void callBackOnCompletion(ServiceExecCallbackIfc*) override {}
+        void execute() override {}
+        void clearRequestData() override {}
+
+    private:
+        FailingPool& m_pool;
+        const int m_priority;
+    };
+    int availableThreads(MirelThreadPriority) override { return 0; }
+    ServiceThreadIfc* getThread(MirelThreadPriority priority, bool) override {
+        workers.push_back(std::make_unique<Worker>(*this, priority));
+        return workers.back().get();
+    }
+    bool returnThread(ServiceThreadIfc*) override { return true; }
+
+    bool throwing = false;
+    Events calls;
+    std::vector<std::unique_ptr<Worker>> workers;
+};
+
+class ChannelOrderWithoutThreads : public ExecutorTest {
+protected:
+    ChannelOrderWithoutThreads() { context.invokers["Ifc/text"] = &invoker; }
+    void makeExecutorOn(ServiceThreadPoolIfc& otherPool) {
+        executor = std::make_unique<ServiceExecutor>(&service, makeChannel(), "Ifc", &context,
+                                                     &otherPool, nullptr, true);
+    }
+    void process(Message message) {
+        channel->send(std::move(message));
+        executor->processMessage();
+    }
+};
+
+TEST_F(ChannelOrderWithoutThreads, WhatIsHeldBackAtDestructionIsAnsweredThroughTheChannel) {
+    FailingPool failingPool; // whose workers never finish
+    makeExecutorOn(failingPool);
+    process(requestFrom("a", "1", 1, 1));
+    channel->answers.clear();
+    process(requestFrom("a", "2", 2, 2));
+    process(requestFrom("a", "3", 1, 3));
+    executor.reset();
+    const EventList answers = channel->answers.all();
+    ASSERT_EQ(2u, answers.size());
+    EXPECT_EQ(0u, answers[0].find("a/2 failed "));
+    EXPECT_EQ(0u, answers[1].find("a/3 failed "));
+    EXPECT_TRUE(channel->deleted);
+    for (const std::string& answer : answers)
+        EXPECT_EQ(std::string::npos, answer.find("(after the channel)")) << answer;
+}
+
+TEST_F(ChannelOrderWithoutThreads, AWorkerThatCannotTakeItsWorkIsGivenBack) {
+    ReportCapture reports;
+    FailingPool failingPool;
+    makeExecutorOn(failingPool);
+    process(requestFrom("a", "1", 1));
+    process(requestFrom("a", "2", 2)); // held back, for another worker
+    process(requestFrom("a", "3", 1)); // held back, for the same worker
+    process(requestFrom("a", "4", 1));
+    failingPool.throwing = true;
+    ServiceThreadIfc* const first = failingPool.workers[0].get();
+    EXPECT_FALSE(executor->reuseThreadForDelayedMessage(first)) << "none can be handed over";
+    EXPECT_EQ(3u, reports.reports.all().size());
+    EXPECT_EQ(4u, channel->answers.all().size()) << "the first one's included";
+    EXPECT_EQ((EventList{"request 1", "woken without work"}), failingPool.calls.all());
+    EXPECT_TRUE(ExecutorInspector::isClean(*executor));
+
+    failingPool.calls.clear();
+    EXPECT_THROW(process(requestFrom("b", "5", 1)), std::bad_alloc);
+    {
+        LogCapture log;
+        log.throwOn("Got a thread");
+        EXPECT_THROW(process(requestFrom("b", "6", 1)), int);
+        log.throwOn("Got a timer thread");
+        EXPECT_THROW(process(timerMessage(7)), int);
+    }
+    EXPECT_EQ((EventList{"woken without work", "woken without work", "woken without work"}),
+              failingPool.calls.all());
+    EXPECT_TRUE(ExecutorInspector::isClean(*executor));
+    EXPECT_EQ(6u, channel->answers.all().size());
+    executor.reset(); // before its pool
+}
+
+/// Service code that ends its OS thread costs that request, and the channel goes on; without a new
+/// thread for the worker, those behind it fail, and the channel is free.
+TEST_F(ChannelOrder, AThreadEndedByServiceCodeDoesNotHoldUpItsChannel) {
+    struct Case {
+        const char* name;
+        std::function<void()> end;
+        bool newThread;
+        EventList run;
+    };
+    const Case cases[]{
+        {"exit", [] { pthread_exit(nullptr); }, true, {"2", "3"}},
+        {"cancelled within",
+         [] { pthread_cancel(pthread_self()), pthread_testcancel(); },
+         true,
+         {"2", "3"}},
+        {"cancelled at its end", [] { pthread_cancel(pthread_self()); }, true, {"1", "2", "3"}},
+        {"no new thread", [] { pthread_exit(nullptr); }, false, {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        LogCapture log("4"); // so that lines are written where a late cancellation might strike
+        channel = std::make_shared<TestChannel::State>();
+        Gate gate;
+        TestInvoker ending([&](Executable*, std::string data, InvokerResponse* response) {
+            if (data == "1") {
+                gate.pass();
+                if (!c.newThread)
+                    mirel::setThreadStartHook([] { return EPERM; });
+                std::unique_ptr<InvokerResponse> answered(response);
+                if (c.name == std::string("cancelled at its end"))
+                    answered->answer("did " + data);
+                else
+                    (void)answered.release();
+                c.end();
+                return;
+            }
+            response->answer("did " + data);
+            delete response;
+        });
+        context.invokers["Ifc/text"] = &ending;
+        start(&service, true);
+        send({requestFrom("a", "1", 1, 1), requestFrom("a", "2", 1, 2),
+              requestFrom("a", "3", 1, 3)});
+        gate.open();
+        const EventList answers = channel->answers.waitFor(3);
+        EXPECT_EQ(3u, answers.size());
+        EventList run;
+        for (const std::string& answer : answers)
+            if (const auto text = answer.find(" ok did "); text != std::string::npos)
+                run.push_back(answer.substr(text + 8));
+        EXPECT_EQ(c.run, run);
+        waitUntilClean();
+        mirel::setThreadStartHook({});
+        stop();
+        EXPECT_EQ(3u, channel->answers.all().size());
+    }
+}
+
+/// Many channels, mixed priorities, handlers that throw: against a model of what must come out.
+TEST_F(ChannelOrder, OrderAndBooksHoldUnderLoad) {
+    constexpr int kChannels = 16;
+    constexpr int kRequests = 500;
+    ReportCapture reports;
+    std::atomic<int> running[kChannels]{};
+    std::atomic<int> next[kChannels]{};
+    std::atomic<int> violations{0};
+    TestInvoker checking([&](Executable*, std::string data, InvokerResponse* response) {
+        int channelIndex = 0;
+        int number = 0;
+        std::istringstream(data) >> channelIndex >> number;
+        if (++running[channelIndex] != 1 || next[channelIndex]++ != number)
+            ++violations;
+        if (number % 7 == 0)
+            sched_yield();
+        --running[channelIndex];
+        if (number % 5 == 0)
+            throw std::runtime_error("every fifth");
+        response->answer("");
+        delete response;
+    });
+    context.invokers["Ifc/text"] = &checking;
+    start(&service, true);
+    std::mt19937 random(20);
+    int sent[kChannels]{};
+    for (int i = 0; i < kChannels * kRequests; ++i) {
+        int c = static_cast<int>(random() % kChannels);
+        while (sent[c] == kRequests)
+            c = (c + 1) % kChannels;
+        channel->send(requestFrom(std::to_string(c),
+                                  std::to_string(c) + " " + std::to_string(sent[c]++),
+                                  static_cast<int>(random() % 3)));
+    }
+    channel->answers.waitFor(kChannels * kRequests);
+    waitUntilClean();
+    EXPECT_EQ(0, violations.load());
+    EXPECT_EQ(static_cast<std::size_t>(kChannels * kRequests / 5), reports.reports.all().size());
+    EXPECT_EQ(static_cast<std::size_t>(kChannels * kRequests), channel->answers.all().size());
+}
+
+} // namespace

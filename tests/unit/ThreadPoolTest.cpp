@@ -1,0 +1,223 @@
+#include "ServiceExecCallbackIfc.h"
+#include "ServiceThreadIfc.h"
+#include "ServiceThreadPool.h"
+#include "Support.h"
+#include "framework/CriticalSection.h"
+#include "standalone/ThreadStartHook.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+
+/// Looks into a pool.
+class PoolInspector {
+public:
+    static std::size_t workers(ServiceThreadPool& pool) {
+        CriticalSection lock(*pool.m_ppoolLock);
+        return pool.m_pallThreads->size();
+    }
+};
+
+namespace {
+
+class ThreadPool : public testing::Test {
+protected:
+    /// Has `worker` run one request that waits at `gate`.
+    void occupy(ServiceThreadIfc* worker) {
+        worker->executeRequest(&blocking, nullptr, "", 0, nullptr);
+    }
+    /// Waits for a state that nothing announces.
+    template <typename Condition>
+    void waitUntil(Condition condition) {
+        const auto deadline = std::chrono::steady_clock::now() + kPatience;
+        while (!condition() && std::chrono::steady_clock::now() < deadline)
+            sched_yield();
+        EXPECT_TRUE(condition());
+    }
+    void waitForIdle(ServiceThreadPool& pool, int priority, int count) {
+        waitUntil([&] { return pool.availableThreads(priorityOf(priority)) == count; });
+    }
+
+    Gate gate;
+    Events events;
+    TestInvoker blocking{[this](Executable*, std::string, InvokerResponse*) {
+        events.add("running");
+        gate.pass();
+    }};
+    TestInvoker quick{[this](Executable*, std::string data, InvokerResponse* response) {
+        delete response;
+        events.add(data);
+    }};
+};
+
+TEST_F(ThreadPool, MakesReusableWorkersUpToItsLimitAndTemporaryOnesBeyond) {
+    for (const int limit : {2, 0, -1}) {
+        SCOPED_TRACE(limit);
+        const int reusable = std::max(limit, 0);
+        Gate ownGate;
+        TestInvoker invoker([&](Executable*, std::string, InvokerResponse*) { ownGate.pass(); });
+        ServiceThreadPool pool(limit, nullptr);
+        EXPECT_EQ(limit, pool.maxPoolSize());
+        for (int i = 0; i < 3; ++i) {
+            ServiceThreadIfc* const worker = pool.getThread(priorityOf(0), true);
+            EXPECT_EQ(i < reusable, worker->reuseThread());
+            EXPECT_EQ(std::min(i + 1, reusable), pool.poolSize());
+            worker->executeRequest(&invoker, nullptr, "", 0, nullptr);
+        }
+        EXPECT_EQ(3u, PoolInspector::workers(pool));
+        ownGate.open();
+        waitForIdle(pool, 0, reusable);
+        waitUntil([&] { return PoolInspector::workers(pool) == std::size_t(reusable); });
+    }
+}
+
+TEST_F(ThreadPool, ServesIdleWorkersOfThePriorityFirstInFirstOut) {
+    ServiceThreadPool pool(10, nullptr);
+    gate.open();
+    ServiceThreadIfc* const a = pool.getThread(true);
+    ServiceThreadIfc* const b = pool.getThread(priorityOf(1), true);
+    EXPECT_EQ(1, a->threadPriority());
+    occupy(a);
+    waitForIdle(pool, 1, 1);
+    occupy(b);
+    waitForIdle(pool, 1, 2);
+    EXPECT_EQ(a, pool.getThread(priorityOf(1), true));
+    EXPECT_EQ(1, pool.availableThreads(priorityOf(1)));
+    ServiceThreadIfc* const other = pool.getThread(priorityOf(0), true);
+    EXPECT_EQ(0, other->threadPriority());
+    EXPECT_EQ(3, pool.poolSize()) << "a worker of another priority is not used";
+    EXPECT_EQ(b, pool.getThread(priorityOf(1), true));
+}
+
+TEST_F(ThreadPool, RefusesUnknownPrioritiesAndStaysUsable) {
+    ServiceThreadPool pool(2, nullptr);
+    for (const int priority : {-1, 3, 1000}) {
+        SCOPED_TRACE(priority);
+        EXPECT_THROW(pool.getThread(priorityOf(priority), true), std::out_of_range);
+        EXPECT_THROW(pool.availableThreads(priorityOf(priority)), std::out_of_range);
+        ServiceThreadIfc* const thread = pool.getThread(priorityOf(priority), false);
+        EXPECT_EQ(1, thread->threadPriority());
+        delete thread;
+    }
+    EXPECT_EQ(0, pool.poolSize());
+    EXPECT_EQ(0, pool.availableThreads(priorityOf(1)));
+    ServiceThreadIfc* const inlineThread = pool.getThread(false);
+    EXPECT_FALSE(inlineThread->reuseThread());
+    EXPECT_TRUE(pool.returnThread(inlineThread)) << "not the pool's: nothing happens";
+    delete inlineThread;
+}
+
+TEST_F(ThreadPool, AThreadThatCannotBeStartedLeavesNothingBehind) {
+    for (int failing = 1; failing <= 3; ++failing) {
+        for (const int limit : {0, 2}) {
+            SCOPED_TRACE(testing::Message() << "start " << failing << ", limit " << limit);
+            ServiceThreadPool pool(limit, nullptr);
+            int start = 0;
+            mirel::setThreadStartHook([&] { return ++start == failing ? EPERM : 0; });
+            for (int i = 1; i <= 3; ++i) {
+                const int sizeBefore = pool.poolSize();
+                const std::size_t workersBefore = PoolInspector::workers(pool);
+                if (i == failing) {
+                    EXPECT_THROW(pool.getThread(true), MirelException);
+                    EXPECT_EQ(sizeBefore, pool.poolSize());
+                    EXPECT_EQ(workersBefore, PoolInspector::workers(pool));
+                } else {
+                    pool.getThread(true);
+                }
+            }
+            mirel::setThreadStartHook({});
+            events.clear();
+            pool.getThread(true)->executeRequest(&quick, nullptr, "runs", 4, nullptr);
+            events.waitFor(1);
+        }
+    }
+}
+
+TEST_F(ThreadPool, ShutdownEndsIdleAndBusyWorkersAndThePoolCanBeUsedAgain) {
+    ServiceThreadPool pool(2, nullptr);
+    for (int round = 0; round < 3; ++round) {
+        SCOPED_TRACE(round);
+        events.clear();
+        ServiceThreadIfc* const idle = pool.getThread(priorityOf(0), true);
+        idle->executeRequest(&quick, nullptr, "done", 4, nullptr);
+        events.waitFor(1);
+        Gate ownGate;
+        TestInvoker invoker([&](Executable*, std::string, InvokerResponse*) {
+            events.add("running");
+            ownGate.pass();
+            events.add("finished");
+        });
+        pool.getThread(priorityOf(2), true)->executeRequest(&invoker, nullptr, "", 0, nullptr);
+        pool.getThread(priorityOf(1), true)->executeRequest(&invoker, nullptr, "", 0, nullptr);
+        events.waitFor(3);
+        ownGate.open();
+        pool.shutdown();
+        pool.shutdown();
+        const EventList all = events.all();
+        EXPECT_EQ(2, std::count(all.begin(), all.end(), "finished"));
+        EXPECT_EQ(0u, PoolInspector::workers(pool));
+        for (const int priority : {0, 1, 2})
+            EXPECT_EQ(0, pool.availableThreads(priorityOf(priority)));
+    }
+    EXPECT_EQ(2, pool.poolSize()) << "the workers made so far stay counted";
+}
+
+/// While the owner waits for a worker in `shutdown`, that worker's callback may take another one,
+/// new or idle, and hand it work. Shutdown leaves the one that is held alone until then, even when
+/// it is the older one.
+TEST_F(ThreadPool, ACompletionCallbackMayUseThePoolDuringShutdown) {
+    class Callback : public ServiceExecCallbackIfc {
+    public:
+        explicit Callback(std::function<void()> function) : m_function(std::move(function)) {}
+        bool reuseThreadForDelayedMessage(ServiceThreadIfc*) override {
+            m_function();
+            return false;
+        }
+
+    private:
+        const std::function<void()> m_function;
+    };
+    for (const bool takesIdle : {true, false}) {
+        SCOPED_TRACE(takesIdle);
+        events.clear();
+        ServiceThreadPool pool(10, nullptr);
+        if (takesIdle) {
+            pool.getThread(priorityOf(0), true)
+                ->executeRequest(&quick, nullptr, "idle", 4, nullptr);
+            waitForIdle(pool, 0, 1);
+        }
+        int destroyed = 0;
+        Callback callback([&] {
+            ServiceThreadIfc* const other = pool.getThread(priorityOf(0), true);
+            events.add("holds another");
+            waitUntil([&] { return PoolInspector::workers(pool) == 1; });
+            other->callBackOnCompletion(nullptr);
+            other->executeRequest(&quick, nullptr, "taken", 5, new CountedResponse(destroyed));
+        });
+        ServiceThreadIfc* const worker = pool.getThread(priorityOf(1), true);
+        worker->callBackOnCompletion(&callback);
+        worker->executeRequest(&quick, nullptr, "work", 4, nullptr);
+        events.waitFor(takesIdle ? 3 : 2);
+        pool.shutdown(); // takes the first worker off the list, for which the callback waits
+        EXPECT_EQ(0u, PoolInspector::workers(pool));
+        EXPECT_EQ(1, destroyed) << "run, or told to stop before that: answered once in any case";
+    }
+}
+
+TEST_F(ThreadPool, NoThreadOutlivesIt) {
+    const auto threads = [] {
+        const std::filesystem::directory_iterator tasks("/proc/self/task");
+        return std::distance(begin(tasks), end(tasks));
+    };
+    const auto before = threads();
+    for (int round = 0; round < 20; ++round) {
+        ServiceThreadPool pool(4, nullptr);
+        for (int i = 0; i < 4; ++i)
+            pool.getThread(priorityOf(i % 3), true)
+                ->executeRequest(&quick, nullptr, "", 0, nullptr);
+    }
+    // A thread that has been joined may be listed for a moment yet.
+    waitUntil([&] { return threads() <= before; });
+}
+
+} // namespace
