@@ -1,0 +1,108 @@
+#include "call/CallOptions.h"
+
+#include <CLI/CLI.hpp>
+#include <iostream>
+
+namespace mirel {
+
+namespace {
+
+/// Within this, neither side has to drop answers; see `ZmqCaller`.
+constexpr std::size_t kLargestWindow = 1000;
+
+void addConnectionOptions(CLI::App& app, CallOptions& options) {
+    ZmqCallerOptions& connection = options.connection;
+    app.add_option("--channel", connection.url,
+                   "The service's address: ipc://PATH or tcp://HOST:PORT")
+        ->required();
+    app.add_option_function<int>(
+           "--deadline", [&options](int ms) { options.deadline = std::chrono::milliseconds(ms); },
+           "Time for connecting, and for each answer, in milliseconds")
+        ->check(CLI::Range(1, 3600000))
+        ->default_str(std::to_string(options.deadline.count()));
+    app.add_option("--window", options.window, "Requests on their way at once")
+        ->check(CLI::Range(std::size_t{1}, kLargestWindow))
+        ->capture_default_str();
+    app.add_option("--max-message", connection.maxMessageBytes, "Largest message sent, in bytes")
+        ->check(CLI::Range(std::size_t{1}, std::size_t{1} << 30))
+        ->capture_default_str();
+    app.add_option("--server-key", connection.serverKeyFile,
+                   "The service's public key file; switches CURVE encryption on");
+    app.add_option("--curve-key", connection.curveKeyFile,
+                   "Your own secret key file, for a service that lets in known callers only");
+}
+
+void addMessageOptions(CLI::App& app, CallOptions& options) {
+    app.add_option("--kind", options.kind, "What to send; only requests are answered")
+        ->check(CLI::IsMember({"request", "timer", "legacy"}))
+        ->capture_default_str();
+    app.add_option("--source", options.sender.source,
+                   "The source channel: requests of one source run in their order")
+        ->capture_default_str();
+    app.add_option("--priority", options.sender.priority, "0 (low), 1 or 2 (high)")
+        ->check(CLI::Range(0, 2))
+        ->capture_default_str();
+    app.add_option("--interface", options.interface, "The request's interface");
+    app.add_option("--protocol", options.protocol, "The request's protocol");
+    app.add_option("--data", options.data, "The data of a request or legacy message");
+    app.add_option("--timer-id", options.timerId, "The timer of a timer event")
+        ->capture_default_str();
+}
+
+void addManyOptions(CLI::App& app, CallOptions& options) {
+    CLI::Option* const input = app.add_option(
+        "--input", options.input,
+        "Send the messages of this file (-: standard input), a JSON object a line, with kind "
+        "(request, timer, legacy), source, priority, interface, protocol, data, timerId");
+    CLI::Option* const load =
+        app.add_option("--load", options.load,
+                       "Send this many requests and measure; {source} and {n} in --data stand for "
+                       "the source and for the request's number within its source, from 1")
+            ->check(CLI::Range(1UL, 100000000UL))
+            ->excludes(input);
+    app.add_option("--sources", options.sources,
+                   "Sources of the load, called SOURCE-1, SOURCE-2 and so on")
+        ->check(CLI::Range(1UL, 1000000UL))
+        ->capture_default_str()
+        ->needs(load);
+    app.add_option("--priorities", options.priorities,
+                   "Priorities that each source of the load takes in turn, such as 0,1,2")
+        ->delimiter(',')
+        ->check(CLI::Range(0, 2))
+        ->needs(load);
+}
+
+void checkComplete(const CallOptions& options) {
+    if (options.load != 0 && options.kind != "request")
+        throw CLI::ValidationError("--load", "sends requests only");
+    const bool request = options.input.empty() && options.kind == "request";
+    if (request && (options.interface.empty() || options.protocol.empty()))
+        throw CLI::RequiredError("--interface and --protocol");
+}
+
+} // namespace
+
+std::optional<int> parseCallOptions(int argc, char** argv, CallOptions& options) {
+    CLI::App app("Calls a service that mirel-host serves: sends one message, those of a file, or a "
+                 "load.",
+                 "mirel-call");
+    app.footer("Exit status: 0 all requests answered successfully and in order, 1 not so, 2 wrong "
+               "usage or no connection.");
+    addConnectionOptions(app, options);
+    addMessageOptions(app, options);
+    addManyOptions(app, options);
+    try {
+        app.parse(argc, argv);
+        checkComplete(options);
+        options.connection.patience = options.deadline;
+        return std::nullopt;
+    } catch (const CLI::CallForHelp&) {
+        std::cout << app.help();
+        return 0;
+    } catch (const CLI::ParseError& error) {
+        std::cerr << "mirel-call: " << error.what() << " (--help explains the options)\n";
+        return 2;
+    }
+}
+
+} // namespace mirel

@@ -1,0 +1,50 @@
+#include "call/MessageRun.h"
+
+#include "call/CallOptions.h"
+#include "call/Exchange.h"
+
+#include <iostream>
+
+namespace mirel {
+
+namespace {
+
+class Printer : public Exchange::Listener {
+public:
+    explicit Printer(std::chrono::milliseconds deadline) : m_deadline(deadline) {}
+
+    void sent(const std::string& source) override { std::cout << source << ": sent\n"; }
+
+    void answered(const Answer& answer, Exchange::Clock::duration) override {
+        std::cout << answer.sourceChannel << (answer.succeeded ? ": " : ": failed: ") << answer.data
+                  << '\n';
+    }
+
+    void unanswered(const std::string& source) override {
+        std::cout << source << ": unanswered after " << m_deadline.count() << " ms\n";
+    }
+
+private:
+    const std::chrono::milliseconds m_deadline;
+};
+
+} // namespace
+
+bool runMessages(const CallOptions& options,
+                 std::vector<CommsChannelDataContainerMessage> messages) {
+    ZmqCaller caller(options.connection);
+    Printer printer(options.deadline);
+    Exchange exchange(caller, options.window, options.deadline, printer);
+    for (CommsChannelDataContainerMessage& msg : messages) {
+        msg.channel() = options.connection.url;
+        exchange.send(msg);
+    }
+    exchange.finish();
+    const Exchange::Outcome& outcome = exchange.outcome();
+    if (outcome.outOfOrder + outcome.unexpected != 0)
+        std::cout << "out of order: " << outcome.outOfOrder
+                  << ", answers to nothing: " << outcome.unexpected << '\n';
+    return outcome.good();
+}
+
+} // namespace mirel

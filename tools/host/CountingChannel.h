@@ -1,0 +1,26 @@
+#pragma once
+
+#include "framework/CommsChannelIfc.h"
+
+#include <memory>
+
+namespace mirel {
+
+struct Tally;
+
+/// A channel that counts what the executor reads and what is answered.
+class CountingChannel : public CommsChannelIfc {
+public:
+    CountingChannel(std::unique_ptr<CommsChannelIfc> channel, std::shared_ptr<Tally> tally);
+
+    bool readMessage(CommsChannelDataContainerMessage& msg) override;
+    void close() override;
+    std::shared_ptr<AnswerSink> answerSink() override;
+
+private:
+    const std::shared_ptr<Tally> m_tally;
+    const std::unique_ptr<CommsChannelIfc> m_channel;
+    const std::shared_ptr<AnswerSink> m_answers;
+};
+
+} // namespace mirel

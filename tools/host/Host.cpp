@@ -1,0 +1,79 @@
+#include "host/Host.h"
+
+#include "framework/Threader.h"
+#include "host/CountingChannel.h"
+#include "host/CountingPool.h"
+#include "host/HostOptions.h"
+#include "host/HostedExecutor.h"
+#include "host/StopSignals.h"
+#include "host/Summary.h"
+#include "host/Tally.h"
+#include "standalone/LogControl.h"
+#include "standalone/StandaloneContext.h"
+#include "standalone/ZmqChannel.h"
+
+#include <chrono>
+#include <iostream>
+#include <memory>
+
+namespace mirel {
+
+namespace {
+
+void setUpProcess(const HostOptions& options) {
+    if (!options.logLevels.empty())
+        setLogLevels(options.logLevels);
+    setThreadOptions(options.threads);
+    StandaloneContext::loadCreator(options.library, options.creator);
+}
+
+void announce(const HostOptions& options, const std::string& url) {
+    std::cout << "serving " << options.interface << " of " << options.library << " on " << url
+              << (options.singleThreaded ? ", single-threaded" : ", multi-threaded") << std::endl;
+}
+
+/// True when a signal ended the wait, false when the executor's loop ended.
+bool waitForEnd(std::unique_ptr<StopSignals> signals, const HostedExecutor& executor) {
+    // The signals are let through again afterwards, so that a second one ends a host whose service
+    // does not come to an end.
+    return signals->waitForSignalOr(executor.ended().descriptor());
+}
+
+} // namespace
+
+int serve(const HostOptions& options) {
+    auto signals = std::make_unique<StopSignals>();
+    setUpProcess(options);
+    auto zmqChannel = std::make_unique<ZmqChannel>(options.channel);
+    const std::string url = zmqChannel->url();
+    const auto counters = zmqChannel->counters();
+    const auto tally = std::make_shared<Tally>();
+    const auto begin = std::chrono::steady_clock::now();
+    bool stoppedBySignal = false;
+    {
+        StandaloneContext context;
+        CountingPool pool(options.maxPool, nullptr, tally);
+        auto channel = std::make_unique<CountingChannel>(std::move(zmqChannel), tally);
+        HostedExecutor executor(options.library, options.creator, options.interface,
+                                channel.release(), &context, &pool, nullptr,
+                                !options.singleThreaded);
+        Threader threader;
+        unsigned long threadId = 0;
+        executor.startThread(threader, threadId);
+        announce(options, url);
+
+        stoppedBySignal = waitForEnd(std::move(signals), executor);
+        if (!stoppedBySignal)
+            std::cerr << "mirel-host: "
+                      << (executor.hasStarted() ? "a failure ended the service's loop"
+                                                : "the channel ended")
+                      << "; the log says which" << std::endl;
+        executor.shutdown(); // no more messages
+        pool.shutdown();     // what runs comes to its end; the executor must still be there
+    } // the executor fails what it held back, and the channel sends the last answers
+    writeSummary(std::cout, options.interface, *tally, *counters,
+                 std::chrono::steady_clock::now() - begin);
+    return stoppedBySignal ? 0 : 1;
+}
+
+} // namespace mirel

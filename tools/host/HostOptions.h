@@ -1,0 +1,26 @@
+#pragma once
+
+#include "standalone/ThreadOptions.h"
+#include "standalone/ZmqChannelOptions.h"
+
+#include <optional>
+#include <string>
+
+namespace mirel {
+
+struct HostOptions {
+    std::string library;
+    std::string creator;
+    std::string interface;
+    ZmqChannelOptions channel;
+    ThreadOptions threads;
+    bool singleThreaded = false;
+    int maxPool = 16;
+    std::string logLevels;    ///< empty: as the environment says
+    std::string generateKeys; ///< make key files with this name instead of serving
+};
+
+/// Reads the command line. A number: the program has said what there was to say, and exits with it.
+std::optional<int> parseHostOptions(int argc, char** argv, HostOptions& options);
+
+} // namespace mirel

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <chrono>
+#include <ostream>
+#include <string>
+
+namespace mirel {
+
+struct Tally;
+struct ZmqCounters;
+
+/// Writes what a host has done, to be called when everything has ended.
+void writeSummary(std::ostream& out, const std::string& interface, const Tally& tally,
+                  const ZmqCounters& channel, std::chrono::duration<double> served);
+
+} // namespace mirel

@@ -1,0 +1,23 @@
+#include "host/Host.h"
+#include "host/HostOptions.h"
+#include "standalone/ZmqSecurity.h"
+
+#include <exception>
+#include <iostream>
+
+int main(int argc, char** argv) {
+    try {
+        mirel::HostOptions options;
+        if (const auto status = mirel::parseHostOptions(argc, argv, options))
+            return *status;
+        if (options.generateKeys.empty())
+            return mirel::serve(options);
+        mirel::writeNewCurveKeys(options.generateKeys);
+        std::cout << "wrote " << options.generateKeys << ".key (secret) and "
+                  << options.generateKeys << ".pub\n";
+        return 0;
+    } catch (const std::exception& failure) {
+        std::cerr << "mirel-host: " << failure.what() << '\n';
+        return 2;
+    }
+}
