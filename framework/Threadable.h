@@ -11,8 +11,8 @@ class ThreadRecord;
 }
 
 /// An object with a thread body. `Threader` starts an OS thread that calls `run()`. The OS thread
-/// can be joined until somebody has waited for it; who detaches it (with `pthread_detach`) must see
-/// to it that nobody waits for it.
+/// may detach itself (`pthread_detach`) before it ends; who waits for it then returns when its body
+/// has ended, as there is nothing left to join.
 ///
 /// Threads: `threadId` and `waitForThreadCompletion` may be called by any thread while the object
 /// lives. The OS thread does not touch the object after `run()` has returned, so `run()` may end
