@@ -9,7 +9,8 @@ namespace mirel {
 namespace {
 
 void addServiceOptions(CLI::App& app, HostOptions& options) {
-    app.add_option("--library", options.library, "The service library, as dlopen takes it; required");
+    app.add_option("--library", options.library,
+                   "The service library, as dlopen takes it; required");
     app.add_option("--creator", options.creator,
                    "The function in the library that makes the service; required");
     app.add_option("--interface", options.interface,
@@ -24,8 +25,9 @@ void addServiceOptions(CLI::App& app, HostOptions& options) {
 }
 
 void addChannelOptions(CLI::App& app, ZmqChannelOptions& channel) {
-    app.add_option("--channel", channel.url,
-                   "Where to listen: ipc://PATH or tcp://ADDRESS:PORT (port 0: any free one); required");
+    app.add_option(
+        "--channel", channel.url,
+        "Where to listen: ipc://PATH or tcp://ADDRESS:PORT (port 0: any free one); required");
     app.add_option("--queue", channel.queueLength,
                    "Messages kept for the service before callers are made to wait")
         ->check(CLI::Range(std::size_t{1}, std::size_t{1000000}))
