@@ -3,6 +3,7 @@
 // What the tests of the library share: a channel, a context, invokers and services whose behaviour
 // each test chooses, and recorders that tests wait on.
 
+#include "ServiceExecCallbackIfc.h"
 #include "framework/CommsChannelDataContainerMessage.h"
 #include "framework/CommsChannelIfc.h"
 #include "framework/FrameworkContext.h"
@@ -202,6 +203,19 @@ public:
 
 private:
     const std::shared_ptr<State> m_state;
+};
+
+/// A completion callback made of a function.
+class TestCallback : public ServiceExecCallbackIfc {
+public:
+    explicit TestCallback(std::function<bool(ServiceThreadIfc*)> function)
+        : m_function(std::move(function)) {}
+    bool reuseThreadForDelayedMessage(ServiceThreadIfc* thread) override {
+        return m_function(thread);
+    }
+
+private:
+    const std::function<bool(ServiceThreadIfc*)> m_function;
 };
 
 /// Counts its destruction, and may throw from it.

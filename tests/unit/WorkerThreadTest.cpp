@@ -1,11 +1,8 @@
-#include "ServiceExecCallbackIfc.h"
 #include "ServiceThreadPoolIfc.h"
 #include "ServiceThread_MT.h"
 #include "Support.h"
 #include "framework/ProcessTypeString.h"
 #include "framework/Threader.h"
-
-#include <pthread.h>
 
 namespace {
 
@@ -22,19 +19,6 @@ public:
     }
     std::function<void(ServiceThreadIfc*)> onReturn;
     Events returned;
-};
-
-/// A completion callback made of a function.
-class TestCallback : public ServiceExecCallbackIfc {
-public:
-    explicit TestCallback(std::function<bool(ServiceThreadIfc*)> function)
-        : m_function(std::move(function)) {}
-    bool reuseThreadForDelayedMessage(ServiceThreadIfc* thread) override {
-        return m_function(thread);
-    }
-
-private:
-    const std::function<bool(ServiceThreadIfc*)> m_function;
 };
 
 class WorkerThread : public testing::Test {
@@ -294,43 +278,6 @@ TEST_F(WorkerThread, ATemporaryWorkerDestroyedByItsPoolEndsWithoutWaitingForWork
     deleted.pass();
     EXPECT_EQ((EventList{"handle only"}), events.all());
     EXPECT_EQ(1, destroyed);
-}
-
-TEST_F(WorkerThread, GoesOnUnderANewThreadWhenServiceCodeEndsItsThread) {
-    struct Case {
-        const char* name;
-        std::function<void()> end;
-    };
-    const Case cases[]{
-        {"exit", [] { pthread_exit(nullptr); }},
-        {"cancellation",
-         [] {
-             pthread_cancel(pthread_self());
-             pthread_testcancel();
-         }},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        events.clear();
-        TestInvoker ending([&](Executable*, std::string, InvokerResponse*) { c.end(); });
-        int destroyed = 0;
-        bool handedOver = false;
-        TestCallback callback([&](ServiceThreadIfc* thread) {
-            if (!std::exchange(handedOver, true)) {
-                thread->executeRequest(&invoker, &service, "next", 4, nullptr);
-                return true;
-            }
-            return false;
-        });
-        ServiceThread_MT* const worker = createStarted();
-        const std::size_t before = pool.returned.all().size();
-        worker->callBackOnCompletion(&callback);
-        worker->executeRequest(&ending, &service, "", 0, new CountedResponse(destroyed));
-        pool.returned.waitFor(before + 1);
-        EXPECT_EQ(1, destroyed);
-        EXPECT_EQ((EventList{"handle next"}), events.all());
-        worker->destroyThread();
-    }
 }
 
 } // namespace
