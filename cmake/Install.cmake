@@ -5,8 +5,15 @@ include(CMakePackageConfigHelpers)
 
 install(TARGETS MirelFramework MirelServiceExecution MirelStandalone EXPORT MirelTargets)
 install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mirel)
-install(DIRECTORY framework standalone DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mirel
-  FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY framework DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mirel)
+set(public_standalone Answer AnswerSink HandlerInvoker InterceptorList LogControl MessageQueue
+  MessageRules QueueChannel Reports StandaloneContext ThreadOptions ThreadStartHook)
+if(MIREL_ZEROMQ)
+  list(APPEND public_standalone ZmqCaller ZmqChannel ZmqChannelOptions ZmqCounters RefusalCounter
+    ZmqSecurity)
+endif()
+list(TRANSFORM public_standalone REPLACE "(.+)" "standalone/\\1.h")
+install(FILES ${public_standalone} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mirel/standalone)
 if(MIREL_ZEROMQ)
   install(TARGETS mirel-host mirel-call)
 endif()

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <memory>
 #include <string>
 
@@ -8,7 +7,6 @@ class CommsChannelIfc;
 
 namespace mirel {
 class AnswerSink;
-struct Answer;
 } // namespace mirel
 
 /// The way back to the caller of one request. The first of `answer`, `answerError` and destruction

@@ -366,7 +366,7 @@ ServiceThreadIfc* ServiceExecutor::getThread(MirelThreadPriority priority,
 }
 
 bool ServiceExecutor::isThreadAllocatedToChannel(const std::string& channel) const {
-    return m_busyChannels.count(channel) != 0;
+    return m_busyChannels.contains(channel);
 }
 
 // ---- Completion, on the worker's thread ------------------------------------------------------

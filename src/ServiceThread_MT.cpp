@@ -46,11 +46,11 @@ ServiceThread_MT::ServiceThread_MT(ServiceThreadPoolIfc* pool, bool reuseThread,
       m_pinterceptorDispatcher(dispatcher),
       m_pcallback(nullptr),
       m_destroyed(Semaphore::NOT_AVAILABLE, 1, false) {
-    clearRequestData();
+    ServiceThread_MT::clearRequestData();
 }
 
 ServiceThread_MT::~ServiceThread_MT() {
-    clearRequestData();
+    ServiceThread_MT::clearRequestData();
     // Whoever gave it last may not be back from `give` yet. That is allowed: `take` has returned.
     delete m_prequestSem;
 }

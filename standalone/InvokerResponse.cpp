@@ -33,9 +33,9 @@ bool InvokerResponse::answered() const { return m_answered; }
 bool InvokerResponse::send(bool succeeded, std::string data) {
     if (m_answered)
         return false;
-    m_answered = true;
     if (m_sink)
         m_sink->answer(
             {succeeded, m_requestId, m_sourceChannel, m_callbackChannel, std::move(data)});
+    m_answered = true; // not before: an answer that could not be given leaves room for a failure
     return true;
 }

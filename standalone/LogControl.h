@@ -32,7 +32,7 @@ void setLogLevels(const std::string& text);
 using LogSink = std::function<void(const LogLine&)>;
 
 /// Replaces the sink and returns the one before. When this returns, no thread is inside the former
-/// sink any more. What a sink throws reaches whoever logs.
+/// sink any more; so not to be called from inside a sink. What a sink throws reaches whoever logs.
 LogSink setLogSink(LogSink sink);
 
 } // namespace mirel

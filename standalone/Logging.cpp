@@ -83,17 +83,20 @@ std::string whyInvalid(const std::string& text) {
            " for each component with another one, as in \"3,ServiceExecutor=6\"";
 }
 
-/// What is printed: control characters as \xNN, so that a name that came from outside cannot
-/// play tricks on a terminal. A line break stays one, and the next line is indented: no part of a
+/// What is printed: control characters as \xNN, those of UTF-8's second range included, so that a
+/// name that came from outside cannot play tricks on a terminal. A line break stays one, and the next line is indented: no part of a
 /// text can pass for a line of its own.
 std::string printable(std::string_view text) {
     std::string result;
     result.reserve(text.size());
+    unsigned char former = 0;
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
+        const bool secondRange = former == 0xc2 && byte >= 0x80 && byte < 0xa0;
+        former = byte;
         if (c == '\n') {
             result += "\n    ";
-        } else if ((byte < 0x20 && c != '\t') || byte == 0x7f) {
+        } else if ((byte < 0x20 && c != '\t') || byte == 0x7f || secondRange) {
             char escaped[5];
             std::snprintf(escaped, sizeof escaped, "\\x%02x", byte);
             result += escaped;

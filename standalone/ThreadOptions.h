@@ -9,7 +9,7 @@ namespace mirel {
 struct ThreadOptions {
     /// Bytes of stack for each thread. At most some thousand threads of the default fit into the
     /// address space of a 32-bit process; the C library's own default (8 MiB) allows a few hundred.
-    std::size_t stackSize = 512 * 1024;
+    std::size_t stackSize = std::size_t{512} * 1024;
 
     /// Nice values between neighbouring priorities: priority 2 runs at the process's own nice
     /// value, 1 at this many more, 0 at twice as many more. 0 leaves nice values alone. Range 0

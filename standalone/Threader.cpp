@@ -36,7 +36,8 @@ constexpr bool kSanitized = __has_feature(address_sanitizer) || __has_feature(th
 #else
 constexpr bool kSanitized = false;
 #endif
-constexpr std::size_t kSmallestSanitizedStack = 2 * 1024 * 1024; ///< frames are far larger then
+constexpr std::size_t kSmallestSanitizedStack =
+    std::size_t{2} * 1024 * 1024; ///< frames are far larger then
 
 /// Wakes starters that were refused a thread when one of ours ends.
 class ThreadEnds {

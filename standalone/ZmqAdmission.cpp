@@ -49,7 +49,7 @@ bool ZmqAdmission::mayConnect(const std::string& mechanism, const std::string& k
         return false;
     std::vector<char> text(key.size() / 4 * 5 + 1);
     zmq_z85_encode(text.data(), reinterpret_cast<const std::uint8_t*>(key.data()), key.size());
-    return m_allowedKeys.count(text.data()) != 0;
+    return m_allowedKeys.contains(text.data());
 }
 
 } // namespace mirel

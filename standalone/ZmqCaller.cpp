@@ -111,6 +111,8 @@ public:
         m_socket.set(zmq::sockopt::sndhwm, kKeptMessages);
         m_socket.set(zmq::sockopt::rcvhwm, kKeptMessages);
         m_socket.set(zmq::sockopt::ipv6, options.url.find('[') != std::string::npos);
+        // A service that is gone takes nothing, rather than ZeroMQ keeping it for its return.
+        m_socket.set(zmq::sockopt::immediate, true);
         secure(m_socket, options);
         try {
             ConnectionMonitor monitor(m_context, m_socket);

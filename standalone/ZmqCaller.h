@@ -20,7 +20,7 @@ struct ZmqCallerOptions {
     std::chrono::milliseconds patience{5000};
 
     /// Largest message sent, as encoded, in bytes; the service has its own limit.
-    std::size_t maxMessageBytes = 1024 * 1024;
+    std::size_t maxMessageBytes = std::size_t{1} << 20;
 
     /// The service's public key (a NAME.pub, see ZmqSecurity.h), which switches CURVE on. Empty:
     /// off.

@@ -13,7 +13,7 @@ struct ZmqChannelOptions {
     /// Largest message taken, as encoded, and largest data of an answer, in bytes; 1 to 1 GiB. A
     /// message of up to four times this is read and refused with an answer; a caller that sends
     /// more than that is disconnected before its message is in memory.
-    std::size_t maxMessageBytes = 1024 * 1024;
+    std::size_t maxMessageBytes = std::size_t{1} << 20;
 
     /// Messages kept for the executor. When they are this many, callers are made to wait.
     std::size_t queueLength = 1000;

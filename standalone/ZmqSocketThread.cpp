@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <cxxabi.h>
 #include <exception>
+#include <new>
 #include <utility>
 
 namespace mirel {
@@ -182,6 +183,9 @@ void ZmqSocketThread::take(std::string caller, std::string_view bytes) {
     } catch (const EnvelopeError& failure) {
         m_counters.refused.refuse(std::string("it cannot be decoded: ") + failure.what());
         return;
+    } catch (const std::bad_alloc&) {
+        m_counters.refused.refuse("there is no memory for it");
+        return;
     }
     msg.callbackChannel() = std::move(caller);
 
@@ -234,6 +238,7 @@ void ZmqSocketThread::send(const Answer& answer) {
 }
 
 void ZmqSocketThread::transmit(const Answer& answer) {
+    const auto bytes = encode(answer); // before the first frame: nothing may fail between the two
     try {
         const zmq::const_buffer caller = zmq::buffer(answer.callbackChannel);
         if (!m_socket.send(caller, zmq::send_flags::sndmore | zmq::send_flags::dontwait)) {
@@ -241,7 +246,7 @@ void ZmqSocketThread::transmit(const Answer& answer) {
             return;
         }
         ++m_counters.answersSent; // before the caller can have it
-        m_socket.send(zmq::buffer(encode(answer)), zmq::send_flags::dontwait);
+        m_socket.send(zmq::buffer(bytes), zmq::send_flags::dontwait);
     } catch (const zmq::error_t& failure) {
         if (failure.num() != EHOSTUNREACH)
             throw;

@@ -73,6 +73,10 @@ void addManyOptions(CLI::App& app, CallOptions& options) {
 }
 
 void checkComplete(const CallOptions& options) {
+    if (!options.input.empty() && (options.kind != "request" || !options.interface.empty() ||
+                                   !options.protocol.empty() || !options.data.empty()))
+        throw CLI::ValidationError("--input",
+                                   "the file says what is sent; only --source goes with it");
     if (options.load != 0 && options.kind != "request")
         throw CLI::ValidationError("--load", "sends requests only");
     const bool request = options.input.empty() && options.kind == "request";

@@ -19,12 +19,12 @@ void Exchange::send(CommsChannelDataContainerMessage& msg) {
     while (m_waiting.size() >= m_window)
         waitForAnswers();
     msg.setRequestId(++m_lastId);
-    const Clock::time_point now = Clock::now();
-    if (!m_caller.send(msg, m_deadline)) {
+    m_abandoned = m_abandoned || !m_caller.send(msg, m_deadline);
+    if (m_abandoned) {
         ++m_outcome.unanswered;
         m_listener.unanswered(msg.sourceChannel());
     } else if (isInvokerRequest(msg)) {
-        m_waiting.emplace(m_lastId, Request{msg.sourceChannel(), now});
+        m_waiting.emplace(m_lastId, Request{msg.sourceChannel(), Clock::now()});
     } else {
         m_listener.sent(msg.sourceChannel());
     }

@@ -40,6 +40,8 @@ public:
              Listener& listener);
 
     /// Numbers the message and sends it; waits for answers to others first when the window is full.
+    /// Once the service has not taken a message for the whole deadline, nothing more is sent, and
+    /// counts as unanswered.
     void send(CommsChannelDataContainerMessage& msg);
 
     /// Waits until every request has been answered or its deadline is over.
@@ -64,6 +66,7 @@ private:
     Listener& m_listener;
     Outcome m_outcome;
     long m_lastId = 0;
+    bool m_abandoned = false;
     std::map<long, Request> m_waiting;                    ///< by id, so the oldest comes first
     std::unordered_map<std::string, long> m_lastAnswered; ///< of each source
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <iomanip>
 
 namespace mirel {
@@ -10,7 +11,7 @@ namespace {
 
 /// The smallest latency that at least this share of the requests did not exceed; the list is
 /// sorted.
-long microseconds(const std::vector<Exchange::Clock::duration>& latencies, double share) {
+std::int64_t microseconds(const std::vector<Exchange::Clock::duration>& latencies, double share) {
     const auto rank =
         static_cast<std::size_t>(std::ceil(share * static_cast<double>(latencies.size())));
     const auto latency = latencies[std::max<std::size_t>(rank, 1) - 1];

@@ -61,7 +61,6 @@ bool runLoad(const CallOptions& options) {
     LoadReport report;
     report.requests = options.load;
     report.sources = options.sources;
-    report.latencies.reserve(options.load);
     const auto begin = Exchange::Clock::now();
     {
         ProgressBar bar(options.load);

@@ -95,6 +95,8 @@ json parse(const std::string& line) {
         return json::parse(line);
     } catch (const json::parse_error& failure) {
         throw LineError("not JSON from byte " + std::to_string(failure.byte) + " on");
+    } catch (const json::exception&) {
+        throw LineError("a number in it is too large");
     }
 }
 

@@ -50,7 +50,10 @@ int main(int argc, char** argv) {
         mirel::CallOptions options;
         if (const auto status = mirel::parseCallOptions(argc, argv, options))
             return *status;
-        return run(options) ? 0 : 1;
+        const bool good = run(options);
+        if (!std::cout.flush())
+            throw MirelException("the output could not be written", __FILE__, __LINE__);
+        return good ? 0 : 1;
     } catch (const std::exception& failure) {
         std::cerr << "mirel-call: " << failure.what() << '\n';
         return 2;

@@ -1,6 +1,7 @@
 #include "host/CountingChannel.h"
 
 #include "framework/CommsChannelDataContainerMessage.h"
+#include "host/FlowLimit.h"
 #include "host/Tally.h"
 #include "standalone/AnswerSink.h"
 #include "standalone/MessageRules.h"
@@ -13,18 +14,22 @@ namespace {
 
 class CountingSink : public AnswerSink {
 public:
-    CountingSink(std::shared_ptr<AnswerSink> sink, std::shared_ptr<Tally> tally)
+    CountingSink(std::shared_ptr<AnswerSink> sink, std::shared_ptr<Tally> tally,
+                 std::shared_ptr<FlowLimit> flow)
         : m_sink(std::move(sink)),
-          m_tally(std::move(tally)) {}
+          m_tally(std::move(tally)),
+          m_flow(std::move(flow)) {}
 
     void answer(Answer answer) override {
         ++(answer.succeeded ? m_tally->done : m_tally->failed);
         m_sink->answer(std::move(answer));
+        m_flow->requestAnswered();
     }
 
 private:
     const std::shared_ptr<AnswerSink> m_sink;
     const std::shared_ptr<Tally> m_tally;
+    const std::shared_ptr<FlowLimit> m_flow;
 };
 
 std::atomic<unsigned long>& countOf(CommsChannelDataContainerMessage& msg, Tally& tally) {
@@ -36,20 +41,28 @@ std::atomic<unsigned long>& countOf(CommsChannelDataContainerMessage& msg, Tally
 } // namespace
 
 CountingChannel::CountingChannel(std::unique_ptr<CommsChannelIfc> channel,
-                                 std::shared_ptr<Tally> tally)
+                                 std::shared_ptr<Tally> tally, std::shared_ptr<FlowLimit> flow)
     : m_tally(std::move(tally)),
+      m_flow(std::move(flow)),
       m_channel(std::move(channel)),
-      m_answers(std::make_shared<CountingSink>(m_channel->answerSink(), m_tally)) {}
+      m_answers(std::make_shared<CountingSink>(m_channel->answerSink(), m_tally, m_flow)) {}
 
 bool CountingChannel::readMessage(CommsChannelDataContainerMessage& msg) {
-    if (!m_channel->readMessage(msg))
+    if (!m_flow->waitForRoom() || !m_channel->readMessage(msg))
         return false;
     ++countOf(msg, *m_tally);
     return true;
 }
 
-void CountingChannel::close() { m_channel->close(); }
+void CountingChannel::close() {
+    m_flow->close();
+    m_channel->close();
+}
 
-std::shared_ptr<AnswerSink> CountingChannel::answerSink() { return m_answers; }
+/// Asked for once by the response of each request that is accepted.
+std::shared_ptr<AnswerSink> CountingChannel::answerSink() {
+    m_flow->requestAccepted();
+    return m_answers;
+}
 
 } // namespace mirel

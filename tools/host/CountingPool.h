@@ -2,26 +2,24 @@
 
 #include "ServiceThreadPool.h"
 
-#include <atomic>
 #include <memory>
 
 namespace mirel {
 
-struct Tally;
+class FlowLimit;
 
-/// A pool that counts how many workers are in use at once. To be shut down before it is destroyed,
-/// because workers that come back use it.
+/// A pool that counts the workers in use. To be shut down before it is destroyed, because workers
+/// that come back use it.
 class CountingPool : public ServiceThreadPool {
 public:
     CountingPool(int maxPoolSize, InvokeInterceptorDispatcher* dispatcher,
-                 std::shared_ptr<Tally> tally);
+                 std::shared_ptr<FlowLimit> flow);
 
     ServiceThreadIfc* getThread(MirelThreadPriority priority, bool multiThreaded) override;
     bool returnThread(ServiceThreadIfc* thread) override;
 
 private:
-    const std::shared_ptr<Tally> m_tally;
-    std::atomic<unsigned long> m_inUse{0};
+    const std::shared_ptr<FlowLimit> m_flow;
 };
 
 } // namespace mirel

@@ -3,6 +3,7 @@
 #include "framework/Threader.h"
 #include "host/CountingChannel.h"
 #include "host/CountingPool.h"
+#include "host/FlowLimit.h"
 #include "host/HostOptions.h"
 #include "host/HostedExecutor.h"
 #include "host/StopSignals.h"
@@ -48,12 +49,13 @@ int serve(const HostOptions& options) {
     const std::string url = zmqChannel->url();
     const auto counters = zmqChannel->counters();
     const auto tally = std::make_shared<Tally>();
+    const auto flow = std::make_shared<FlowLimit>(options.maxUnfinished);
     const auto begin = std::chrono::steady_clock::now();
-    bool stoppedBySignal = false;
+    bool failed = false;
     {
         StandaloneContext context;
-        CountingPool pool(options.maxPool, nullptr, tally);
-        auto channel = std::make_unique<CountingChannel>(std::move(zmqChannel), tally);
+        CountingPool pool(options.maxPool, nullptr, flow);
+        auto channel = std::make_unique<CountingChannel>(std::move(zmqChannel), tally, flow);
         HostedExecutor executor(options.library, options.creator, options.interface,
                                 channel.release(), &context, &pool, nullptr,
                                 !options.singleThreaded);
@@ -62,18 +64,20 @@ int serve(const HostOptions& options) {
         executor.startThread(threader, threadId);
         announce(options, url);
 
-        stoppedBySignal = waitForEnd(std::move(signals), executor);
-        if (!stoppedBySignal)
+        const bool stoppedBySignal = waitForEnd(std::move(signals), executor);
+        executor.shutdown(); // no more messages
+        pool.shutdown();     // what runs comes to its end; the executor must still be there
+        // Asked now, because a failure may have ended the loop while it was being stopped.
+        failed = executor.hasStarted() || !stoppedBySignal;
+        if (failed)
             std::cerr << "mirel-host: "
                       << (executor.hasStarted() ? "a failure ended the service's loop"
                                                 : "the channel ended")
-                      << "; the log says which" << std::endl;
-        executor.shutdown(); // no more messages
-        pool.shutdown();     // what runs comes to its end; the executor must still be there
+                      << "; the log tells more" << std::endl;
     } // the executor fails what it held back, and the channel sends the last answers
-    writeSummary(std::cout, options.interface, *tally, *counters,
+    writeSummary(std::cout, options.interface, *tally, *counters, flow->mostWorkers(),
                  std::chrono::steady_clock::now() - begin);
-    return stoppedBySignal ? 0 : 1;
+    return failed ? 1 : 0;
 }
 
 } // namespace mirel

@@ -22,6 +22,11 @@ void addServiceOptions(CLI::App& app, HostOptions& options) {
                    "Workers kept for reuse; more are made when needed, and end after use")
         ->check(CLI::Range(0, 10000))
         ->capture_default_str();
+    app.add_option("--max-unfinished", options.maxUnfinished,
+                   "Accepted requests not answered yet, and likewise workers in use, at which the "
+                   "host stops reading until there are fewer")
+        ->check(CLI::Range(1UL, 1000000UL))
+        ->capture_default_str();
 }
 
 void addChannelOptions(CLI::App& app, ZmqChannelOptions& channel) {
@@ -58,6 +63,7 @@ void addThreadOptions(CLI::App& app, HostOptions& options) {
         ->check(CLI::Range(0, 97))
         ->capture_default_str();
     app.add_option("--stack-size", options.threads.stackSize, "Stack of each thread, in bytes")
+        ->check(CLI::Range(std::size_t{65536}, std::size_t{1} << 30))
         ->capture_default_str();
     app.add_option("--log", options.logLevels,
                    "Most detailed level logged, 2 (errors) to 6, and exceptions to it, such as "

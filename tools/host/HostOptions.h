@@ -16,6 +16,7 @@ struct HostOptions {
     ThreadOptions threads;
     bool singleThreaded = false;
     int maxPool = 16;
+    unsigned long maxUnfinished = 1000;
     std::string logLevels;    ///< empty: as the environment says
     std::string generateKeys; ///< make key files with this name instead of serving
 };

@@ -9,7 +9,8 @@
 namespace mirel {
 
 void writeSummary(std::ostream& out, const std::string& interface, const Tally& tally,
-                  const ZmqCounters& channel, std::chrono::duration<double> served) {
+                  const ZmqCounters& channel, unsigned long mostWorkers,
+                  std::chrono::duration<double> served) {
     const unsigned long requests = tally.requests;
     const unsigned long answered = tally.done + tally.failed;
     const unsigned long read = requests + tally.timerEvents + tally.legacyMessages;
@@ -22,7 +23,7 @@ void writeSummary(std::ostream& out, const std::string& interface, const Tally& 
         << requests - answered << " not answered; " << channel.answersDropped.count()
         << " answers dropped\n"
         << "  reports:  " << publishedReports() << " published\n"
-        << "  workers:  " << tally.mostWorkers << " at most at once\n";
+        << "  workers:  " << mostWorkers << " at most at once\n";
 }
 
 } // namespace mirel

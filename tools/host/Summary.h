@@ -11,6 +11,7 @@ struct ZmqCounters;
 
 /// Writes what a host has done, to be called when everything has ended.
 void writeSummary(std::ostream& out, const std::string& interface, const Tally& tally,
-                  const ZmqCounters& channel, std::chrono::duration<double> served);
+                  const ZmqCounters& channel, unsigned long mostWorkers,
+                  std::chrono::duration<double> served);
 
 } // namespace mirel

@@ -14,8 +14,6 @@ struct Tally {
     // Answers to requests that the executor has read.
     std::atomic<unsigned long> done{0};
     std::atomic<unsigned long> failed{0};
-
-    std::atomic<unsigned long> mostWorkers{0}; ///< handed out at once
 };
 
 } // namespace mirel

@@ -2,10 +2,13 @@
 #include "host/HostOptions.h"
 #include "standalone/ZmqSecurity.h"
 
+#include <csignal>
 #include <exception>
 #include <iostream>
 
 int main(int argc, char** argv) {
+    // Who reads our output or our log may stop reading; the service goes on.
+    std::signal(SIGPIPE, SIG_IGN);
     try {
         mirel::HostOptions options;
         if (const auto status = mirel::parseHostOptions(argc, argv, options))
