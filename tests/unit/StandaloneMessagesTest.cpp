@@ -1,117 +1,58 @@
-#include "framework/CommsChannelDataContainerMessage.h"
-#include "framework/InvokerResponse.h"
-#include "framework/MirelException.h"
-#include "framework/Serializer.h"
-#include "standalone/AnswerSink.h"
+#include "standalone/InterceptorList.h"
 #include "standalone/MessageQueue.h"
-#include "standalone/MessageRules.h"
 #include "standalone/QueueChannel.h"
+#include "standalone/StandaloneContext.h"
+#include "tests/unit/Support.h"
 
-#include <chrono>
 #include <climits>
 #include <future>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <memory>
-#include <string>
-#include <vector>
 
 namespace {
 
 using namespace std::chrono_literals;
-using mirel::Answer;
+using namespace std::string_literals;
 using mirel::MessageQueue;
 using mirel::QueueChannel;
+using testing::AllOf;
+using testing::ElementsAre;
 using testing::HasSubstr;
 
-CommsChannelDataContainerMessage request(long id) {
-    CommsChannelDataContainerMessage msg;
-    msg.protocol() = "text";
-    msg.interface() = "Clock";
-    msg.sourceChannel() = "source";
-    msg.callbackChannel() = "callback";
-    msg.setRequestId(id);
-    return msg;
+Message request(long id) {
+    Message message = requestFrom("source", "", 1, id);
+    message.callbackChannel() = "callback";
+    return message;
 }
 
-CommsChannelDataContainerMessage timerEvent(std::string data) {
-    CommsChannelDataContainerMessage msg;
-    msg.setMsgType(mirel::kTimerEvent);
-    msg.setData(std::move(data));
-    return msg;
-}
-
-TEST(Serializer, IntegersComeBack) {
-    for (const int value :
-         {0, 1, -1, 127, 128, -32, -33, 255, 256, -129, 65536, INT_MAX, INT_MIN}) {
+TEST(Serializer, ReadsTheIntegersThatItWritesAndNothingElse) {
+    int result = 0;
+    for (const int value : {0, 127, 128, -32, -33, 255, 256, 65536, INT_MAX, INT_MIN, 5}) {
         std::string data = Serializer::serialize(value);
-        int result = ~value;
         Serializer::deserialize(data, result);
         EXPECT_EQ(result, value);
     }
-}
-
-TEST(Serializer, AcceptsEveryEncodingOfAnIntegerAndNothingElse) {
-    struct Case {
-        const char* what;
-        std::string data;
-        const char* error; ///< null: 5
+    std::pair<const char*, std::string> bad[] = {
+        {"empty", ""},
+        {"followed by a byte", "\x05\0"s},
+        {"above int", "\xce\x80\0\0\0"s},
+        {"nil", "\xc0"},
+        {"announced 96 GiB array", "\xdd\xff\xff\xff\xff"},
     };
-    const Case cases[] = {
-        {"shortest", "\x05", nullptr},
-        {"longest", std::string("\xcf\0\0\0\0\0\0\0\x05", 9), nullptr},
-        {"signed", std::string("\xd3\0\0\0\0\0\0\0\x05", 9), nullptr},
-        {"empty", "", "insufficient"},
-        {"truncated", std::string("\xd2\0\0", 3), "insufficient"},
-        {"followed by a byte", std::string("\x05\0", 2), "1 more"},
-        {"above int", std::string("\xce\x80\0\0\0", 5), "range"},
-        {"below int", "\xd3\xff\xff\xff\xff\x7f\xff\xff\xff", "range"},
-        {"above everything", "\xcf\xff\xff\xff\xff\xff\xff\xff\xff", "range"},
-        {"nil", "\xc0", "type"},
-        {"true", "\xc3", "type"},
-        {"double", std::string("\xcb\x40\x14\0\0\0\0\0\0", 9), "type"},
-        {"text",
-         "\xa1"
-         "5",
-         "not one"},
-        {"array", "\x91\x05", "not one"},
-        {"announced 96 GiB array", "\xdd\xff\xff\xff\xff", "not one"},
-        {"unused code", "\xc1", "not one"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        std::string data = c.data;
-        int value = -7;
-        if (!c.error) {
-            EXPECT_NO_THROW(Serializer::deserialize(data, value));
-            EXPECT_EQ(value, 5);
-            continue;
-        }
-        try {
-            Serializer::deserialize(data, value);
-            ADD_FAILURE() << "read as " << value;
-        } catch (const MirelException& failure) {
-            EXPECT_THAT(failure.message(), HasSubstr(c.error));
-            EXPECT_EQ(value, -7);
-        }
+    for (auto& [what, data] : bad) {
+        EXPECT_THROW(Serializer::deserialize(data, result), MirelException) << what;
+        EXPECT_EQ(result, 5) << what;
     }
 }
 
 TEST(MessageQueue, RefusesWhatWouldEndTheExecutor) {
+    Message broken = timerMessage(3);
+    broken.setData("soon");
     MessageQueue queue(8);
-    for (const int priority : {-1, 3, INT_MAX, INT_MIN}) {
-        auto msg = request(1);
-        msg.setPriority(MirelThreadPriority(priority));
-        EXPECT_THAT(mirel::whyRefused(msg), HasSubstr("0, 1 or 2"));
-        EXPECT_THROW(queue.send(msg), MirelException);
+    for (Message message : {requestFrom("source", "", -1), requestFrom("source", "", 3), broken}) {
+        EXPECT_THROW(queue.send(message), MirelException);
+        EXPECT_THROW(queue.trySend(message, 0ms), MirelException);
     }
-    auto broken = timerEvent("soon");
-    EXPECT_THAT(mirel::whyRefused(broken), HasSubstr("timer identifier"));
-    EXPECT_THROW(queue.trySend(broken, 0ms), MirelException);
-
-    auto good = timerEvent(Serializer::serialize(3));
-    EXPECT_EQ(mirel::whyRefused(good), "");
-    EXPECT_TRUE(queue.send(good));
+    EXPECT_TRUE(queue.send(timerMessage(3)));
     EXPECT_EQ(queue.takeRest().size(), 1U);
 }
 
@@ -119,97 +60,79 @@ TEST(MessageQueue, IsBoundedAndKeepsTheOrder) {
     MessageQueue queue(2);
     EXPECT_TRUE(queue.send(request(1)));
     EXPECT_TRUE(queue.send(request(2)));
-    auto third = request(3);
+    Message third = request(3);
     EXPECT_FALSE(queue.trySend(third, 0ms));
     EXPECT_FALSE(queue.trySend(third, 5ms));
-    EXPECT_EQ(third.interface(), "Clock") << "a message that is not taken stays as it is";
+    EXPECT_EQ(third.interface(), "Ifc") << "a message that is not taken stays as it is";
 
     // A sender that waits goes on when there is room.
     auto sending = std::async(std::launch::async, [&] { return queue.send(third); });
     for (long id = 1; id <= 3; ++id) {
-        CommsChannelDataContainerMessage msg;
-        ASSERT_TRUE(queue.read(msg));
-        EXPECT_EQ(msg.requestId(), id);
+        Message message;
+        ASSERT_TRUE(queue.read(message));
+        EXPECT_EQ(message.requestId(), id);
     }
     EXPECT_TRUE(sending.get());
 }
 
 TEST(MessageQueue, CloseEndsBothSidesAndKeepsTheRest) {
     MessageQueue full(1);
-    ASSERT_TRUE(full.send(request(1)));
     MessageQueue empty(1);
+    Message message;
+    ASSERT_TRUE(full.send(request(1)));
     auto sending = std::async(std::launch::async, [&] { return full.send(request(2)); });
-    auto reading = std::async(std::launch::async, [&] {
-        CommsChannelDataContainerMessage msg;
-        return empty.read(msg);
-    });
+    auto reading = std::async(std::launch::async, [&] { return empty.read(message); });
     EXPECT_EQ(reading.wait_for(5ms), std::future_status::timeout);
     full.close();
     empty.close();
     EXPECT_FALSE(sending.get());
     EXPECT_FALSE(reading.get());
 
-    CommsChannelDataContainerMessage msg;
-    EXPECT_FALSE(full.read(msg)) << "although it holds a message";
-    EXPECT_FALSE(full.trySend(msg, 1h)) << "at once";
-    EXPECT_TRUE(full.closed());
-    ASSERT_EQ(full.takeRest().size(), 1U);
-    EXPECT_TRUE(full.takeRest().empty());
+    EXPECT_FALSE(full.read(message)) << "although it holds a message";
+    EXPECT_FALSE(full.trySend(message, 1h)) << "at once";
+    EXPECT_EQ(full.takeRest().size(), 1U);
+}
+
+std::unique_ptr<InvokerResponse> response(CommsChannelIfc* from) {
+    std::string source = "source", callback = "callback", other;
+    return std::make_unique<InvokerResponse>(from, source, callback, other, other, 7, other, other,
+                                             0);
 }
 
 class Answers : public testing::Test {
 protected:
-    std::unique_ptr<InvokerResponse> response(CommsChannelIfc* from, long id = 7) {
-        std::string source = "source";
-        std::string callback = "callback";
-        std::string other;
-        return std::make_unique<InvokerResponse>(from, source, callback, other, other, id, other,
-                                                 other, 0);
-    }
-
-    std::vector<Answer> answers;
+    Events answers; ///< "SOURCE CALLBACK ID ok DATA", or "failed" and the text
     const std::shared_ptr<MessageQueue> queue = std::make_shared<MessageQueue>(8);
-    std::unique_ptr<QueueChannel> channel = std::make_unique<QueueChannel>(
-        queue, [this](const Answer& answer) { answers.push_back(answer); });
+    std::unique_ptr<QueueChannel> channel =
+        std::make_unique<QueueChannel>(queue, [this](const mirel::Answer& answer) {
+            answers.add(answer.sourceChannel + " " + answer.callbackChannel + " " +
+                        std::to_string(answer.requestId) +
+                        (answer.succeeded ? " ok " : " failed ") + answer.data);
+        });
 };
 
 TEST_F(Answers, TheFirstDecides) {
     auto first = response(channel.get());
-    EXPECT_FALSE(first->answered());
     EXPECT_TRUE(first->answer("data"));
-    EXPECT_TRUE(first->answered());
     EXPECT_FALSE(first->answer("other data"));
     EXPECT_FALSE(first->answerError("failure"));
     first.reset();
-    ASSERT_EQ(answers.size(), 1U);
-    EXPECT_TRUE(answers[0].succeeded);
-    EXPECT_EQ(answers[0].data, "data");
-    EXPECT_EQ(answers[0].requestId, 7);
-    EXPECT_EQ(answers[0].sourceChannel, "source");
-    EXPECT_EQ(answers[0].callbackChannel, "callback");
-}
-
-TEST_F(Answers, DestroyedUnansweredIsAFailure) {
-    response(channel.get()).reset();
-    ASSERT_EQ(answers.size(), 1U);
-    EXPECT_FALSE(answers[0].succeeded);
-    EXPECT_THAT(answers[0].data, HasSubstr("not answered"));
+    EXPECT_THAT(answers.all(), ElementsAre("source callback 7 ok data"));
 }
 
 TEST_F(Answers, OutliveTheChannelAndNeedNone) {
     auto late = response(channel.get());
+    auto dropped = response(channel.get());
     channel.reset();
     EXPECT_TRUE(late->answer("late"));
-    ASSERT_EQ(answers.size(), 1U);
-    EXPECT_EQ(answers[0].data, "late");
-
+    dropped.reset();
+    EXPECT_THAT(answers.all(), ElementsAre("source callback 7 ok late",
+                                           HasSubstr("7 failed the request was not answered")));
     EXPECT_TRUE(response(nullptr)->answer("nobody listens"));
-    const QueueChannel withoutFunction(queue, nullptr);
-    EXPECT_TRUE(response(const_cast<QueueChannel*>(&withoutFunction))->answer("nor here"));
 }
 
 TEST_F(Answers, AFailingWayBackDoesNotGetOutOfTheDestructor) {
-    QueueChannel failing(queue, [](const Answer&) { throw std::bad_alloc(); });
+    QueueChannel failing(queue, [](const mirel::Answer&) { throw std::bad_alloc(); });
     EXPECT_NO_THROW(response(&failing).reset());
     auto tried = response(&failing);
     EXPECT_THROW(tried->answer("data"), std::bad_alloc);
@@ -217,21 +140,81 @@ TEST_F(Answers, AFailingWayBackDoesNotGetOutOfTheDestructor) {
 }
 
 TEST_F(Answers, UnreadRequestsFailWhenTheChannelCloses) {
-    CommsChannelDataContainerMessage legacy;
-    ASSERT_TRUE(queue->send(request(1)));
-    ASSERT_TRUE(queue->send(legacy));
-    ASSERT_TRUE(queue->send(timerEvent(Serializer::serialize(1))));
-    ASSERT_TRUE(queue->send(request(2)));
-    CommsChannelDataContainerMessage msg;
-    ASSERT_TRUE(channel->readMessage(msg));
+    for (const Message& message : {request(1), Message(), timerMessage(1), request(2)})
+        ASSERT_TRUE(queue->send(message));
+    Message message;
+    ASSERT_TRUE(channel->readMessage(message));
     channel->close();
     channel->close();
-    EXPECT_FALSE(channel->readMessage(msg));
-    ASSERT_EQ(answers.size(), 1U) << "for the one request that was not read";
-    EXPECT_EQ(answers[0].requestId, 2);
-    EXPECT_FALSE(answers[0].succeeded);
-    EXPECT_EQ(answers[0].callbackChannel, "callback");
-    EXPECT_THAT(answers[0].data, HasSubstr("stopped before"));
+    EXPECT_THAT(answers.all(),
+                ElementsAre(HasSubstr("source callback 2 failed the service stopped")))
+        << "for the one request that was not read";
+}
+
+/// Runs a handler as a service thread does.
+class Services : public Answers {
+protected:
+    Executable* create(const char* creator, const char* library = TEST_SERVICE_LIBRARY) {
+        return context.createService(nullptr, library, creator, channel.get(), "Echo");
+    }
+    void call(const std::string& interface, Executable* service, const std::string& data) {
+        auto pending = response(channel.get());
+        context.findInvoker(interface, "text")
+            ->handleMessage(service, data.data(), static_cast<int>(data.size()), pending.get());
+        static_cast<void>(pending.release()); // the handler has taken it
+    }
+
+    mirel::StandaloneContext context;
+};
+
+TEST_F(Services, AreLoadedFromALibraryWithTheirHandlers) {
+    Executable* const service = create("makeEcho");
+    ASSERT_TRUE(service);
+    call("Echo", service, "ab\0c"s);
+    EXPECT_THAT(answers.all(), ElementsAre("source callback 7 ok c\0ba"s));
+    EXPECT_FALSE(context.findInvoker("Echo", "binary"));
+    EXPECT_THROW(create("makeEcho"), MirelException) << "the handler is registered already";
+}
+
+TEST_F(Services, WhatIsMissingIsLogged) {
+    const LogCapture log;
+    EXPECT_FALSE(create("makeEcho", "libmirel-none.so"));
+    EXPECT_FALSE(create("makeCoffee"));
+    EXPECT_FALSE(create("makeNothing"));
+    EXPECT_THAT(
+        log.with("2 "),
+        ElementsAre(AllOf(HasSubstr("\"libmirel-none.so\""), HasSubstr("No such file")),
+                    AllOf(HasSubstr(TEST_SERVICE_LIBRARY), HasSubstr("no creator \"makeCoffee\"")),
+                    AllOf(HasSubstr("makeNothing"), HasSubstr("no service"))));
+}
+
+TEST_F(Services, HandlerThatThrowsAnswersWithTheTextAndLetsItPass) {
+    context.addHandler<TestService>("I", "text",
+                                    [](TestService&, std::string_view data) -> std::string {
+                                        throw std::runtime_error("cannot do " + std::string(data));
+                                    });
+    TestService service;
+    EXPECT_THROW(call("I", &service, "this"), std::runtime_error);
+
+    // Neither without a service nor with another one is the handler called.
+    TestLegacyService other(nullptr);
+    EXPECT_THROW(call("I", nullptr, ""), MirelException);
+    EXPECT_THROW(call("I", &other, ""), MirelException);
+    EXPECT_THAT(answers.all(),
+                ElementsAre("source callback 7 failed cannot do this", HasSubstr("service object"),
+                            HasSubstr("service object")));
+}
+
+TEST(Interceptors, SeeTheCallInOppositeOrdersBeforeAndAfter) {
+    mirel::InterceptorList interceptors;
+    Events seen;
+    for (const char* const name : {"a", "b"})
+        interceptors.add([&seen, name](InvokeInterceptorContext&) { seen.add(name); });
+    InvokeInterceptorContext context(InvokeInterceptorContext::eBeforeInvocation, 5, nullptr);
+    interceptors.dispatch(&context);
+    context.setInterceptionPoint(InvokeInterceptorContext::eAfterInvocation);
+    interceptors.dispatch(&context);
+    EXPECT_THAT(seen.all(), ElementsAre("a", "b", "b", "a"));
 }
 
 } // namespace
