@@ -10,7 +10,7 @@ public:
     virtual ~AnswerSink() = default;
 
     /// Any thread. Does not wait for the executor's thread, which a service may be blocking. Drops
-    /// the answer, and counts that, when the way back is gone.
+    /// the answer, and counts that, when the way back is gone. Has not taken it when this throws.
     virtual void answer(Answer answer) = 0;
 };
 
