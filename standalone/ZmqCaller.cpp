@@ -49,7 +49,7 @@ void secure(zmq::socket_t& socket, const ZmqCallerOptions& options) {
     socket.set(zmq::sockopt::curve_secretkey, keys.secretKey);
 }
 
-/// What ZeroMQ tells about the attempts to connect.
+/// What ZeroMQ tells about the connection.
 class ConnectionMonitor {
 public:
     ConnectionMonitor(zmq::context_t& context, zmq::socket_t& watched)
@@ -57,7 +57,7 @@ public:
           m_events(context, zmq::socket_type::pair) {
         constexpr int events = ZMQ_EVENT_HANDSHAKE_SUCCEEDED | ZMQ_EVENT_HANDSHAKE_FAILED_AUTH |
                                ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL |
-                               ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL;
+                               ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL | ZMQ_EVENT_DISCONNECTED;
         if (zmq_socket_monitor(m_watched.handle(), kAddress, events) != 0)
             throw zmq::error_t();
         m_events.connect(kAddress);
@@ -74,16 +74,12 @@ public:
         for (;;) {
             const auto left =
                 std::chrono::ceil<milliseconds>(std::max(deadline - Clock::now(), {}));
-            m_events.set(zmq::sockopt::rcvtimeo, static_cast<int>(left.count()));
-            zmq::message_t event;
-            zmq::message_t address;
-            if (!m_events.recv(event) || !m_events.recv(address))
+            const std::optional<int> event = nextEvent(left);
+            if (!event)
                 break;
-            std::uint16_t kind = 0;
-            std::memcpy(&kind, event.data(), std::min(sizeof(kind), event.size()));
-            if (kind == ZMQ_EVENT_HANDSHAKE_SUCCEEDED)
+            if (m_connected)
                 return;
-            if (kind == ZMQ_EVENT_HANDSHAKE_FAILED_AUTH)
+            if (*event == ZMQ_EVENT_HANDSHAKE_FAILED_AUTH)
                 fail("the service at " + url + " does not let this caller's key in");
             found = true;
         }
@@ -94,10 +90,33 @@ public:
                          std::to_string(patience.count()) + " ms");
     }
 
+    /// Whether there is a connection now.
+    bool connected() {
+        while (nextEvent(milliseconds(0))) {
+        }
+        return m_connected;
+    }
+
 private:
+    std::optional<int> nextEvent(milliseconds patience) {
+        m_events.set(zmq::sockopt::rcvtimeo, static_cast<int>(patience.count()));
+        zmq::message_t event;
+        zmq::message_t address;
+        if (!m_events.recv(event) || !m_events.recv(address))
+            return std::nullopt;
+        std::uint16_t kind = 0;
+        std::memcpy(&kind, event.data(), std::min(sizeof(kind), event.size()));
+        if (kind == ZMQ_EVENT_HANDSHAKE_SUCCEEDED)
+            m_connected = true;
+        else if (kind == ZMQ_EVENT_DISCONNECTED)
+            m_connected = false;
+        return kind;
+    }
+
     static constexpr const char* kAddress = "inproc://connection-events";
     zmq::socket_t& m_watched;
     zmq::socket_t m_events;
+    bool m_connected = false;
 };
 
 } // namespace
@@ -105,19 +124,17 @@ private:
 class ZmqCaller::Connection {
 public:
     explicit Connection(const ZmqCallerOptions& options)
-        : m_socket(m_context, zmq::socket_type::dealer) {
+        : m_socket(m_context, zmq::socket_type::dealer),
+          m_monitor(m_context, m_socket) {
         m_socket.set(zmq::sockopt::routing_id, newName());
         m_socket.set(zmq::sockopt::linger, static_cast<int>(kLinger.count()));
         m_socket.set(zmq::sockopt::sndhwm, kKeptMessages);
         m_socket.set(zmq::sockopt::rcvhwm, kKeptMessages);
         m_socket.set(zmq::sockopt::ipv6, options.url.find('[') != std::string::npos);
-        // A service that is gone takes nothing, rather than ZeroMQ keeping it for its return.
-        m_socket.set(zmq::sockopt::immediate, true);
         secure(m_socket, options);
         try {
-            ConnectionMonitor monitor(m_context, m_socket);
             m_socket.connect(options.url);
-            monitor.waitForHandshake(options.url, options.patience);
+            m_monitor.waitForHandshake(options.url, options.patience);
         } catch (const zmq::error_t& failure) {
             fail("cannot connect to " + options.url + ": " + failure.what());
         }
@@ -129,10 +146,12 @@ public:
     }
 
     zmq::socket_t& socket() { return m_socket; }
+    bool connected() { return m_monitor.connected(); }
 
 private:
     zmq::context_t m_context;
     zmq::socket_t m_socket;
+    ConnectionMonitor m_monitor;
 };
 
 ZmqCaller::ZmqCaller(const ZmqCallerOptions& options)
@@ -140,6 +159,8 @@ ZmqCaller::ZmqCaller(const ZmqCallerOptions& options)
       m_connection(std::make_unique<Connection>(options)) {}
 
 ZmqCaller::~ZmqCaller() = default;
+
+bool ZmqCaller::connected() { return m_connection->connected(); }
 
 bool ZmqCaller::send(CommsChannelDataContainerMessage& msg, milliseconds patience) {
     const std::string bytes = encode(msg);

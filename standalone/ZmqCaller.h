@@ -55,6 +55,10 @@ public:
     /// are no answer.
     std::optional<Answer> receive(std::chrono::milliseconds patience);
 
+    /// Whether the service is there now. A connection that is lost is looked for again; what is sent
+    /// meanwhile is kept.
+    bool connected();
+
 private:
     class Connection;
     const std::size_t m_maxMessageBytes;

@@ -73,6 +73,7 @@ void Exchange::giveUpLateOnes() {
         ++m_outcome.unanswered;
         m_listener.unanswered(m_waiting.begin()->second.source);
         m_waiting.erase(m_waiting.begin());
+        m_abandoned = m_abandoned || !m_caller.connected();
     }
 }
 

@@ -40,8 +40,8 @@ public:
              Listener& listener);
 
     /// Numbers the message and sends it; waits for answers to others first when the window is full.
-    /// Once the service has not taken a message for the whole deadline, nothing more is sent, and
-    /// counts as unanswered.
+    /// Once the service has not taken a message for the whole deadline, or is gone when a deadline
+    /// is over, nothing more is sent, and counts as unanswered.
     void send(CommsChannelDataContainerMessage& msg);
 
     /// Waits until every request has been answered or its deadline is over.
