@@ -1,15 +1,15 @@
 #pragma once
 
 #include "framework/CommsChannelDataContainerMessage.h"
+#include "framework/MirelException.h"
 #include "standalone/Answer.h"
 #include "standalone/AnswerSink.h"
 #include "standalone/ZmqCaller.h"
 #include "standalone/ZmqChannel.h"
 #include "standalone/ZmqCounters.h"
-#include "tests/system/TemporaryFolder.h"
+#include "tests/system/Support.h"
 
 #include <chrono>
-#include <gtest/gtest.h>
 #include <memory>
 #include <string>
 
@@ -17,26 +17,74 @@ namespace mirel {
 
 constexpr std::chrono::milliseconds kPatience{20000}; ///< for what must happen
 
+/// The text of the exception that the call ends with, "none" without one.
+template <typename Call>
+std::string failureOf(Call call) {
+    try {
+        call();
+        return "none";
+    } catch (const MirelException& failure) {
+        return failure.message();
+    }
+}
+
 /// A channel with the test as its service.
 class ChannelFixture : public testing::Test {
 protected:
     ChannelFixture() { m_options.url = "ipc://" + m_folder.path("service"); }
 
-    /// To be called first by every test, after it has changed `m_options`.
+    /// To be called after the test has changed `m_options`.
     void open() { m_channel = std::make_unique<ZmqChannel>(m_options); }
 
-    std::unique_ptr<ZmqCaller> newCaller();
+    /// Opens the channel if it is not open.
+    std::unique_ptr<ZmqCaller> newCaller() {
+        if (!m_channel)
+            open();
+        ZmqCallerOptions options;
+        options.url = m_channel->url();
+        options.patience = kPatience;
+        return std::make_unique<ZmqCaller>(options);
+    }
 
-    static CommsChannelDataContainerMessage request(long id, const std::string& data = "data");
+    static CommsChannelDataContainerMessage request(long id, const std::string& data = "data") {
+        CommsChannelDataContainerMessage msg;
+        msg.setRequestId(id);
+        msg.sourceChannel() = "source";
+        msg.interface() = "Interface";
+        msg.protocol() = "protocol";
+        msg.setData(data);
+        return msg;
+    }
+
+    static void send(ZmqCaller& caller, CommsChannelDataContainerMessage msg) {
+        ASSERT_TRUE(caller.send(msg, kPatience));
+    }
+
+    static Answer receive(ZmqCaller& caller) { return caller.receive(kPatience).value(); }
 
     /// The next message that the service reads.
-    CommsChannelDataContainerMessage read();
+    CommsChannelDataContainerMessage read() {
+        CommsChannelDataContainerMessage msg;
+        EXPECT_TRUE(m_channel->readMessage(msg));
+        return msg;
+    }
 
     /// Answers a message that was read.
-    void answer(CommsChannelDataContainerMessage& msg, const std::string& data);
+    void answer(CommsChannelDataContainerMessage& msg, const std::string& data) {
+        m_channel->answerSink()->answer(
+            {true, msg.requestId(), msg.sourceChannel(), msg.callbackChannel(), data});
+    }
 
     /// One request to and fro.
-    void expectService(ZmqCaller& caller, long id);
+    void expectService(ZmqCaller& caller, long id) {
+        send(caller, request(id));
+        auto received = read();
+        ASSERT_EQ(received.requestId(), id);
+        answer(received, "served");
+        const Answer answered = receive(caller);
+        EXPECT_EQ(answered.requestId, id) << answered.data;
+        EXPECT_EQ(answered.data, "served");
+    }
 
     const TemporaryFolder m_folder;
     ZmqChannelOptions m_options;

@@ -1,17 +1,25 @@
 // A service that fails where a host has to notice.
 
+#include "framework/Logging.h"
 #include "framework/Service.h"
 #include "standalone/StandaloneContext.h"
 
+#include <cstring>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace {
 
 class FaultyService : public Service {
 public:
     void timerEvent(int) override {}
-    void handleMessage(const char*, int, std::string, CommsChannelIfc*,
+    void handleMessage(const char* data, int, std::string, CommsChannelIfc*,
                        CommsChannelDataContainerMessage&) override {
+        if (std::strcmp(data, "hang") == 0) {
+            logAppUni("FaultyService", __FILE__, 2, __LINE__, "hanging");
+            for (;;)
+                pause();
+        }
         throw std::runtime_error("legacy messages are too much");
     }
 };

@@ -1,181 +1,143 @@
-#include "tests/system/Process.h"
-#include "tests/system/TemporaryFolder.h"
+#include "tests/system/Programs.h"
 
 #include <algorithm>
 #include <csignal>
-#include <gtest/gtest.h>
 
 namespace mirel {
 namespace {
 
-using Arguments = std::vector<std::string>;
-
-Arguments command(const char* program, const Arguments& arguments) {
-    Arguments result{program};
-    result.insert(result.end(), arguments.begin(), arguments.end());
-    return result;
-}
-
-Arguments hostOf(const std::string& library, const std::string& creator, const std::string& url,
-                 const Arguments& more = {}) {
+Arguments hostCommand(const std::string& url, const Arguments& more = {},
+                      const std::string& library = LEDGER_LIBRARY,
+                      const std::string& creator = "createLedger") {
     Arguments result{MIREL_HOST,    "--library", library,     "--creator", creator,
                      "--interface", "Ledger",    "--channel", url};
     result.insert(result.end(), more.begin(), more.end());
     return result;
 }
 
-bool contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
-
-class HostTest : public testing::Test {
-protected:
-    Process::Result call(const Arguments& arguments) const {
-        Arguments all{"--channel", m_url};
-        all.insert(all.end(), arguments.begin(), arguments.end());
-        return Process::run(command(MIREL_CALL, all));
+/// A host that serves.
+class Host : public Process {
+public:
+    explicit Host(const Arguments& command) : Process(command) {
+        EXPECT_TRUE(waitFor("serving Ledger"));
     }
 
-    Process::Result ask(const std::string& data, const std::string& interface = "Ledger") const {
-        return call({"--interface", interface, "--protocol", "text", "--data", data});
+    Result stop(int number) {
+        signal(number);
+        return finish();
     }
-
-    const TemporaryFolder m_folder;
-    const std::string m_url = "ipc://" + m_folder.path("service");
 };
 
-TEST_F(HostTest, servesUntilSigtermAndSumsUp) {
-    for (const Arguments& mode : {Arguments{}, Arguments{"--single-threaded"}}) {
-        Process host(hostOf(LEDGER_LIBRARY, "createLedger", m_url, mode));
-        ASSERT_TRUE(host.waitForLine("serving Ledger"));
+class HostTest : public ProgramsFixture {
+protected:
+    Process::Result ask(const std::string& data, Arguments more = {}) const {
+        more.insert(more.end(), {"--interface", "Ledger", "--protocol", "text", "--data", data});
+        return call(more);
+    }
+
+    const std::string m_url = m_options.url;
+};
+
+TEST_F(HostTest, ServesUntilASignalAndSumsUp) {
+    const std::pair<Arguments, int> runs[] = {{{}, SIGTERM}, {{"--single-threaded"}, SIGINT}};
+    for (const auto& [mode, signal] : runs) {
+        Host host(hostCommand(m_url, mode));
         EXPECT_EQ(ask("deposit anna 5").output, "mirel-call: anna 5\n");
         EXPECT_EQ(ask("withdraw anna 6").status, 1);
-        EXPECT_EQ(call({"--kind", "legacy", "--data", "note"}).status, 0);
-        EXPECT_EQ(call({"--kind", "timer", "--timer-id", "7"}).status, 0);
-        // What is not answered has been read by the time an answer to a later message comes.
-        EXPECT_EQ(ask("journal").output, "mirel-call: mirel-call: note\n");
-        host.signal(SIGTERM);
-        const auto result = host.finish();
+        const auto rest = call({"--input", "-", "--deadline", "500"},
+                               R"({"kind": "legacy", "data": "note"}
+{"kind": "timer", "timerId": 7}
+
+{"kind": "request", "interface": "Ledger", "protocol": "text", "data": "journal"}
+{"kind": "request", "interface": "Nobody", "protocol": "text", "data": ""})");
+        EXPECT_EQ(rest.status, 1);
+        EXPECT_TRUE(contains(rest.output,
+                             "mirel-call: sent\nmirel-call: sent\nmirel-call: mirel-call: note\n"));
+        EXPECT_TRUE(contains(rest.output, "mirel-call: unanswered after 500 ms\n"));
+        EXPECT_TRUE(host.waitFor("day 7 ends: 1 accounts, 5 in total"));
+        const auto result = host.stop(signal);
         EXPECT_EQ(result.status, 0) << result.errors;
-        EXPECT_TRUE(contains(result.output, "3 requests, 1 timer events, 1 legacy; 0 refused"))
-            << result.output;
-        EXPECT_TRUE(contains(result.output, "2 done, 1 failed, 0 not answered")) << result.output;
-        EXPECT_TRUE(contains(result.output, "1 published")) << result.output;
-        EXPECT_TRUE(contains(result.output, mode.empty() ? "1 at most" : "0 at most"))
-            << result.output;
-        EXPECT_TRUE(contains(result.errors, "day 7 ends: 1 accounts, 5 in total")) << result.errors;
+        EXPECT_TRUE(contains(result.output,
+                             "4 requests, 1 timer events, 1 legacy; 0 refused, 0 not read\n"
+                             "  requests: 2 done, 1 failed, 1 not answered; 0 answers dropped\n"
+                             "  reports:  1 published\n"));
+        EXPECT_EQ(!contains(result.output, "0 at most at once"), mode.empty()) << result.output;
     }
 }
 
-TEST_F(HostTest, leavesAPathWhereAnotherHostServes) {
-    Process first(hostOf(LEDGER_LIBRARY, "createLedger", m_url));
-    ASSERT_TRUE(first.waitForLine("serving"));
-    const auto second = Process::run(hostOf(LEDGER_LIBRARY, "createLedger", m_url));
+TEST_F(HostTest, APathIsLeftToALiveHostAndTakenOverFromADeadOne) {
+    Host first(hostCommand(m_url));
+    const auto second = Process::run(hostCommand(m_url));
     EXPECT_EQ(second.status, 2);
-    EXPECT_TRUE(contains(second.errors, "another process listens")) << second.errors;
+    EXPECT_TRUE(contains(second.errors, "another process listens"));
     EXPECT_EQ(ask("deposit anna 5").status, 0);
-    first.signal(SIGINT);
-    EXPECT_EQ(first.finish().status, 0);
+    EXPECT_EQ(first.stop(SIGKILL).status, -SIGKILL);
+    const Host third(hostCommand(m_url));
+    EXPECT_EQ(ask("journal").status, 0);
 }
 
-TEST_F(HostTest, aHostThatWasKilledDoesNotStandInTheWay) {
-    Process first(hostOf(LEDGER_LIBRARY, "createLedger", m_url));
-    ASSERT_TRUE(first.waitForLine("serving"));
-    first.signal(SIGKILL);
-    EXPECT_EQ(first.finish().status, -SIGKILL);
-    Process second(hostOf(LEDGER_LIBRARY, "createLedger", m_url));
-    EXPECT_TRUE(second.waitForLine("serving"));
-}
-
-TEST_F(HostTest, countsRequestsThatNobodyAnswers) {
-    Process host(hostOf(LEDGER_LIBRARY, "createLedger", m_url));
-    ASSERT_TRUE(host.waitForLine("serving"));
-    const auto unknown = call({"--interface", "Nobody", "--protocol", "text", "--deadline", "300"});
-    EXPECT_EQ(unknown.status, 1);
-    EXPECT_EQ(unknown.output, "mirel-call: unanswered after 300 ms\n");
+TEST_F(HostTest, ASecondSignalEndsAHostWhoseServiceHangs) {
+    Host host(hostCommand(m_url, {}, FAULTY_LIBRARY, "makeFaultyService"));
+    EXPECT_EQ(call({"--kind", "legacy", "--data", "hang"}).status, 0);
+    ASSERT_TRUE(host.waitFor("hanging"));
     host.signal(SIGTERM);
-    const auto result = host.finish();
-    EXPECT_EQ(result.status, 0);
-    EXPECT_TRUE(contains(result.output, "0 done, 0 failed, 1 not answered")) << result.output;
+    // That comes when the host no longer reads, and then signals act again.
+    EXPECT_TRUE(contains(ask("unread").output, "the service stopped before the request was read"));
+    EXPECT_EQ(host.stop(SIGTERM).status, -SIGTERM);
 }
 
-struct FailingLoop {
-    const char* name;
-    const char* creator;
-    const char* reason;
-
-    friend void PrintTo(const FailingLoop& value, std::ostream* out) { *out << value.name; }
-};
-
-class FailingLoopTest : public HostTest, public testing::WithParamInterface<FailingLoop> {};
-
-TEST_P(FailingLoopTest, endsTheHostWithOne) {
-    Process host(hostOf(FAULTY_LIBRARY, GetParam().creator, m_url));
-    ASSERT_TRUE(host.waitForLine("serving"));
-    EXPECT_EQ(call({"--kind", "legacy", "--data", "x"}).status, 0);
-    const auto result = host.finish();
-    EXPECT_EQ(result.status, 1);
-    EXPECT_TRUE(contains(result.errors, GetParam().reason)) << result.errors;
-    EXPECT_TRUE(contains(result.errors, "mirel-host: a failure ended the service's loop"))
-        << result.errors;
-    EXPECT_TRUE(contains(result.output, "1 legacy")) << result.output;
+TEST_F(HostTest, AFailureThatEndsTheLoopEndsTheHostWithOne) {
+    const std::pair<const char*, const char*> failures[] = {
+        {"makeFaultyService", "legacy messages are too much"},
+        {"throwInstead", "no configuration"}};
+    for (const auto& [creator, why] : failures) {
+        Host host(hostCommand(m_url, {}, FAULTY_LIBRARY, creator));
+        EXPECT_EQ(call({"--kind", "legacy", "--data", "x"}).status, 0);
+        const auto result = host.finish();
+        EXPECT_EQ(result.status, 1);
+        EXPECT_TRUE(contains(result.errors, why));
+        EXPECT_TRUE(contains(result.errors, "mirel-host: a failure ended the service's loop"));
+        EXPECT_TRUE(contains(result.output, "1 legacy"));
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(All, FailingLoopTest,
-                         testing::Values(FailingLoop{"legacyMessage", "makeFaultyService",
-                                                     "legacy messages are too much"},
-                                         FailingLoop{"creator", "throwInstead",
-                                                     "no configuration"}),
-                         [](const auto& param) { return param.param.name; });
-
-struct BadStart {
-    const char* name;
-    Arguments command;
-    const char* says;
-
-    friend void PrintTo(const BadStart& value, std::ostream* out) { *out << value.name; }
-};
-
-class BadStartTest : public testing::TestWithParam<BadStart> {};
-
-TEST_P(BadStartTest, endsWithTwoAndOneLine) {
-    const auto result = Process::run(GetParam().command);
-    EXPECT_EQ(result.status, 2);
-    EXPECT_EQ(result.output, "");
-    EXPECT_TRUE(contains(result.errors, GetParam().says)) << result.errors;
-    EXPECT_EQ(result.errors.rfind("mirel-host: ", 0), 0U) << result.errors;
-    EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
-}
-
-const char* const kUrl = "ipc:///nonexistent/service";
-
-INSTANTIATE_TEST_SUITE_P(
-    All, BadStartTest,
-    testing::Values(
-        BadStart{"noOptions", {MIREL_HOST}, "--library"},
-        BadStart{"unknownOption", {MIREL_HOST, "--what"}, "--what"},
-        BadStart{"noLibrary", hostOf("missing.so", "create", kUrl), "missing.so"},
-        BadStart{"noCreator", hostOf(LEDGER_LIBRARY, "createNothing", kUrl), "createNothing"},
-        BadStart{"noFolder", hostOf(LEDGER_LIBRARY, "createLedger", kUrl), "No such file"},
-        BadStart{"plainTcp", hostOf(LEDGER_LIBRARY, "createLedger", "tcp://0.0.0.0:0"),
-                 "--allow-plain-tcp"},
-        BadStart{"emptyQueue", hostOf(LEDGER_LIBRARY, "createLedger", kUrl, {"--queue", "0"}),
-                 "--queue"},
-        BadStart{"logLevel", hostOf(LEDGER_LIBRARY, "createLedger", kUrl, {"--log", "99"}), "99"},
-        BadStart{"noKey", hostOf(LEDGER_LIBRARY, "createLedger", kUrl, {"--curve-key", "none.key"}),
-                 "none.key"}),
-    [](const auto& param) { return param.param.name; });
-
-TEST_F(HostTest, generatesKeysThatItServesWith) {
+TEST_F(HostTest, GeneratesKeysThatItServesWith) {
     const std::string keys = m_folder.path("keys");
     ASSERT_EQ(Process::run({MIREL_HOST, "--generate-keys", keys}).status, 0);
     EXPECT_EQ(Process::run({MIREL_HOST, "--generate-keys", keys}).status, 2);
-    Process host(hostOf(LEDGER_LIBRARY, "createLedger", m_url, {"--curve-key", keys + ".key"}));
-    ASSERT_TRUE(host.waitForLine("serving"));
-    EXPECT_EQ(call({"--server-key", keys + ".pub", "--interface", "Ledger", "--protocol", "text",
-                    "--data", "journal"})
-                  .status,
-              0);
+    const Host host(hostCommand(m_url, {"--curve-key", keys + ".key"}));
+    EXPECT_EQ(ask("journal", {"--server-key", keys + ".pub"}).status, 0);
+}
+
+TEST(Programs, ThatCannotStartEndWithTwoAndOneLine) {
+    const std::string nobody = "ipc:///nonexistent/service";
+    const auto call = [](const std::string& url, Arguments more) {
+        more.insert(more.begin(), {MIREL_CALL, "--channel", url});
+        return more;
+    };
+    const std::pair<Arguments, const char*> bad[] = {
+        {{MIREL_HOST}, "mirel-host: --library"},
+        {hostCommand(nobody, {}, "missing.so"), "missing.so"},
+        {hostCommand(nobody, {}, LEDGER_LIBRARY, "createNothing"), "createNothing"},
+        {hostCommand(nobody), "No such file"},
+        {hostCommand("tcp://0.0.0.0:0"), "--allow-plain-tcp"},
+        {hostCommand(nobody, {"--log", "99"}), "99"},
+        {hostCommand(nobody, {"--curve-key", "none.key"}), "none.key"},
+        {call(nobody, {"--data", "x"}), "mirel-call: --interface"},
+        {call(nobody, {"--kind", "timer", "--load", "1"}), "--load"},
+        {call(nobody, {"--input", "/nonexistent/file"}), "No such file"},
+        {call("service", {"--kind", "timer"}), "cannot connect"},
+        {call(nobody, {"--kind", "timer", "--deadline", "50"}),
+         "no service answers at ipc:///nonexistent/service within 50 ms"},
+    };
+    for (const auto& [command, why] : bad) {
+        SCOPED_TRACE(why);
+        const auto result = Process::run(command);
+        EXPECT_EQ(result.status, 2);
+        EXPECT_EQ(result.output, "");
+        EXPECT_TRUE(contains(result.errors, why));
+        EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
+    }
 }
 
 } // namespace

@@ -2,19 +2,22 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <stdexcept>
 #include <string>
 
 namespace mirel {
 
+namespace fs = std::filesystem;
+
 /// A folder of one test's own.
 class TemporaryFolder {
 public:
-    TemporaryFolder() : m_path((std::filesystem::temp_directory_path() / "mirel-XXXXXX").string()) {
+    TemporaryFolder() : m_path((fs::temp_directory_path() / "mirel-XXXXXX").string()) {
         if (!mkdtemp(m_path.data()))
             throw std::runtime_error("no temporary folder");
     }
-    ~TemporaryFolder() { std::filesystem::remove_all(m_path); }
+    ~TemporaryFolder() { fs::remove_all(m_path); }
 
     TemporaryFolder(const TemporaryFolder&) = delete;
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
@@ -24,5 +27,12 @@ public:
 private:
     std::string m_path;
 };
+
+/// Whether the part occurs in the text; shows both when it does not.
+inline testing::AssertionResult contains(const std::string& text, const std::string& part) {
+    if (text.find(part) != std::string::npos)
+        return testing::AssertionSuccess();
+    return testing::AssertionFailure() << '"' << part << "\" is not in: " << text;
+}
 
 } // namespace mirel
