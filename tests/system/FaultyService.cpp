@@ -5,6 +5,7 @@
 #include "standalone/StandaloneContext.h"
 
 #include <cstring>
+#include <fstream>
 #include <stdexcept>
 #include <unistd.h>
 
@@ -19,6 +20,10 @@ public:
             logAppUni("FaultyService", __FILE__, 2, __LINE__, "hanging");
             for (;;)
                 pause();
+        }
+        if (std::strncmp(data, "open ", 5) == 0) {
+            logAppUni("FaultyService", __FILE__, 2, __LINE__, "opening");
+            const std::ifstream untilSomeoneWrites(data + 5);
         }
         throw std::runtime_error("legacy messages are too much");
     }

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <csignal>
+#include <fstream>
+#include <sys/stat.h>
 
 namespace mirel {
 namespace {
@@ -99,6 +101,26 @@ TEST_F(HostTest, AFailureThatEndsTheLoopEndsTheHostWithOne) {
         EXPECT_TRUE(contains(result.errors, "mirel-host: a failure ended the service's loop"));
         EXPECT_TRUE(contains(result.output, "1 legacy"));
     }
+}
+
+TEST_F(HostTest, AFailureThatComesWhileItStopsCountsToo) {
+    const std::string fifo = m_folder.path("fifo");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    Host host(hostCommand(m_url, {}, FAULTY_LIBRARY, "makeFaultyService"));
+    EXPECT_EQ(call({"--kind", "legacy", "--data", "open " + fifo}).status, 0);
+    ASSERT_TRUE(host.waitFor("opening"));
+    host.signal(SIGTERM);
+    EXPECT_TRUE(contains(ask("unread").output, "the service stopped before the request was read"));
+    const std::ofstream letGo(fifo);
+    const auto result = host.finish();
+    EXPECT_EQ(result.status, 1);
+    EXPECT_TRUE(contains(result.errors, "mirel-host: a failure ended the service's loop"));
+}
+
+TEST_F(HostTest, ReadsNoMoreWhileTooMuchIsUnfinished) {
+    Host host(hostCommand(m_url, {"--max-unfinished", "1"}));
+    EXPECT_EQ(ask("post {source} {n}", {"--load", "300", "--sources", "4"}).status, 0);
+    EXPECT_TRUE(contains(host.stop(SIGTERM).output, "workers:  1 at most at once"));
 }
 
 TEST_F(HostTest, GeneratesKeysThatItServesWith) {
