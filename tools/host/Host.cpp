@@ -25,12 +25,13 @@ void setUpProcess(const HostOptions& options) {
     if (!options.logLevels.empty())
         setLogLevels(options.logLevels);
     setThreadOptions(options.threads);
-    StandaloneContext::loadCreator(options.library, options.creator);
+    StandaloneContext::loadCreator(options.serviceLibrary, options.creator);
 }
 
 void announce(const HostOptions& options, const std::string& url) {
-    std::cout << "serving " << options.interface << " of " << options.library << " on " << url
-              << (options.singleThreaded ? ", single-threaded" : ", multi-threaded") << std::endl;
+    std::cout << "serving " << options.interface << " of " << options.serviceLibrary << " on "
+              << url << (options.singleThreaded ? ", single-threaded" : ", multi-threaded")
+              << std::endl;
 }
 
 /// True when a signal ended the wait, false when the executor's loop ended.
@@ -56,7 +57,7 @@ int serve(const HostOptions& options) {
         StandaloneContext context;
         CountingPool pool(options.maxPool, nullptr, flow);
         auto channel = std::make_unique<CountingChannel>(std::move(zmqChannel), tally, flow);
-        HostedExecutor executor(options.library, options.creator, options.interface,
+        HostedExecutor executor(options.serviceLibrary, options.creator, options.interface,
                                 channel.release(), &context, &pool, nullptr,
                                 !options.singleThreaded);
         Threader threader;

@@ -9,7 +9,7 @@ namespace mirel {
 namespace {
 
 void addServiceOptions(CLI::App& app, HostOptions& options) {
-    app.add_option("--library", options.library,
+    app.add_option("--library", options.serviceLibrary,
                    "The service library, as dlopen takes it; required");
     app.add_option("--creator", options.creator,
                    "The function in the library that makes the service; required");
@@ -72,7 +72,7 @@ void addThreadOptions(CLI::App& app, HostOptions& options) {
 
 void checkComplete(const HostOptions& options) {
     const std::pair<const char*, const std::string&> needed[] = {
-        {"--library", options.library},
+        {"--library", options.serviceLibrary},
         {"--creator", options.creator},
         {"--interface", options.interface},
         {"--channel", options.channel.url},

@@ -9,7 +9,7 @@
 namespace mirel {
 
 struct HostOptions {
-    std::string library;
+    std::string serviceLibrary;
     std::string creator;
     std::string interface;
     ZmqChannelOptions channel;
