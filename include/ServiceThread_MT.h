@@ -81,13 +81,13 @@ private:
     Semaphore* const m_prequestSem;
 
     // The stored work. Written by whoever holds the idle worker, before it gives m_prequestSem;
-    // read by the worker's OS thread after it has taken it.
+    // read by the worker's OS thread after it has taken it. `execute` takes m_presponse out, so it
+    // is set only while the work has not run.
     Invoker* m_pinvoker;
     Executable* m_pexecutable;
     char* m_pdata; ///< owned array: m_dataLength bytes and a NUL byte
     int m_dataLength;
-    InvokerResponse*
-        m_presponse; ///< taken out by `execute`, so: set only while the work has not run
+    InvokerResponse* m_presponse;
     int m_timerId;
     RequestType m_requestType;
 

@@ -21,7 +21,8 @@ std::string describeCurrentException() {
     } catch (const abi::__forced_unwind&) {
         throw;
     } catch (const std::exception& failure) {
-        text.append(": ").append(failure.what());
+        if (const char* const what = failure.what()) // a class may return null
+            text.append(": ").append(what);
     } catch (...) {
         // Its type is all there is to tell.
     }
