@@ -110,6 +110,9 @@ TEST(Envelope, IsRefusedWithAReason) {
         {messageWith(11, "\xa1x"), "data"},
     };
     EXPECT_EQ(refusal(decodeMessage, messageWith(8, "\x02")), "");
+    // A request id with more than 32 bits is taken whole, where that fits, or not at all.
+    EXPECT_EQ(refusal(decodeMessage, messageWith(3, {"\xd3\0\0\0\x01\0\0\0\x05", 9})),
+              sizeof(long) == 8 ? "" : "request id is not a value of its type and range");
     for (const auto& [bytes, why] : bad)
         EXPECT_TRUE(contains(refusal(decodeMessage, bytes), why));
 }

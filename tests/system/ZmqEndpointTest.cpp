@@ -1,5 +1,8 @@
 #include "tests/system/ChannelFixture.h"
 
+#include <cstdint>
+#include <fstream>
+
 namespace mirel {
 namespace {
 
@@ -25,6 +28,15 @@ TEST_F(ZmqEndpointTest, RefusesABadAddressWithAReason) {
         EXPECT_TRUE(contains(failure, "cannot listen on " + url + ": "));
         EXPECT_TRUE(contains(failure, why));
     }
+}
+
+/// Even one whose size does not fit 32 bits must be noticed: ZeroMQ removes what is in its way.
+TEST_F(ZmqEndpointTest, LeavesALargeFileAlone) {
+    const std::string path = m_folder.path("service");
+    std::ofstream(path).close();
+    fs::resize_file(path, std::uintmax_t{3} << 30);
+    EXPECT_TRUE(contains(failureOf([this] { open(); }), "no socket"));
+    EXPECT_TRUE(fs::is_regular_file(path));
 }
 
 TEST_F(ZmqEndpointTest, KeepsTheSocketFileToTheUserAndRemovesIt) {

@@ -128,6 +128,26 @@ TEST_F(ChannelOrder, ChannelsRunSideBySide) {
     waitUntilClean();
 }
 
+/// Which the address space of a 32-bit process has room for, too.
+TEST_F(ChannelOrder, AThousandChannelsRunSideBySide) {
+    constexpr long kChannels = 1000;
+    start(&service, true);
+    EventList expected;
+    for (long i = 0; i < kChannels; ++i) {
+        const std::string name = std::to_string(i);
+        channel->send(requestFrom(name, "!" + name, 1, i));
+        expected.push_back(name + "/" + name + " ok did !" + name);
+    }
+    events.waitFor(kChannels);
+    EXPECT_TRUE(channel->answers.all().empty()) << "all have begun before one ends";
+    letAllGo();
+    stop();
+    EventList answers = channel->answers.all();
+    std::sort(answers.begin(), answers.end());
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(expected, answers);
+}
+
 TEST_F(ChannelOrder, NamesAndDataAreBytes) {
     LogCapture log("4");
     start(&service, true);

@@ -129,10 +129,14 @@ TEST_F(ExecutorTest, CutsLongRequestIdsInTheLogPrefix) {
         long id;
         const char* piece;
     };
-    std::vector<Case> cases{
-        {0, "reqid=0)"}, {1999999999, "reqid=1999999999)"}, {-1999999999, "reqid=-1999999999"}};
-    if (LONG_MAX > 0x7fffffffL)
-        cases.push_back({static_cast<long>(123456789012345LL), "reqid=12345678901"});
+    constexpr bool k32Bits = LONG_MAX == 0x7fffffff;
+    const Case cases[]{
+        {0, "reqid=0)"},
+        {1999999999, "reqid=1999999999)"},
+        {-1999999999, "reqid=-1999999999"},
+        {LONG_MAX, k32Bits ? "reqid=2147483647)" : "reqid=92233720368"},
+        {LONG_MIN, k32Bits ? "reqid=-2147483648" : "reqid=-9223372036"},
+    };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.piece);
         log.lines.clear();

@@ -1,5 +1,6 @@
 #include "call/ProgressBar.h"
 
+#include <cstdint>
 #include <iostream>
 #include <string>
 #include <unistd.h>
@@ -29,7 +30,7 @@ void ProgressBar::show(unsigned long done) {
     if (now < m_nextUpdate)
         return;
     m_nextUpdate = now + kBetweenUpdates;
-    const unsigned long filled = kWidth * done / m_total;
+    const auto filled = static_cast<unsigned long>(std::uint64_t{kWidth} * done / m_total);
     std::cerr << "\r[" << std::string(filled, '#') << std::string(kWidth - filled, ' ') << "] "
               << done << '/' << m_total << std::flush;
 }
