@@ -1,0 +1,204 @@
+#pragma once
+
+#include "Plan.h"
+#include "tests/unit/Support.h"
+
+#include <sstream>
+
+/// Counts without ordering the threads that count, so that ThreadSanitizer sees only the order that
+/// the library makes.
+inline int count(std::atomic<int>& counter) {
+    return counter.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+/// What became of one message.
+struct Page {
+    const MessagePlan* plan = nullptr;
+    int place = 0; ///< from 1 in the order in which its source's messages were read; 0: unread
+    std::atomic<bool> sent{false};
+    std::atomic<int> starts{0}; ///< of the service code
+    std::atomic<int> ends{0};
+    std::atomic<int> completions{0}; ///< ends by a normal return
+    std::atomic<int> answers{0};     ///< taken by the way back
+    std::atomic<int> successes{0};   ///< those of them that were no failures
+    bool endedLoop = false;          ///< it was the last that its executor read before it failed
+
+    bool read() const { return place > 0; }
+    bool request() const { return plan->kind != Kind::timer && plan->kind != Kind::legacy; }
+    bool accepted() const { return read() && plan->kind == Kind::request; }
+
+    /// What is wrong at the end, or null.
+    const char* fault() const {
+        const Act act = plan->act;
+        const bool success = accepted() && starts > 0 && !plan->successFails &&
+                             (act <= Act::block || act == Act::answerAndThrow || act == Act::keep);
+        if (starts > (accepted() || (read() && !request()) ? 1 : 0))
+            return "ran too often";
+        if (ends != starts)
+            return "did not end";
+        if (answers != (accepted() || (!read() && sent && request()) ? 1 : 0))
+            return answers == 0 ? "was not answered" : "was answered too often";
+        return successes != (success ? 1 : 0) ? "got the wrong kind of answer" : nullptr;
+    }
+};
+
+struct Totals {
+    long read = 0;
+    long completed = 0;
+    long failed = 0;
+    long dropped = 0;
+};
+
+/// A page for every message of a cycle, the model that the order of requests is checked against,
+/// and the way back of the answers.
+class Books : public mirel::AnswerSink {
+public:
+    explicit Books(const Plan& plan)
+        : m_plan(plan),
+          m_pages(plan.messages.size()),
+          m_sources(plan.executors.size() * kSources) {
+        for (std::size_t i = 0; i < m_pages.size(); ++i)
+            m_pages[i].plan = &plan.messages[i];
+        if (plan.stopAfter == 0)
+            enoughRead.open();
+    }
+
+    Page& page(std::size_t number) { return m_pages[number]; }
+
+    /// By the executor's thread.
+    Page& noteRead(std::size_t number) {
+        Page& page = m_pages[number];
+        page.place = ++sourceOf(page).read;
+        if (count(m_reads) == m_plan.stopAfter)
+            enoughRead.open();
+        return page;
+    }
+    void noteReport(const MirelException& report) {
+        if (report.message().find("caught in ServiceExecutor") == std::string::npos) {
+            count(m_threadReports);
+            return;
+        }
+        count(m_executorReports);
+        enoughRead.open(); // maybe no more will be read
+    }
+    void noteInterceptorThrows(bool before) { count(before ? m_refusals : m_failedAfterwards); }
+    void noteAnswer(const mirel::Answer& answer) {
+        Page& page = m_pages[static_cast<std::size_t>(answer.requestId)];
+        if (answer.succeeded)
+            count(page.successes);
+        count(page.answers);
+    }
+    void answer(mirel::Answer answer) override {
+        if (answer.succeeded && page(static_cast<std::size_t>(answer.requestId)).plan->successFails)
+            throw std::runtime_error("no way back for a success");
+        noteAnswer(answer);
+    }
+
+    /// The service code at work on one message; it has failed unless it gets to `complete`.
+    class Work {
+    public:
+        Work(Books& books, Page& page) : m_page(page) {
+            count(page.starts);
+            if (!page.request())
+                return;
+            Source& source = books.sourceOf(page);
+            m_running = &source.running;
+            if (m_running->exchange(true, std::memory_order_relaxed))
+                count(books.m_overlaps);
+            if (page.place <= source.started)
+                count(books.m_overtakings);
+            source.started = page.place;
+        }
+        ~Work() {
+            if (m_running)
+                m_running->store(false, std::memory_order_relaxed);
+            count(m_page.ends);
+        }
+        Work(const Work&) = delete;
+        Work& operator=(const Work&) = delete;
+        void complete() { count(m_page.completions); }
+
+    private:
+        Page& m_page;
+        std::atomic<bool>* m_running = nullptr; ///< the source's, when its requests are ordered
+    };
+
+    /// Whether nothing more will happen to the messages read. When no executor reads any more.
+    bool settled() const {
+        for (const Page& page : m_pages) {
+            const bool timer = page.read() && page.plan->kind == Kind::timer && !page.endedLoop;
+            if ((timer && page.starts == 0) || page.ends != page.starts ||
+                (page.accepted() && page.answers == 0))
+                return false;
+        }
+        return true;
+    }
+
+    /// What is wrong, or nothing. When all threads have ended. `drained`: the books were settled
+    /// before the stop, which can have dropped nothing then.
+    std::string balance(bool drained, Totals& totals) const {
+        std::ostringstream faults;
+        int thrownInThreads = m_refusals + m_failedAfterwards;
+        int thrownInExecutors = 0;
+        int dropped = -m_refusals; // those have failed
+        for (const Page& page : m_pages) {
+            if (const char* const fault = page.fault())
+                faults << "message " << &page - m_pages.data() << " of kind "
+                       << static_cast<int>(page.plan->kind) << " and act "
+                       << static_cast<int>(page.plan->act) << ' ' << fault << '\n';
+            totals.read += page.read() ? 1 : 0;
+            totals.completed += page.completions;
+            if (page.starts > page.completions) {
+                ++totals.failed;
+                if (page.plan->act != Act::exitThread)
+                    ++(page.plan->kind == Kind::legacy ? thrownInExecutors : thrownInThreads);
+            } else if (page.read() && page.starts == 0) {
+                if (page.accepted() || !page.request())
+                    ++dropped;
+                else
+                    ++totals.dropped; // as it must be
+            }
+        }
+        totals.failed += m_refusals;
+        totals.dropped += dropped;
+
+        const auto expect = [&faults](bool holds, const char* what, int found, int due) {
+            if (!holds)
+                faults << what << ": " << found << ", due: " << due << '\n';
+        };
+        expect(m_overlaps == 0, "requests of one source at the same time", m_overlaps, 0);
+        expect(m_overtakings == 0, "requests that overtook one of their source", m_overtakings, 0);
+        expect(m_threadReports == thrownInThreads, "reports by service threads", m_threadReports,
+               thrownInThreads);
+        // What executors report beyond what was thrown in them is what they could not hand over.
+        // What the stop drops has no report.
+        const int unhanded = m_executorReports - thrownInExecutors;
+        expect(unhanded >= 0 && (drained ? dropped == unhanded : dropped >= unhanded),
+               "messages dropped", dropped, unhanded);
+        return faults.str();
+    }
+
+    Gate enoughRead; ///< opened when it is time to stop
+
+private:
+    struct Source {
+        int read = 0;
+        int started = 0; ///< plain: ThreadSanitizer checks that one request shows it to the next
+        std::atomic<bool> running{false};
+    };
+    Source& sourceOf(const Page& page) {
+        return m_sources[page.plan->executor * kSources +
+                         static_cast<std::size_t>(page.plan->source)];
+    }
+
+    const Plan& m_plan;
+    std::vector<Page> m_pages;
+    std::vector<Source> m_sources;
+    std::atomic<int> m_reads{0};
+    std::atomic<int> m_overlaps{0};
+    std::atomic<int> m_overtakings{0};
+    std::atomic<int> m_refusals{0}; ///< by interceptors, before the service code
+    std::atomic<int> m_failedAfterwards{0};
+    std::atomic<int> m_threadReports{0};
+    std::atomic<int> m_executorReports{0};
+};

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "Books.h"
+#include "standalone/MessageQueue.h"
+#include "standalone/QueueChannel.h"
+
+/// Reads from a queue, books what it has read, and gives it the planned priority, which a queue
+/// might not accept.
+class StormChannel : public CommsChannelIfc {
+public:
+    /// Ends by itself after `messages` messages.
+    StormChannel(std::shared_ptr<mirel::MessageQueue> queue, std::shared_ptr<Books> books,
+                 int messages)
+        : m_books(std::move(books)),
+          m_queue(std::move(queue),
+                  [unread = m_books](const mirel::Answer& answer) { unread->noteAnswer(answer); }),
+          m_left(messages) {}
+
+    bool readMessage(Message& message) override {
+        if (m_left == 0 || !m_queue.readMessage(message))
+            return false;
+        --m_left;
+        m_lastRead = &m_books->noteRead(static_cast<std::size_t>(message.requestId()));
+        message.setPriority(priorityOf(m_lastRead->plan->priority));
+        return true;
+    }
+    void close() override { m_queue.close(); }
+    std::shared_ptr<mirel::AnswerSink> answerSink() override { return m_books; }
+
+    /// The last message read, or null. When the executor's thread has ended.
+    Page* lastRead() const { return m_lastRead; }
+
+    /// The message as it is sent.
+    static Message makeMessage(const MessagePlan& plan, int number) {
+        const std::string id = std::to_string(number);
+        Message message = requestFrom(std::to_string(plan.source), id, 1, number);
+        if (plan.kind == Kind::unoffered)
+            message.interface() = "Other";
+        if (plan.kind == Kind::unserved)
+            message.protocol() = "none";
+        if (plan.kind == Kind::legacy)
+            message.protocol().clear();
+        if (plan.kind == Kind::timer) {
+            message.setMsgType(6);
+            message.setData(Serializer::serialize(number));
+        }
+        return message;
+    }
+
+private:
+    const std::shared_ptr<Books> m_books;
+    mirel::QueueChannel m_queue;
+    int m_left;
+    Page* m_lastRead = nullptr;
+};
