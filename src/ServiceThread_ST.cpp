@@ -16,6 +16,18 @@ constexpr const char* kFile = "ServiceThread_ST.cpp";
 
 bool loggingOn() { return loggingOnAppUni(kComponent, 5) != 0; }
 
+/// Runs the work of a thread object in tiers, as `runInTiers`. Service code that ends the OS thread
+/// takes the object with it: nobody else would.
+template <typename Work, typename Handler>
+void runOn(ServiceThread_ST* thread, Work work, Handler handler) {
+    try {
+        runInTiers(work, handler);
+    } catch (abi::__forced_unwind&) {
+        delete thread;
+        throw;
+    }
+}
+
 } // namespace
 
 ServiceThread_ST::ServiceThread_ST(InvokeInterceptorDispatcher* dispatcher)
@@ -34,7 +46,8 @@ void ServiceThread_ST::executeRequest(Invoker* invoker, Executable* executable, 
             self);
         delete owned.release();
     } else {
-        runInTiers(
+        runOn(
+            this,
             [&] {
                 if (loggingOn())
                     logAppUni(kComponent, kFile, 5, __LINE__,
@@ -65,7 +78,8 @@ void ServiceThread_ST::timerEvent(Executable* executable, int timerId) {
         std::cout << "ServiceThread_ST::timerEvent() svc is not set, ServiceThread_ST = " << self
                   << std::endl;
     } else {
-        runInTiers(
+        runOn(
+            this,
             [&] {
                 if (loggingOn())
                     logAppUni(kComponent, kFile, 5, __LINE__,
