@@ -17,6 +17,11 @@ install(FILES ${public_standalone} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mirel
 if(MIREL_ZEROMQ)
   install(TARGETS mirel-host mirel-call)
 endif()
+if(MIREL_SIMULATED)
+  install(TARGETS MirelSimulated EXPORT MirelTargets)
+  install(FILES simulated/Exploration.h simulated/Simulation.h simulated/SimulatedChannel.h
+    simulated/SimulatedHost.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mirel/simulated)
+endif()
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Mirel)
 install(EXPORT MirelTargets NAMESPACE Mirel:: DESTINATION ${package_dir})

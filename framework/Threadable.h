@@ -23,11 +23,11 @@ class ThreadRecord;
 /// is ending may start another one for its object; the copies stand for that one then.
 class Threadable {
 public:
-    Threadable() = default;
+    Threadable();
     Threadable(const Threadable& other);
     Threadable& operator=(const Threadable&) = delete;
 
-    virtual ~Threadable() {}
+    virtual ~Threadable();
 
     /// The body of the thread.
     virtual void run() = 0;

@@ -177,11 +177,15 @@ pthread_t startOsThread(std::unique_ptr<Start> start) {
 
 } // namespace
 
+Threadable::Threadable() = default;
+
 Threadable::Threadable(const Threadable& other)
     : m_threadId(other.m_threadId.load(std::memory_order_acquire)) {
     if (threadId() != 0)
         m_record = other.m_record;
 }
+
+Threadable::~Threadable() = default;
 
 std::string Threadable::type() { return "mirel-thread"; }
 
