@@ -19,6 +19,7 @@
 #ifdef MIREL_ADDRESS_SANITIZER
 #include <sanitizer/asan_interface.h>
 #include <sanitizer/common_interface_defs.h>
+#include <sanitizer/lsan_interface.h>
 #endif
 
 namespace mirel::simulated {
@@ -91,6 +92,12 @@ Fiber::Fiber(std::function<void()> body)
 Fiber::~Fiber() {
     if (m_stack)
         freeStack(m_stack);
+}
+
+void Fiber::abandon() {
+#ifdef MIREL_ADDRESS_SANITIZER
+    __lsan_register_root_region(m_stack, m_stackSize);
+#endif
 }
 
 void Fiber::enter() {

@@ -22,6 +22,9 @@ public:
     /// Frees the stack, whatever is on it. Not to be called while the fiber runs.
     ~Fiber();
 
+    /// What is on the stack will never be left: it counts as used for ever, for leak detection too.
+    void abandon();
+
     /// Called on this fiber: goes on with `next`; returns when somebody switches back.
     void switchTo(Fiber& next);
 

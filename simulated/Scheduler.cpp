@@ -58,7 +58,15 @@ Scheduler::Scheduler(Strategy& strategy, std::size_t stepLimit)
     : m_strategy(strategy),
       m_stepLimit(stepLimit) {}
 
-Scheduler::~Scheduler() = default;
+Scheduler::~Scheduler() {
+    // What the threads of a failed run own is still referred to, from stacks that are never left.
+    static auto& abandoned = *new std::vector<std::unique_ptr<SimulatedThread>>;
+    for (auto& thread : m_threads)
+        if (!thread->ended) {
+            thread->fiber.abandon();
+            abandoned.push_back(std::move(thread));
+        }
+}
 
 Scheduler* Scheduler::current() { return active; }
 Scheduler* Scheduler::ofRun() { return ofThisRun; }

@@ -150,6 +150,8 @@ void lockInOrder(Semaphore& one, Semaphore& other, int& done) {
     ++done;
 }
 
+std::unique_ptr<Semaphore> leftBehind;
+
 const std::vector<Failing>& failingRuns() {
     static const std::vector<Failing> runs{
         {"DeadlockWithPositions",
@@ -207,7 +209,9 @@ const std::vector<Failing>& failingRuns() {
              (void)raw->threadId();
          },
          {"threadId of a Threadable that has been destroyed"}},
-        {"ObjectLeftBehind", [] { (void)new Semaphore(0, 1, false); }, {"never destroyed: 1 Sem"}},
+        {"ObjectLeftBehind",
+         [] { leftBehind = std::make_unique<Semaphore>(0, 1, false); },
+         {"never destroyed: 1 Semaphore"}},
         {"ThreadNotWaitedFor",
          [] {
              bool ran = false;
@@ -238,7 +242,12 @@ class FailingRun : public testing::TestWithParam<std::size_t> {};
 
 TEST_P(FailingRun, SaysWhatAndWhere) {
     const Failing& failing = failingRuns()[GetParam()];
+#ifdef __SANITIZE_ADDRESS__
+    if (std::string(failing.name).ends_with("AfterItsEnd"))
+        GTEST_SKIP() << "AddressSanitizer is there first";
+#endif
     const Exploration result = explore({}, failing.body);
+    leftBehind.reset();
     ASSERT_TRUE(result.failure) << result;
     const std::string text = result.text();
     std::size_t place = 0;
