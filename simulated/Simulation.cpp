@@ -26,9 +26,14 @@ bool running() { return Scheduler::current() != nullptr; }
 
 void point(const void* object, const char* what) { scheduler().perform({what, object}); }
 
-void waitUntil(const std::function<bool()>& ready, const char* what) {
-    scheduler().perform({what, nullptr, Access::write, &holds, &ready});
+bool waitUntil(const std::function<bool()>& ready, const char* what,
+               std::optional<std::chrono::nanoseconds> timeout) {
+    Step step{what, nullptr, Access::write, &holds, &ready};
+    if (timeout)
+        step.deadline = now() + *timeout;
+    const bool isReady = scheduler().perform(step);
     scheduler().touchEverything();
+    return isReady;
 }
 
 int pick(int alternatives) { return scheduler().pick(alternatives); }
@@ -63,10 +68,7 @@ bool isFree(Semaphore& semaphore) {
 std::chrono::nanoseconds now() { return scheduler().now(); }
 
 void sleepFor(std::chrono::nanoseconds duration) {
-    Step step{"sleep", nullptr};
-    step.ready = [](const void*) { return false; };
-    step.deadline = scheduler().now() + duration;
-    scheduler().perform(step);
+    waitUntil([] { return false; }, "sleep", duration);
 }
 
 } // namespace mirel::simulated

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <string>
 
 class MirelException;
@@ -23,9 +24,10 @@ bool running();
 /// sleeping are such moments by themselves.
 void point(const void* object, const char* what = "point");
 
-/// Waits until `ready` is true. It is called whenever somebody has taken a step, and must change
-/// nothing.
-void waitUntil(const std::function<bool()>& ready, const char* what = "waitUntil");
+/// Waits until `ready` is true, or for `timeout`, and returns whether it is true. It is called
+/// whenever somebody has taken a step, and must change nothing.
+bool waitUntil(const std::function<bool()>& ready, const char* what = "waitUntil",
+               std::optional<std::chrono::nanoseconds> timeout = std::nullopt);
 
 /// One of 0 to `alternatives` - 1, explored as the order of threads is: for things that may happen
 /// or not, such as a failure.
