@@ -179,14 +179,11 @@ void Scheduler::record(const void* object, Access access) {
     history = mix(history, 1);
     if (!object)
         return;
-    ObjectHistory& others = m_objects[object];
-    history = mix(history, others.written);
-    if (access == Access::read) {
-        others.read += mix(history, 2); // a sum: reads may be swapped
-        return;
-    }
-    history = mix(history, others.read);
-    others = {history, 0};
+    // A read changes nothing for others: that it came before a later write is known from the reader.
+    std::uint64_t& written = m_written[object];
+    history = mix(history, written);
+    if (access == Access::write)
+        written = history;
 }
 
 void Scheduler::touch(const void* object) {

@@ -131,11 +131,6 @@ public:
     void checkAtEachStep(std::function<void()> check) { m_check = std::move(check); }
 
 private:
-    struct ObjectHistory {
-        std::uint64_t written = 0; ///< of the thread that wrote last, at that moment
-        std::uint64_t read = 0;    ///< of all reads since, in whatever order
-    };
-
     static bool canGoOn(const SimulatedThread& thread);
     SimulatedThread* chooseNext();
     int choose(const std::vector<int>& candidates, bool threads, int current);
@@ -158,7 +153,9 @@ private:
     Duration m_now{};
     std::vector<int> m_choices;
     std::vector<int> m_candidates; ///< used again at each step
-    std::unordered_map<const void*, ObjectHistory> m_objects;
+
+    /// For each object, the history of the thread that wrote to it last, at that moment.
+    std::unordered_map<const void*, std::uint64_t> m_written;
     Lifetimes m_lifetimes;
     std::function<void()> m_check;
     std::optional<RunFailure> m_failure;
