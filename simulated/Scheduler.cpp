@@ -121,6 +121,12 @@ bool Scheduler::perform(const Step& step) {
     return ready;
 }
 
+void Scheduler::check() {
+    const Inside inside(this);
+    if (m_check)
+        m_check();
+}
+
 bool Scheduler::canGoOn(const SimulatedThread& thread) {
     return !thread.ended &&
            (!thread.begun || !thread.next->ready || thread.next->ready(thread.next->argument));

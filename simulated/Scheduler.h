@@ -126,9 +126,10 @@ public:
 
     RunState state; ///< of the parts of the framework
 
-    /// Called before each step, without any other thread running meanwhile; must take no step
-    /// itself.
+    /// Called before each step and whenever a semaphore has been given, without any other thread
+    /// running meanwhile; must take no step itself.
     void checkAtEachStep(std::function<void()> check) { m_check = std::move(check); }
+    void check();
 
 private:
     static bool canGoOn(const SimulatedThread& thread);

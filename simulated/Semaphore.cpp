@@ -62,10 +62,13 @@ bool Semaphore::take(int timeout) {
 }
 
 void Semaphore::give() {
-    if (Scheduler* const scheduler = Scheduler::current()) {
+    Scheduler* const scheduler = Scheduler::current();
+    if (scheduler) {
         scheduler->requireAlive(this, "Semaphore::give");
         scheduler->perform({"Semaphore::give", this});
     }
     if (m_state.load(kRelaxed) < m_maximum)
         m_state.fetch_add(1, kRelaxed);
+    if (scheduler)
+        scheduler->check(); // what a lock guards must be in order by now
 }

@@ -39,8 +39,8 @@ void require(bool holds, const std::string& what);
 /// Starts a thread of the run. The run goes on until it has ended.
 void spawn(const std::string& name, std::function<void()> body);
 
-/// `check` is called before each step of any thread, with all threads standing still. It may look
-/// at everything, and calls `require`; it must not wait.
+/// `check` is called before each step of any thread, and when a semaphore has just been given, with
+/// all threads standing still. It may look at everything, and calls `require`; it must not wait.
 void checkAtEachStep(std::function<void()> check);
 
 /// Called with each line that is logged, of any level, and with each report that is published; what

@@ -1,0 +1,72 @@
+#include "Explore.h"
+
+#include "simulated/Exploration.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <iostream>
+#include <set>
+
+using namespace mirel::simulated;
+
+namespace {
+
+constexpr unsigned kQuickRuns = 3000;
+constexpr unsigned kQuickRandomRuns = 500;
+constexpr std::chrono::seconds kFullTime{60};
+constexpr unsigned kFullRandomRuns = 5000;
+
+std::set<std::string> reachedInRuns; ///< of the scenario; no run looks at it
+
+bool isFull() {
+    const char* const mode = std::getenv("MIREL_SCHEDULES");
+    return mode && std::string(mode) == "full";
+}
+
+/// False when a run has failed, which has been reported then.
+bool passes(const std::string& name, const Exploration& exploration) {
+    EXPECT_TRUE(exploration) << name << ": " << exploration;
+    return static_cast<bool>(exploration);
+}
+
+} // namespace
+
+void reached(const char* what) { reachedInRuns.insert(what); }
+
+void exploreScenario(const std::string& name, const std::function<void()>& body,
+                     const std::vector<std::string>& reaches) {
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point begin = Clock::now();
+    reachedInRuns.clear();
+
+    const bool full = isFull();
+    ExploreOptions options;
+    options.preemptions = full ? 3 : 2;
+    options.runs = full ? 0 : kQuickRuns;
+    options.time = full ? kFullTime : std::chrono::seconds(0);
+    const Exploration exhaustive = explore(options, body);
+    if (!passes(name, exhaustive) || std::getenv("MIREL_SCHEDULE"))
+        return;
+
+    options.runs = full ? kFullRandomRuns : kQuickRandomRuns;
+    options.time = std::chrono::seconds(0);
+    for (const Search search : {Search::random, Search::pct}) {
+        options.search = search;
+        if (!passes(name, explore(options, body)))
+            return;
+    }
+    if (full) {
+        EXPECT_GE(exhaustive.covered, 2) << name;
+    }
+    for (const std::string& what : reaches)
+        EXPECT_TRUE(reachedInRuns.contains(what)) << name << ": no run has come to: " << what;
+
+    const std::chrono::duration<double> seconds = Clock::now() - begin;
+    std::cout << name << ": " << exhaustive.runs << " schedules, "
+              << (exhaustive.complete ? "" : "not ") << "all with at most " << options.preemptions
+              << " preemptions";
+    if (!exhaustive.complete)
+        std::cout << " but all with " << exhaustive.covered;
+    std::cout << "; " << options.runs << " random, " << options.runs << " pct; " << seconds.count()
+              << " s" << std::endl;
+}

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+/// Explores one scenario; `body` is the body of each run. Prints one line about what was run.
+///
+/// As the environment variable MIREL_SCHEDULES says: "quick" (the default), within a fraction of a
+/// second or a few, or "full", within about a minute.
+///
+/// `reaches`: what at least one run must have come to (see `reached`), so that the scenario is what
+/// its name says.
+void exploreScenario(const std::string& name, const std::function<void()>& body,
+                     const std::vector<std::string>& reaches = {});
+
+/// To be called by a run that has come to something that its scenario is about.
+void reached(const char* what);
+
+/// GoogleTest's name of a row of a table: `row.name` with underscores.
+template <typename Row>
+std::string rowName(const testing::TestParamInfo<Row>& info) {
+    std::string name = info.param.name;
+    for (char& c : name)
+        if (!std::isalnum(static_cast<unsigned char>(c)))
+            c = '_';
+    return name;
+}

@@ -1,0 +1,42 @@
+// Requests of one channel run one at a time and in the order in which they were read, beside those
+// of other channels.
+
+#include "World.h"
+
+namespace {
+
+class Order : public testing::TestWithParam<Scenario> {};
+
+const Scenario kScenarios[] = {
+    {.name = "three requests", .work = "A A A", .reaches = {"held back"}},
+    {.name = "three requests and a stop at once",
+     .work = "A A A",
+     .ending = Ending::atOnce,
+     .reaches = {"held back to the end"}},
+    {.name = "two channels five requests", .work = "A B A B A", .ending = Ending::answered},
+    {.name = "two channels five requests and a stop at once",
+     .work = "A B A B A",
+     .ending = Ending::atOnce},
+    {.name = "no worker kept", .work = "A B A B", .maxPoolSize = 0},
+    {.name = "no worker kept and a stop at once",
+     .work = "A B A B",
+     .maxPoolSize = 0,
+     .ending = Ending::atOnce},
+    {.name = "one worker kept", .work = "A B A B", .maxPoolSize = 1},
+    {.name = "one worker kept and a stop at once",
+     .work = "A B A B",
+     .maxPoolSize = 1,
+     .ending = Ending::atOnce},
+    {.name = "timers between requests", .work = "A T A T2"},
+    {.name = "timers between requests and a stop at once",
+     .work = "A T A",
+     .maxPoolSize = 1,
+     .ending = Ending::atOnce},
+    {.name = "single threaded", .work = "A T A B", .multiThreaded = false},
+};
+
+} // namespace
+
+TEST_P(Order, Holds) { exploreScenario(GetParam()); }
+
+INSTANTIATE_TEST_SUITE_P(, Order, testing::ValuesIn(kScenarios), rowName<Scenario>);

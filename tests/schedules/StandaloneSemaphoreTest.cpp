@@ -1,0 +1,153 @@
+// The standalone framework's semaphore in every order of its steps: its source, with the system's
+// futex played by the simulation, under another name beside the simulation's own semaphore.
+
+#include "framework/MirelException.h"
+#include "simulated/Exploration.h"
+#include "simulated/Simulation.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <linux/futex.h>
+#include <memory>
+#include <optional>
+#include <string>
+#include <sys/syscall.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using namespace mirel::simulated;
+
+struct Sleeper {
+    const void* address;
+    bool woken = false;
+};
+
+std::vector<Sleeper*> sleepers; ///< of the run
+
+/// What the kernel does: compares and goes to sleep in one step; may also wake without a reason.
+int futexWait(std::atomic<std::uint32_t>& word, std::uint32_t value, bool timed) {
+    point(&word, "futex wait");
+    if (word.load(std::memory_order_relaxed) != value) {
+        errno = EAGAIN;
+        return -1;
+    }
+    Sleeper self{&word};
+    sleepers.push_back(&self);
+    const bool woken =
+        waitUntil([&self] { return self.woken; }, "futex sleep",
+                  timed ? std::optional(std::chrono::milliseconds(1)) : std::nullopt);
+    std::erase(sleepers, &self);
+    errno = ETIMEDOUT;
+    return woken ? 0 : -1;
+}
+
+/// Looks at the address only: what was there may be gone.
+int futexWake(const void* address) {
+    point(&sleepers, "futex wake");
+    std::vector<Sleeper*> here;
+    std::copy_if(sleepers.begin(), sleepers.end(), std::back_inserter(here),
+                 [&](const Sleeper* s) { return s->address == address && !s->woken; });
+    if (!here.empty())
+        here[static_cast<std::size_t>(pick(static_cast<int>(here.size())))]->woken = true;
+    return 0;
+}
+
+template <typename Time>
+long futex(long, std::atomic<std::uint32_t>* word, int, std::uint32_t value, Time* deadline,
+           std::nullptr_t, std::uint32_t) {
+    return futexWait(*word, value, deadline != nullptr);
+}
+long futex(long, const void* address, int, int) { return futexWake(address); }
+
+} // namespace
+
+#define syscall futex
+#define Semaphore StandaloneSemaphore
+#include "standalone/Semaphore.cpp"
+#undef Semaphore
+#undef syscall
+
+namespace {
+
+void expectAllSchedulesToPass(const std::function<void()>& body) {
+    const Exploration result = explore({.preemptions = 3}, [&body] {
+        sleepers.clear();
+        body();
+    });
+    EXPECT_TRUE(result && result.covered == 3) << result;
+    std::cout << result << std::endl;
+}
+
+TEST(StandaloneSemaphore, IsALock) {
+    expectAllSchedulesToPass([] {
+        StandaloneSemaphore lock(1, 1, false);
+        int inside = 0;
+        int done = 0;
+        for (int i = 0; i < 3; ++i)
+            spawn("user", [&] {
+                lock.take(-1);
+                require(++inside == 1, "two inside");
+                point(&inside);
+                --inside;
+                lock.give();
+                ++done;
+            });
+        waitUntil([&] { return done == 3; });
+    });
+}
+
+TEST(StandaloneSemaphore, LosesNoUnitAtATimeout) {
+    expectAllSchedulesToPass([] {
+        StandaloneSemaphore unit(0, 1, false);
+        int done = 0;
+        spawn("impatient", [&] {
+            if (unit.take(5))
+                unit.give();
+            ++done;
+        });
+        spawn("patient", [&] {
+            unit.take(-1); // for ever, if the other one's wake-up took the unit with it
+            ++done;
+        });
+        unit.give();
+        waitUntil([&] { return done == 2; });
+        require(!unit.take(0), "one unit, taken twice");
+    });
+}
+
+TEST(StandaloneSemaphore, WakesAsManyAsItHasUnitsFor) {
+    expectAllSchedulesToPass([] {
+        StandaloneSemaphore units(0, 2, false);
+        int done = 0;
+        for (int i = 0; i < 2; ++i)
+            spawn("taker", [&] {
+                units.take(-1); // for ever, if a wake-up is left out: a deadlock
+                ++done;
+            });
+        units.give();
+        units.give();
+        waitUntil([&] { return done == 2; });
+    });
+}
+
+TEST(StandaloneSemaphore, MayBeDestroyedAsSoonAsItHasBeenTaken) {
+    expectAllSchedulesToPass([] {
+        auto* const units = new StandaloneSemaphore(0, 1, false);
+        bool given = false;
+        spawn("giver", [&] {
+            units->give(); // must not touch it after the unit is there
+            given = true;
+        });
+        units->take(-1);
+        delete units;
+        waitUntil([&] { return given; });
+    });
+}
+
+} // namespace
