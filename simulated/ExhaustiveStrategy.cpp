@@ -1,5 +1,6 @@
 #include "simulated/Strategy.h"
 
+#include <algorithm>
 #include <unordered_map>
 
 namespace mirel::simulated {
@@ -17,7 +18,18 @@ public:
     int choose(const ChoicePoint& point) override {
         if (m_depth == m_path.size())
             m_path.push_back(newNode(point));
-        return m_path[m_depth++].current();
+        const Node& node = m_path[m_depth++];
+        if (node.state == point.state)
+            return node.current();
+        m_diverged = true;
+        return point.candidates.front();
+    }
+
+    std::string complaint() const override {
+        return m_diverged
+                   ? "a run did not repeat the one before it: what it does depends on something "
+                     "else than the order of its steps"
+                   : "";
     }
 
     bool nextRun() override {
@@ -40,39 +52,41 @@ public:
 
 private:
     struct Node {
+        std::uint64_t state;
         std::vector<int> choices; ///< in the order in which they are taken
+        std::size_t free = 0;     ///< so many of them cost no preemption
         std::size_t taken = 0;
         unsigned preemptions = 0; ///< before this choice
-        bool preempts = false;    ///< taking any but the first is a preemption
 
         int current() const { return choices[taken]; }
         bool advance() { return ++taken < choices.size(); }
-        unsigned preemptionsAfter() const { return preemptions + (preempts && taken > 0 ? 1 : 0); }
+        unsigned preemptionsAfter() const { return preemptions + (taken < free ? 0 : 1); }
     };
 
     Node newNode(const ChoicePoint& point) {
         Node node;
+        node.state = point.state;
         node.preemptions = m_path.empty() ? 0 : m_path.back().preemptionsAfter();
-        node.preempts = point.current >= 0;
-        node.choices.push_back(node.preempts ? point.current : point.candidates.front());
+        node.choices = point.candidates;
+        node.free = point.ready > 0 ? point.ready : point.candidates.size();
+        if (point.current >= 0) {
+            const auto own = std::find(node.choices.begin(), node.choices.end(), point.current);
+            std::rotate(node.choices.begin(), own, own + 1);
+            node.free = 1;
+        }
         // Once a run has come to a known moment, all that follows is known as well.
         m_known = m_known || isKnown(point, node.preemptions);
-        if (m_known)
-            return node;
-        if (node.preempts && node.preemptions == m_bound) {
+        if (m_known) {
+            node.choices.resize(1);
+        } else if (node.preemptions == m_bound && node.free < node.choices.size()) {
             m_cutByBound = true;
-            return node;
+            node.choices.resize(node.free);
         }
-        for (const int candidate : point.candidates)
-            if (candidate != node.choices.front())
-                node.choices.push_back(candidate);
         return node;
     }
 
     bool isKnown(const ChoicePoint& point, unsigned preemptions) {
-        const std::uint64_t key =
-            point.state ^ (static_cast<std::uint64_t>(point.current + 1) * 0x9e3779b97f4a7c15U);
-        const auto [place, isNew] = m_seen.try_emplace(key, preemptions);
+        const auto [place, isNew] = m_seen.try_emplace(point.state, preemptions);
         if (!isNew && place->second <= preemptions)
             return true;
         place->second = preemptions;
@@ -87,6 +101,7 @@ private:
     std::vector<Node> m_path;
     std::size_t m_depth = 0; ///< of the run, in m_path
     bool m_known = false;    ///< of the run
+    bool m_diverged = false;
 
     /// The fewest preemptions with which each moment was reached.
     std::unordered_map<std::uint64_t, unsigned> m_seen;

@@ -3,6 +3,7 @@
 #include "simulated/CrashNote.h"
 #include "simulated/Scheduler.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <ostream>
 #include <stdexcept>
@@ -30,6 +31,10 @@ std::unique_ptr<Strategy> makeStrategy(const ExploreOptions& options) {
 } // namespace
 
 Exploration explore(const ExploreOptions& options, const std::function<void()>& body) {
+    static std::atomic<bool> busy{false};
+    if (busy.exchange(true))
+        throw std::logic_error("one exploration at a time, and none inside another");
+    const std::shared_ptr<void> atEnd(nullptr, [](void*) { busy = false; });
     const std::unique_ptr<Strategy> strategy = makeStrategy(options);
     const Clock::time_point begin = Clock::now();
     CrashNote crashNote;
@@ -40,6 +45,11 @@ Exploration explore(const ExploreOptions& options, const std::function<void()>& 
         const auto failure = scheduler.run(body);
         crashNote.watch(nullptr);
         ++result.runs;
+        if (const std::string complaint = strategy->complaint(); !complaint.empty()) {
+            result.failure = {complaint, failure ? "the run failed: " + failure->what + "\n" : "",
+                              scheduleText(scheduler.choices())};
+            return result;
+        }
         if (failure) {
             result.failure = {failure->what, failure->positions, scheduleText(scheduler.choices())};
             return result;

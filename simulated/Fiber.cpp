@@ -1,5 +1,6 @@
 #include "simulated/Fiber.h"
 
+#include <cerrno>
 #include <cstring>
 #include <cxxabi.h>
 #include <new>
@@ -27,9 +28,9 @@ namespace mirel::simulated {
 namespace {
 
 #ifdef MIREL_ADDRESS_SANITIZER
-constexpr std::size_t kStackSize = 1024 * 1024; // frames are far larger then
+constexpr std::size_t kStackSize = 4 * 1024 * 1024; // frames are far larger then
 #else
-constexpr std::size_t kStackSize = 256 * 1024;
+constexpr std::size_t kStackSize = 1024 * 1024;
 #endif
 
 /// The ABI leaves the layout open beyond its beginning: a pointer and an int, and on ARM another
@@ -115,7 +116,9 @@ void Fiber::switchTo(Fiber& next) {
 #ifdef MIREL_ADDRESS_SANITIZER
     __sanitizer_start_switch_fiber(&m_fakeStack, next.m_stackBottom, next.m_stackSize);
 #endif
+    const int error = errno;
     swapcontext(&m_context, &next.m_context);
+    errno = error;
     arrived();
 }
 

@@ -13,6 +13,7 @@
 #include <map>
 #include <pthread.h>
 #include <sched.h>
+#include <unistd.h>
 #include <unwind.h>
 #include <vector>
 
@@ -31,26 +32,37 @@ Function* real(const char* name) {
 bool isUnlocked(const void* mutex) { return static_cast<const MutexState*>(mutex)->depth == 0; }
 bool isWoken(const void* waiter) { return static_cast<const ConditionWaiter*>(waiter)->woken; }
 
-int lock(Scheduler& run, const pthread_mutex_t* object) {
+int tryLock(Scheduler& run, const pthread_mutex_t* object) {
     MutexState& mutex = run.state.mutexes[object];
     const int self = run.running().number;
     const bool recursive = (object->__data.__kind & 3) == PTHREAD_MUTEX_RECURSIVE;
-    if (!(recursive && mutex.owner == self && mutex.depth > 0)) {
-        run.perform({"lock of a mutex", object, Access::write, &isUnlocked, &mutex});
-        mutex.owner = self;
-    }
+    if (mutex.depth > 0 && !(recursive && mutex.owner == self))
+        return EBUSY;
+    mutex.owner = self;
     ++mutex.depth;
     return 0;
 }
 
+int lock(Scheduler& run, const pthread_mutex_t* object) {
+    const MutexState& mutex = run.state.mutexes[object];
+    if (mutex.depth > 0 && mutex.owner == run.running().number && tryLock(run, object) == 0)
+        return 0; // once more
+    run.perform({"lock of a mutex", object, Access::write, &isUnlocked, &mutex});
+    return tryLock(run, object);
+}
+
 void unlock(Scheduler& run, const pthread_mutex_t* object) {
+    MutexState& mutex = run.state.mutexes[object];
+    if (mutex.depth == 0 || mutex.owner != run.running().number)
+        run.fail("unlock of a mutex that the thread has not locked in this run");
     run.touch(object);
-    --run.state.mutexes[object].depth;
+    --mutex.depth;
 }
 
 int wait(Scheduler& run, const pthread_cond_t* condition, const pthread_mutex_t* mutex,
          std::optional<Duration> deadline) {
     ConditionWaiter waiter;
+    run.touch(condition);
     run.state.waiters[condition].push_back(&waiter);
     unlock(run, mutex);
     const bool woken = run.perform(
@@ -61,7 +73,7 @@ int wait(Scheduler& run, const pthread_cond_t* condition, const pthread_mutex_t*
 }
 
 void wake(Scheduler& run, const pthread_cond_t* condition, bool all) {
-    run.touch(condition);
+    run.perform({"waking of a condition", condition});
     std::vector<ConditionWaiter*>& waiting = run.state.waiters[condition];
     if (!all && !waiting.empty()) {
         const auto chosen = waiting.begin() + run.pick(static_cast<int>(waiting.size()));
@@ -104,6 +116,9 @@ _Unwind_Reason_Code goOnUnwinding(int, _Unwind_Action, _Unwind_Exception_Class, 
     auto* const exception = new _Unwind_Exception{};
     exception->exception_cleanup = [](_Unwind_Reason_Code, _Unwind_Exception* done) {
         delete done;
+        Scheduler* const ofRun = Scheduler::ofRun();
+        if (!ofRun->running().unwound)
+            ofRun->fail("a handler has stopped the end of a thread; the C library would abort");
     };
     _Unwind_ForcedUnwind(exception, &goOnUnwinding, nullptr);
     run.fail("a thread could not be ended");
@@ -123,7 +138,7 @@ int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
 int pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept {
     if (Scheduler* const run = Scheduler::current()) {
         run->perform({"trylock of a mutex", mutex});
-        return isUnlocked(&run->state.mutexes[mutex]) ? lock(*run, mutex) : EBUSY;
+        return tryLock(*run, mutex);
     }
     static auto* const next = real<decltype(pthread_mutex_trylock)>("pthread_mutex_trylock");
     return next(mutex);
@@ -132,6 +147,7 @@ int pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept {
 int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
     if (Scheduler* const run = Scheduler::current()) {
         unlock(*run, mutex);
+        run->perform({"after the unlock of a mutex", nullptr});
         return 0;
     }
     static auto* const next = real<decltype(pthread_mutex_unlock)>("pthread_mutex_unlock");
@@ -191,7 +207,7 @@ int sched_yield() noexcept {
 }
 
 int clock_gettime(clockid_t clock, timespec* time) noexcept {
-    if (Scheduler* const run = Scheduler::current()) {
+    if (Scheduler* const run = Scheduler::ofRun()) { // in a predicate too
         const Duration now = run->now() + kBegin;
         const auto seconds = std::chrono::floor<std::chrono::seconds>(now);
         *time = {static_cast<time_t>(seconds.count()),
@@ -217,6 +233,28 @@ int nanosleep(const timespec* time, timespec* rest) {
         return clock_nanosleep(CLOCK_MONOTONIC, 0, time, rest);
     static auto* const next = real<decltype(nanosleep)>("nanosleep");
     return next(time, rest);
+}
+
+unsigned sleep(unsigned seconds) {
+    const timespec time{static_cast<time_t>(seconds), 0};
+    return nanosleep(&time, nullptr) == 0 ? 0 : seconds;
+}
+
+int usleep(useconds_t microseconds) {
+    const timespec time{static_cast<time_t>(microseconds / 1000000),
+                        static_cast<long>(microseconds % 1000000) * 1000};
+    return nanosleep(&time, nullptr);
+}
+
+/// A run's threads cannot be cancelled, and their state must not become that of the whole process.
+int pthread_setcancelstate(int state, int* former) {
+    if (Scheduler::current()) {
+        if (former)
+            *former = PTHREAD_CANCEL_ENABLE;
+        return 0;
+    }
+    static auto* const next = real<decltype(pthread_setcancelstate)>("pthread_setcancelstate");
+    return next(state, former);
 }
 
 int pthread_detach(pthread_t id) noexcept {

@@ -9,9 +9,7 @@ void Lifetimes::born(const void* object, const char* kind) {
 }
 
 void Lifetimes::died(const void* object) {
-    const auto life = m_lives.find(object);
-    if (life != m_lives.end())
-        life->second.lives = false;
+    m_lives.try_emplace(object, Life{"object of the framework", false}).first->second.lives = false;
 }
 
 const char* Lifetimes::dead(const void* object) const {

@@ -1,5 +1,7 @@
 #include "simulated/Memory.h"
 
+#include "simulated/Scheduler.h"
+
 #include <algorithm>
 #include <bitset>
 #include <cstdint>
@@ -51,7 +53,8 @@ thread_local bool tracked = false;
     const std::size_t kept = std::min(size, sizeof(void*));
     std::memset(static_cast<char*>(block) + kept, kFreed, size - kept);
     const auto address = reinterpret_cast<std::uintptr_t>(block);
-    keptBack().emplace(address, size);
+    if (!keptBack().emplace(address, size).second)
+        Scheduler::ofRun()->fail("memory is freed twice");
     for (std::uintptr_t granule = address; granule < address + size; granule += kGranule)
         filter.set(filterPlace(granule));
     tracked = true;

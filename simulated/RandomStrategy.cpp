@@ -30,12 +30,16 @@ public:
     int choose(const ChoicePoint& point) override {
         if (!point.threads)
             return point.candidates[static_cast<std::size_t>(m_random() % point.candidates.size())];
-        ++m_steps;
-        if (point.current >= 0 && m_changeSteps.contains(m_steps))
-            m_priorities[point.current] = --m_lowest;
-        return *std::max_element(
-            point.candidates.begin(), point.candidates.end(),
-            [this](int one, int other) { return priorityOf(one) < priorityOf(other); });
+        const std::size_t sleepers = point.candidates.size() - point.ready;
+        if (m_changeSteps.contains(++m_steps)) {
+            m_priorities[point.last] = --m_lowest;
+            if (sleepers > 0 && m_random() % 2 == 0)
+                return point.candidates.back();
+        }
+        const auto end = point.candidates.end() - static_cast<long>(point.ready > 0 ? sleepers : 0);
+        return *std::max_element(point.candidates.begin(), end, [this](int one, int other) {
+            return priorityOf(one) < priorityOf(other);
+        });
     }
 
     bool nextRun() override {

@@ -37,16 +37,23 @@ public:
             const int choice = m_choices[m_next++];
             if (std::find(candidates.begin(), candidates.end(), choice) != candidates.end())
                 return choice;
+            m_misfit = true;
         }
-        // Of another program than this one, or the end of a schedule that was cut by hand.
         return point.current >= 0 ? point.current : candidates.front();
     }
 
     bool nextRun() override { return false; }
 
+    std::string complaint() const override {
+        return m_misfit || m_next < m_choices.size()
+                   ? "the schedule is that of another program or test, or of another build"
+                   : "";
+    }
+
 private:
     const std::vector<int> m_choices;
     std::size_t m_next = 0;
+    bool m_misfit = false;
 };
 
 } // namespace

@@ -100,14 +100,21 @@ bool Scheduler::perform(const Step& step) {
     const Inside inside(this);
     SimulatedThread& self = *m_running;
     self.next = &step;
-    if (m_check)
-        m_check();
+    if (step.deadline)
+        self.history = mix(self.history, static_cast<std::uint64_t>(step.deadline->count()));
+    if (step.givesWay) {
+        self.history = mix(self.history, 12);
+        self.after = readyOthers(self);
+    }
+    callCheck();
     if (++m_steps > m_stepLimit)
         fail("no progress: the run has not ended after " + std::to_string(m_stepLimit) + " steps");
     SimulatedThread* const next = chooseNext();
     if (!next)
         fail("deadlock: no thread can go on");
     goTo(*next);
+    for (const auto& thread : m_threads)
+        thread->after &= ~bitOf(self);
     if (m_reporter) {
         self.position = std::string(" before: ") + step.what + "\n" + stackText();
         self.fiber.switchTo(m_reporter->fiber);
@@ -123,49 +130,90 @@ bool Scheduler::perform(const Step& step) {
 
 void Scheduler::check() {
     const Inside inside(this);
-    if (m_check)
+    callCheck();
+}
+
+void Scheduler::callCheck() {
+    if (!m_check)
+        return;
+    try {
         m_check();
+    } catch (...) {
+        fail("a check threw an exception: " + textOfCurrentException());
+    }
 }
 
 bool Scheduler::canGoOn(const SimulatedThread& thread) {
-    return !thread.ended &&
-           (!thread.begun || !thread.next->ready || thread.next->ready(thread.next->argument));
+    try {
+        return !thread.ended &&
+               (!thread.begun || !thread.next->ready || thread.next->ready(thread.next->argument));
+    } catch (...) {
+        fail("a predicate threw an exception: " + textOfCurrentException());
+    }
+}
+
+/// Threads beyond the width of the mask are never waited for.
+std::uint64_t Scheduler::bitOf(const SimulatedThread& thread) {
+    return thread.number < 64 ? std::uint64_t{1} << thread.number : 0;
+}
+
+std::uint64_t Scheduler::readyOthers(const SimulatedThread& self) {
+    std::uint64_t ready = 0;
+    for (const auto& thread : m_threads)
+        if (thread.get() != &self && canGoOn(*thread))
+            ready |= bitOf(*thread);
+    return ready;
 }
 
 SimulatedThread* Scheduler::chooseNext() {
-    m_candidates.clear();
-    // Of those that wait for a time only the earliest may go on: deadlines are met in their order,
-    // but a thread that could go on may still be slower than the clock.
-    std::optional<Duration> earliest;
-    for (const auto& thread : m_threads) {
-        if (canGoOn(*thread))
-            m_candidates.push_back(thread->number);
-        else if (!thread->ended && thread->next->deadline)
-            earliest = std::min(earliest.value_or(Duration::max()), *thread->next->deadline);
-    }
-    if (earliest) {
-        for (const auto& thread : m_threads)
-            if (!thread->ended && !canGoOn(*thread) && thread->next->deadline == earliest)
-                m_candidates.push_back(thread->number);
-        std::sort(m_candidates.begin(), m_candidates.end());
-    }
-    const auto own = std::find(m_candidates.begin(), m_candidates.end(), m_running->number);
-    int current = -1;
-    if (own != m_candidates.end()) {
-        if (m_running->next->givesWay && m_candidates.size() > 1)
-            m_candidates.erase(own);
-        else
-            current = m_running->number;
-    }
-    if (m_candidates.empty())
+    std::vector<int>& candidates = m_candidates;
+    candidates.clear();
+    std::uint64_t ready = 0;
+    for (const auto& thread : m_threads)
+        if (canGoOn(*thread)) {
+            candidates.push_back(thread->number);
+            ready |= bitOf(*thread);
+        }
+    // Who has given way comes after those that were ready then, unless all have.
+    const auto gaveWay = [&](int number) {
+        return (m_threads[std::size_t(number)]->after & ready) != 0;
+    };
+    if (!std::all_of(candidates.begin(), candidates.end(), gaveWay))
+        std::erase_if(candidates, gaveWay);
+    const std::size_t readyOnes = candidates.size();
+    const bool goesOn =
+        std::find(candidates.begin(), candidates.end(), m_running->number) != candidates.end() &&
+        !m_running->next->givesWay;
+    addSleepers(candidates);
+    if (candidates.empty())
         return nullptr;
-    return m_threads[std::size_t(choose(m_candidates, true, current))].get();
+    const int current = goesOn ? m_running->number : -1;
+    return m_threads[std::size_t(choose(candidates, readyOnes, true, current))].get();
 }
 
-int Scheduler::choose(const std::vector<int>& candidates, bool threads, int current) {
+/// Of those that wait for a time only the earliest may go on: deadlines are met in their order, but
+/// a thread that is ready may still be slower than the clock.
+void Scheduler::addSleepers(std::vector<int>& candidates) {
+    const auto sleeps = [this](const SimulatedThread& thread) {
+        return !thread.ended && thread.begun && thread.next->deadline && !canGoOn(thread);
+    };
+    std::optional<Duration> earliest;
+    for (const auto& thread : m_threads)
+        if (sleeps(*thread))
+            earliest = std::min(earliest.value_or(Duration::max()), *thread->next->deadline);
+    for (const auto& thread : m_threads)
+        if (earliest && sleeps(*thread) && thread->next->deadline == earliest)
+            candidates.push_back(thread->number);
+}
+
+int Scheduler::choose(const std::vector<int>& candidates, std::size_t ready, bool threads,
+                      int current) {
     if (candidates.size() == 1)
         return candidates.front();
-    const int choice = m_strategy.choose({candidates, threads, current, history()});
+    const std::uint64_t moment =
+        mix(history(), current < 0 ? 10 : m_threads[std::size_t(current)]->history);
+    const int choice =
+        m_strategy.choose({candidates, ready, threads, m_running->number, current, moment});
     m_choices.push_back(choice);
     return choice;
 }
@@ -200,7 +248,7 @@ void Scheduler::touch(const void* object) {
 std::uint64_t Scheduler::history() const {
     std::uint64_t sum = mix(static_cast<std::uint64_t>(m_now.count()), 3);
     for (const auto& thread : m_threads)
-        sum += mix(thread->history, thread->ended ? 4 : thread->begun ? 5 : 6);
+        sum += mix(mix(thread->history, thread->ended ? 4 : thread->begun ? 5 : 6), thread->after);
     return sum;
 }
 
@@ -211,9 +259,14 @@ int Scheduler::pick(int alternatives) {
     std::vector<int> candidates;
     for (int i = 0; i < alternatives; ++i)
         candidates.push_back(i);
-    const int picked = choose(candidates, false, -1);
+    const int picked = choose(candidates, candidates.size(), false, -1);
     m_running->history = mix(m_running->history, static_cast<std::uint64_t>(picked) + 7);
     return picked;
+}
+
+Duration Scheduler::now() {
+    m_running->history = mix(m_running->history, static_cast<std::uint64_t>(m_now.count()));
+    return m_now;
 }
 
 void Scheduler::touchEverything() {
@@ -255,7 +308,7 @@ SimulatedThread& Scheduler::spawn(std::string name, std::function<void()> body) 
             try {
                 body();
             } catch (abi::__forced_unwind&) {
-                // Ended by itself. Here, in the last frame, nobody is left to be unwound.
+                m_running->unwound = true; // here, in the last frame, nobody is left
             } catch (...) {
                 fail("a thread threw an exception: " + textOfCurrentException());
             }
@@ -272,8 +325,7 @@ SimulatedThread& Scheduler::spawn(std::string name, std::function<void()> body) 
 void Scheduler::endThread() {
     Inside::activate(nullptr);
     m_running->ended = true;
-    if (m_check)
-        m_check();
+    callCheck();
     if (SimulatedThread* const next = chooseNext())
         goTo(*next); // for good
     if (std::any_of(m_threads.begin(), m_threads.end(), [](auto& t) { return !t->ended; }))

@@ -52,6 +52,9 @@ struct SimulatedThread {
     std::uint64_t history = 0;  ///< of all that it has seen
     bool begun = false;
     bool ended = false;
+    bool unwound = false; ///< it has ended itself, and all its frames are gone
+    std::uint64_t after =
+        0;                ///< it gave way; bits for the threads that were ready then, and go first
     bool released = true; ///< somebody has waited for it or detached it, or nobody has to
     std::string position; ///< filled in for the report of a failure
 };
@@ -122,7 +125,7 @@ public:
     /// Ends the run as failed.
     [[noreturn]] void fail(const std::string& what);
 
-    Duration now() const { return m_now; }
+    Duration now();
 
     RunState state; ///< of the parts of the framework
 
@@ -132,9 +135,13 @@ public:
     void check();
 
 private:
-    static bool canGoOn(const SimulatedThread& thread);
+    static std::uint64_t bitOf(const SimulatedThread& thread);
+    bool canGoOn(const SimulatedThread& thread);
+    std::uint64_t readyOthers(const SimulatedThread& self);
+    void addSleepers(std::vector<int>& candidates);
+    void callCheck();
     SimulatedThread* chooseNext();
-    int choose(const std::vector<int>& candidates, bool threads, int current);
+    int choose(const std::vector<int>& candidates, std::size_t ready, bool threads, int current);
     void goTo(SimulatedThread& next);
     void record(const void* object, Access access);
     void endThread();

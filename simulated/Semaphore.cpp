@@ -69,6 +69,8 @@ void Semaphore::give() {
     }
     if (m_state.load(kRelaxed) < m_maximum)
         m_state.fetch_add(1, kRelaxed);
-    if (scheduler)
+    if (scheduler) {
         scheduler->check(); // what a lock guards must be in order by now
+        scheduler->perform({"after Semaphore::give", nullptr});
+    }
 }

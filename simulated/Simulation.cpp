@@ -65,7 +65,10 @@ bool isFree(Semaphore& semaphore) {
     return true;
 }
 
-std::chrono::nanoseconds now() { return scheduler().now(); }
+std::chrono::nanoseconds now() {
+    Scheduler* const run = Scheduler::ofRun(); // in a predicate too
+    return run ? run->now() : scheduler().now();
+}
 
 void sleepFor(std::chrono::nanoseconds duration) {
     waitUntil([] { return false; }, "sleep", duration);

@@ -10,19 +10,23 @@ namespace mirel::simulated {
 
 /// A moment at which a run could go on in more than one way.
 struct ChoicePoint {
-    /// What can be chosen, ascending, at least two: numbers of threads, or alternatives of the
-    /// scenario's own.
+    /// What can be chosen, at least two: alternatives of the scenario's own, or numbers of threads.
+    /// First those that are ready, ascending, then those that can go on because their time comes.
     const std::vector<int>& candidates;
+    std::size_t ready;
 
     /// Whether threads are chosen from.
     bool threads;
 
-    /// The thread that runs and could go on, so that choosing another one is a preemption; -1 when
-    /// it cannot, or gives way, or when this is not a choice between threads.
+    /// The thread that took the last step.
+    int last;
+
+    /// The same when it is ready to go on, so that choosing another one is a preemption; -1 when it is
+    /// not, or gives way, or when this is not a choice between threads.
     int current;
 
-    /// Of what has happened so far. Equal for two moments when every thread has seen the same
-    /// history of every object it has touched, in whatever order unrelated steps have happened.
+    /// Of what has happened so far and of `current`. Equal for two moments when every thread has seen
+    /// the same history of every object it has touched, in whatever order unrelated steps happened.
     std::uint64_t state;
 };
 
@@ -37,6 +41,9 @@ public:
     /// After each run. False when there is nothing left to explore.
     virtual bool nextRun() = 0;
 
+    /// Not empty when the run was not the one that was asked for, and why that may be.
+    virtual std::string complaint() const { return {}; }
+
     /// All schedules with at most this many preemptions have been run; -1: nothing is certain.
     virtual int covered() const { return -1; }
 };
@@ -44,20 +51,22 @@ public:
 /// Any candidate, each as likely as the others.
 std::unique_ptr<Strategy> makeRandomStrategy(std::uint64_t seed);
 
-/// Threads have random priorities, and the most important one that can go on does. At `changes`
-/// random moments of a run the running thread becomes the least important one. Finds a fault that
-/// needs `changes` + 1 ordering constraints with a probability of at least 1 / (threads *
-/// steps^changes) in each run. Source: Burckhardt, Kothari, Musuvathi, Nagarakatte, "A Randomized
-/// Scheduler with Probabilistic Guarantees of Finding Bugs", ASPLOS 2010.
+/// Threads have random priorities, and the most important one that is ready goes on. At `changes`
+/// random choices of a run the thread that took the last step becomes the least important one, or
+/// time passes. Finds faults that need few orders between steps far apart. The idea is that of
+/// Burckhardt, Kothari, Musuvathi, Nagarakatte, "A Randomized Scheduler with Probabilistic Guarantees
+/// of Finding Bugs", ASPLOS 2010; their bound counts steps, this counts choices, and the first run,
+/// which measures their number, has no changes.
 std::unique_ptr<Strategy> makePctStrategy(std::uint64_t seed, unsigned changes);
 
-/// Every schedule with at most `preemptions` preemptions, fewest first. A moment whose state and
+/// Every schedule with at most `preemptions` preemptions, fewest first. To let time pass while a
+/// thread is ready counts as one. A moment whose state and
 /// running thread are those of an earlier one, reached with no more preemptions, is not explored
 /// again: the same would follow. Source for both ideas: Musuvathi, Qadeer, "Iterative Context
 /// Bounding for Systematic Testing of Multithreaded Programs", PLDI 2007.
 std::unique_ptr<Strategy> makeExhaustiveStrategy(unsigned preemptions);
 
-/// One run: the choices of `schedule`, and the first candidate when there are no more. Throws
+/// One run: the choices of `schedule`, and no preemption when there are no more. Throws
 /// `std::invalid_argument` for a text that is no schedule.
 std::unique_ptr<Strategy> makeReplayStrategy(const std::string& schedule);
 

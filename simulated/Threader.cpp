@@ -34,8 +34,8 @@ public:
     ~EndMark() {
         if (m_record.thread != m_scheduler.running().number)
             return; // there is another one by now
+        m_scheduler.perform({"end of a thread", &m_record});
         m_record.ended = true;
-        m_scheduler.touch(&m_record);
     }
 
     EndMark(const EndMark&) = delete;
