@@ -18,7 +18,7 @@ if(MIREL_ZEROMQ)
   install(TARGETS mirel-host mirel-call)
 endif()
 if(MIREL_SIMULATED)
-  install(TARGETS MirelSimulated EXPORT MirelTargets)
+  install(TARGETS MirelSimulated MirelInSteps EXPORT MirelTargets)
   install(FILES simulated/Exploration.h simulated/Simulation.h simulated/SimulatedChannel.h
     simulated/SimulatedHost.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mirel/simulated)
 endif()

@@ -21,7 +21,7 @@ bool running();
 /// A moment at which another thread may go on first. `object` is what the next lines use together
 /// with other threads: it tells the exhaustive search which orders make a difference. The library's
 /// semaphores, threads and channels, `std::mutex`, `std::condition_variable`, `sched_yield` and
-/// sleeping are such moments by themselves.
+/// sleeping are such moments by themselves; atomics are in code compiled for `Mirel::InSteps`.
 void point(const void* object, const char* what = "point");
 
 /// Waits until `ready` is true, or for `timeout`, and returns whether it is true. It is called

@@ -33,6 +33,12 @@ const Scenario kScenarios[] = {
      .maxPoolSize = 1,
      .ending = Ending::atOnce},
     {.name = "single threaded", .work = "A T A B", .multiThreaded = false},
+    {.name = "single threaded, its thread ended by a request",
+     .work = "A A# A",
+     .multiThreaded = false},
+    {.name = "single threaded, its thread ended by a timer",
+     .work = "A T# A",
+     .multiThreaded = false},
 };
 
 } // namespace

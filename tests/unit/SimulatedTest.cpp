@@ -288,6 +288,63 @@ const std::vector<Failing>& failingRuns() {
              start(body);
          },
          {"Threadable::run of a Threadable that has been destroyed"}},
+        {"WakeUpBeforeTheWait",
+         [] {
+             std::mutex mutex;
+             std::condition_variable changed;
+             bool ready = false;
+             spawn("waker", [&] {
+                 ready = true; // without the lock
+                 changed.notify_one();
+             });
+             std::unique_lock lock(mutex);
+             if (!ready) {
+                 point(&ready);
+                 changed.wait(lock);
+             }
+         },
+         {"deadlock", "(main) before: wait for a condition"}},
+        {"GuardedDataUsedAfterTheLock",
+         [] {
+             Semaphore lock(1, 1, false);
+             int inside = 0;
+             int done = 0;
+             for (int i = 0; i < 2; ++i)
+                 spawn("user", [&] {
+                     lock.take(-1);
+                     require(++inside == 1, "two inside");
+                     lock.give();
+                     --inside;
+                     ++done;
+                 });
+             waitUntil([&] { return done == 2; });
+         },
+         {"two inside"}},
+        {"UnlockOfAnUnlockedMutex",
+         [] {
+             std::mutex mutex;
+             mutex.unlock();
+         },
+         {"unlock of a mutex"}},
+        {"EndOfAThreadStopped",
+         [] {
+             spawn("stubborn", [] {
+                 try {
+                     pthread_exit(nullptr);
+                 } catch (...) {
+                 }
+             });
+         },
+         {"stopped the end of a thread"}},
+        {"RunThatDoesNotRepeat",
+         [] {
+             static int former = 0;
+             int object = 0;
+             for (int i = 0; i < 2 + former; ++i)
+                 spawn("more each time", [&object] { point(&object); });
+             ++former;
+         },
+         {"did not repeat"}},
         {"DetachedTwice",
          [] {
              Body body([] {});
@@ -381,6 +438,43 @@ TEST(Simulation, StandardLocksWorkAndAreSteps) {
     });
     EXPECT_TRUE(result) << result;
     EXPECT_TRUE(contended);
+}
+
+/// What looks like a run without end, or like a deadlock, and is none.
+TEST(Simulation, WhoPollsOrTriesIsNotStuck) {
+    for (const Search search : {Search::exhaustive, Search::random, Search::pct}) {
+        const Exploration result = explore({.search = search, .preemptions = 1, .runs = 300}, [] {
+            std::mutex a;
+            std::mutex b;
+            int done = 0;
+            int ended = 0;
+            for (int i = 0; i < 2; ++i)
+                spawn("spinner", [&] {
+                    while (done == 0)
+                        sched_yield();
+                    ++ended;
+                });
+            spawn("poller", [&] {
+                while (done < 2)
+                    std::this_thread::sleep_for(1ms);
+                ++ended;
+            });
+            spawn("locker", [&] {
+                std::scoped_lock both(b, a); // tries, and steps back
+                ++done;
+                ++ended;
+            });
+            {
+                std::lock_guard outer(a);
+                if (b.try_lock())
+                    b.unlock();
+            }
+            point(&done);
+            ++done;
+            waitUntil([&] { return ended == 4; });
+        });
+        EXPECT_TRUE(result) << result;
+    }
 }
 
 TEST(Simulation, ThreadsHandleTheirOwnExceptionsAndCanEndThemselves) {
