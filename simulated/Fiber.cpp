@@ -1,5 +1,7 @@
 #include "simulated/Fiber.h"
 
+#include "simulated/AddressSanitizer.h"
+
 #include <cerrno>
 #include <cstring>
 #include <cxxabi.h>
@@ -8,14 +10,6 @@
 #include <unistd.h>
 #include <utility>
 #include <vector>
-
-#if defined(__SANITIZE_ADDRESS__)
-#define MIREL_ADDRESS_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define MIREL_ADDRESS_SANITIZER 1
-#endif
-#endif
 
 #ifdef MIREL_ADDRESS_SANITIZER
 #include <sanitizer/asan_interface.h>

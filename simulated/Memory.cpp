@@ -1,5 +1,6 @@
 #include "simulated/Memory.h"
 
+#include "simulated/AddressSanitizer.h"
 #include "simulated/Scheduler.h"
 
 #include <algorithm>
@@ -10,14 +11,6 @@
 #include <malloc.h>
 #include <map>
 #include <new>
-
-#if defined(__SANITIZE_ADDRESS__)
-#define MIREL_ADDRESS_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define MIREL_ADDRESS_SANITIZER 1
-#endif
-#endif
 
 namespace mirel::simulated {
 

@@ -103,11 +103,11 @@ Threader::~Threader() = default;
 int Threader::createThread(unsigned long& threadId, Threadable* threadable, std::string name, int,
                            int) {
     Scheduler* const scheduler = Scheduler::current();
-    if (name.empty())
-        name = threadable->type();
     if (!scheduler)
         refuse(name, "outside of a simulated run there are no threads");
     scheduler->requireAlive(threadable, "Threader::createThread");
+    if (name.empty())
+        name = threadable->type();
     scheduler->perform({"Threader::createThread", threadable});
     const auto& hook = scheduler->state.onThreadStart;
     if (const int error = hook ? hook() : 0)

@@ -8,8 +8,6 @@
 #include <atomic>
 #include <cerrno>
 #include <pthread.h>
-#include <random>
-#include <sstream>
 
 namespace {
 
@@ -422,47 +420,6 @@ TEST_F(ChannelOrder, AThreadEndedByServiceCodeDoesNotHoldUpItsChannel) {
         stop();
         EXPECT_EQ(3u, channel->answers.all().size());
     }
-}
-
-/// Many channels, mixed priorities, handlers that throw: against a model of what must come out.
-TEST_F(ChannelOrder, OrderAndBooksHoldUnderLoad) {
-    constexpr int kChannels = 16;
-    constexpr int kRequests = 500;
-    ReportCapture reports;
-    std::atomic<int> running[kChannels]{};
-    std::atomic<int> next[kChannels]{};
-    std::atomic<int> violations{0};
-    TestInvoker checking([&](Executable*, std::string data, InvokerResponse* response) {
-        int channelIndex = 0;
-        int number = 0;
-        std::istringstream(data) >> channelIndex >> number;
-        if (++running[channelIndex] != 1 || next[channelIndex]++ != number)
-            ++violations;
-        if (number % 7 == 0)
-            sched_yield();
-        --running[channelIndex];
-        if (number % 5 == 0)
-            throw std::runtime_error("every fifth");
-        response->answer("");
-        delete response;
-    });
-    context.invokers["Ifc/text"] = &checking;
-    start(&service, true);
-    std::mt19937 random(20);
-    int sent[kChannels]{};
-    for (int i = 0; i < kChannels * kRequests; ++i) {
-        int c = static_cast<int>(random() % kChannels);
-        while (sent[c] == kRequests)
-            c = (c + 1) % kChannels;
-        channel->send(requestFrom(std::to_string(c),
-                                  std::to_string(c) + " " + std::to_string(sent[c]++),
-                                  static_cast<int>(random() % 3)));
-    }
-    channel->answers.waitFor(kChannels * kRequests);
-    waitUntilClean();
-    EXPECT_EQ(0, violations.load());
-    EXPECT_EQ(static_cast<std::size_t>(kChannels * kRequests / 5), reports.reports.all().size());
-    EXPECT_EQ(static_cast<std::size_t>(kChannels * kRequests), channel->answers.all().size());
 }
 
 } // namespace

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
 
 /// Looks into a pool.
 class PoolInspector {
@@ -159,57 +158,6 @@ TEST_F(ThreadPool, ShutdownEndsIdleAndBusyWorkersAndThePoolCanBeUsedAgain) {
             EXPECT_EQ(0, pool.availableThreads(priorityOf(priority)));
     }
     EXPECT_EQ(2, pool.poolSize()) << "the workers made so far stay counted";
-}
-
-/// While the owner waits for a worker in `shutdown`, that worker's callback may take another one,
-/// new or idle, and hand it work. Shutdown leaves the one that is held alone until then, even when
-/// it is the older one.
-TEST_F(ThreadPool, ACompletionCallbackMayUseThePoolDuringShutdown) {
-    for (const bool takesIdle : {true, false}) {
-        SCOPED_TRACE(takesIdle);
-        events.clear();
-        ServiceThreadPool pool(10, nullptr);
-        if (takesIdle) {
-            pool.getThread(priorityOf(0), true)
-                ->executeRequest(&quick, nullptr, "idle", 4, nullptr);
-            waitForIdle(pool, 0, 1);
-        }
-        int destroyed = 0;
-        TestCallback callback([&](ServiceThreadIfc*) {
-            ServiceThreadIfc* const other = pool.getThread(priorityOf(0), true);
-            events.add("holds another");
-            waitUntil([&] { return PoolInspector::workers(pool) == 1; });
-            other->callBackOnCompletion(nullptr);
-            other->executeRequest(&quick, nullptr, "taken", 5, new CountedResponse(destroyed));
-            return false;
-        });
-        ServiceThreadIfc* const worker = pool.getThread(priorityOf(1), true);
-        worker->callBackOnCompletion(&callback);
-        worker->executeRequest(&quick, nullptr, "work", 4, nullptr);
-        events.waitFor(takesIdle ? 3 : 2);
-        pool.shutdown(); // takes the first worker off the list, for which the callback waits
-        EXPECT_EQ(0u, PoolInspector::workers(pool));
-        EXPECT_EQ(1, destroyed) << "run, or told to stop before that: answered once in any case";
-    }
-}
-
-TEST_F(ThreadPool, NoThreadOutlivesIt) {
-    const auto threads = [] {
-        const std::filesystem::directory_iterator tasks("/proc/self/task");
-        return std::distance(begin(tasks), end(tasks));
-    };
-    const auto useAPool = [this] {
-        ServiceThreadPool pool(4, nullptr);
-        for (int i = 0; i < 4; ++i)
-            pool.getThread(priorityOf(i % 3), true)
-                ->executeRequest(&quick, nullptr, "", 0, nullptr);
-    };
-    useAPool(); // a sanitizer starts a thread of its own with the first one of ours
-    const auto before = threads();
-    for (int round = 0; round < 20; ++round)
-        useAPool();
-    // A thread that has been joined may be listed for a moment yet.
-    waitUntil([&] { return threads() <= before; });
 }
 
 } // namespace

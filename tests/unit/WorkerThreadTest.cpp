@@ -247,17 +247,6 @@ TEST_F(WorkerThread, DestroyThreadWaitsForTheRunningWorkAndDropsWhatComesAfterIt
     EXPECT_TRUE(pool.returned.all().empty());
 }
 
-TEST_F(WorkerThread, EndsAtOnceWhenToldToStopBeforeItHasBegun) {
-    int destroyed = 0;
-    ServiceThread_MT* const worker = create();
-    worker->executeRequest(&invoker, &service, "", 0, new CountedResponse(destroyed));
-    worker->destroyThread(); // no thread to wait for
-    worker->destroyThread();
-    worker->run(); // deletes the worker
-    EXPECT_EQ(1, destroyed);
-    EXPECT_TRUE(events.all().empty());
-}
-
 TEST_F(WorkerThread, ATemporaryWorkerDestroyedByItsPoolEndsWithoutWaitingForWork) {
     class Worker : public ServiceThread_MT {
     public:
