@@ -44,9 +44,9 @@ private:
     ExceptionState m_exceptions;
 
     // Where AddressSanitizer keeps this fiber's frames, and the stack it is told to expect.
-    void* m_fakeStack = nullptr;
-    const void* m_stackBottom = nullptr;
-    std::size_t m_stackSize = 0;
+    [[maybe_unused]] void* m_fakeStack = nullptr;
+    [[maybe_unused]] const void* m_stackBottom = nullptr;
+    [[maybe_unused]] std::size_t m_stackSize = 0;
     Fiber* m_cameFrom = nullptr; ///< the fiber that switched here last
 };
 
