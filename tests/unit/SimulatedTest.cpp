@@ -102,14 +102,16 @@ std::string mixUp(unsigned seed) {
     std::mt19937 random(seed);
     std::uint32_t values[2] = {1, 2};
     Semaphore lock(1, 1, false);
+    std::mutex mutex;
+    std::condition_variable changed;
     int done = 0;
     for (std::uint32_t thread = 1; thread <= 2; ++thread) {
         const auto actions = static_cast<unsigned>(random());
         spawn("mixer", [&, thread, actions] {
-            for (const unsigned shift : {0U, 3U, 6U}) {
-                const unsigned action = actions >> shift & 3U;
-                std::uint32_t& one = values[actions >> (shift + 2) & 1U];
-                std::uint32_t& other = values[1 - (actions >> (shift + 2) & 1U)];
+            for (const unsigned shift : {0U, 4U, 8U}) {
+                const unsigned action = actions >> shift & 7U;
+                std::uint32_t& one = values[actions >> (shift + 3) & 1U];
+                std::uint32_t& other = values[1 - (actions >> (shift + 3) & 1U)];
                 if (action == 0) {
                     point(&one);
                     one = one * 2 + thread;
@@ -121,11 +123,28 @@ std::string mixUp(unsigned seed) {
                     const std::uint32_t seen = __tsan_atomic32_load(&one, 0);
                     __tsan_atomic32_store(&other, seen + 5, 0);
                     lock.give();
-                } else {
-                    lock.take(static_cast<int>(thread));
+                } else if (action == 3) {
+                    if (!lock.take(static_cast<int>(thread)))
+                        continue;
                     point(&other);
                     other += thread;
                     lock.give();
+                } else if (action == 4) {
+                    sched_yield();
+                    point(&one);
+                    one = one * 7 + thread;
+                } else if (action == 5) {
+                    sleepFor(std::chrono::milliseconds(thread));
+                    const auto time = static_cast<std::uint32_t>(now() / 1ms);
+                    point(&one);
+                    one = one * 5 + time;
+                } else if (action == 6) {
+                    changed.notify_one();
+                } else {
+                    std::unique_lock held(mutex);
+                    const bool woken = changed.wait_for(held, 2ms) == std::cv_status::no_timeout;
+                    point(&other);
+                    other = other * 11 + (woken ? 1 : 0);
                 }
             }
             ++done;
