@@ -323,6 +323,61 @@ const std::vector<Failing>& failingRuns() {
              }
          },
          {"deadlock", "(main) before: wait for a condition"}},
+        {"WakeUpBetweenALookAndTheWait",
+         [] {
+             std::mutex mutex;
+             std::condition_variable changed;
+             Semaphore woken(0, 1, false);
+             bool ready = false;
+             bool looked = false;
+             int done = 0;
+             spawn("waiter", [&] {
+                 std::unique_lock lock(mutex);
+                 point(&ready);
+                 const bool seen = ready;
+                 point(&looked);
+                 looked = true;
+                 if (!seen)
+                     changed.wait(lock);
+                 ++done;
+             });
+             spawn("waker", [&] {
+                 point(&ready);
+                 ready = true;
+                 changed.notify_one();
+                 woken.give();
+                 ++done;
+             });
+             spawn("rescuer", [&] { // whose help hides the fault where it comes
+                 woken.take(-1);
+                 waitUntil([&] { return looked; });
+                 { const std::lock_guard lock(mutex); }
+                 if (pick(2) == 0)
+                     changed.notify_one();
+                 ++done;
+             });
+             waitUntil([&] { return done == 3; });
+         },
+         {"deadlock", "(waiter) before: wait for a condition"}},
+        {"TimeThatPassesBetweenTwoLooks",
+         [] {
+             int object = 0;
+             int done = 0;
+             spawn("sleeper", [&] {
+                 sleepFor(1h);
+                 ++done;
+             });
+             spawn("reader", [&] {
+                 point(&object);
+                 const auto first = now();
+                 point(&object);
+                 if (pick(2) == 1)
+                     require(!(first == 0h && now() == 1h), "an hour has passed");
+                 ++done;
+             });
+             waitUntil([&] { return done == 2; });
+         },
+         {"an hour has passed"}},
         {"GuardedDataUsedAfterTheLock",
          [] {
              Semaphore lock(1, 1, false);
