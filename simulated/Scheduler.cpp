@@ -265,7 +265,8 @@ int Scheduler::pick(int alternatives) {
 }
 
 Duration Scheduler::now() {
-    m_running->history = mix(m_running->history, static_cast<std::uint64_t>(m_now.count()));
+    if (active) // not in a predicate or a check
+        m_running->history = mix(m_running->history, static_cast<std::uint64_t>(m_now.count()));
     return m_now;
 }
 
@@ -341,9 +342,10 @@ void Scheduler::leave() {
 
 // ---- Failures --------------------------------------------------------------------------------
 
-void Scheduler::fail(const std::string& what) {
+void Scheduler::fail(std::string what) {
     Inside::activate(nullptr);
-    m_failure = RunFailure{what, ""};
+    m_failure =
+        RunFailure{std::move(what), ""}; // nothing of it stays on a stack that is left for good
     if (const Step* const step = m_running->next)
         m_running->position = std::string(" before: ") + step->what + "\n" + stackText();
     else

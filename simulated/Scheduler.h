@@ -123,8 +123,11 @@ public:
     void requireAlive(const void* object, const char* what);
 
     /// Ends the run as failed.
-    [[noreturn]] void fail(const std::string& what);
+    [[noreturn]] void fail(std::string what);
 
+    Duration time() const { return m_now; }
+
+    /// The same, as something that the running thread has seen.
     Duration now();
 
     RunState state; ///< of the parts of the framework

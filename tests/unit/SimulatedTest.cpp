@@ -155,8 +155,13 @@ std::string mixUp(unsigned seed) {
 }
 
 TEST(Exploration, WhatIsRunOnceStandsForAllThatRandomRunsFind) {
+#ifdef __SANITIZE_ADDRESS__
+    constexpr unsigned kPrograms = 2; // it takes its time to follow fibers
+#else
+    constexpr unsigned kPrograms = 40;
+#endif
     std::size_t outcomes = 0;
-    for (unsigned seed = 0; seed < 40; ++seed) {
+    for (unsigned seed = 0; seed < kPrograms; ++seed) {
         std::set<std::string> all;
         const Exploration exhaustive =
             explore({.preemptions = 9}, [&] { all.insert(mixUp(seed)); });
@@ -167,7 +172,7 @@ TEST(Exploration, WhatIsRunOnceStandsForAllThatRandomRunsFind) {
         EXPECT_TRUE(std::includes(all.begin(), all.end(), found.begin(), found.end())) << seed;
         outcomes += all.size();
     }
-    EXPECT_LT(200u, outcomes) << "too few orders made a difference";
+    EXPECT_LT(5 * kPrograms, outcomes) << "too few orders made a difference";
 }
 
 /// A counter that two threads read and write in separate steps.
