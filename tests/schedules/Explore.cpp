@@ -73,7 +73,9 @@ void exploreScenario(const std::string& name, const std::function<void()>& body,
     if (full) {
         EXPECT_GE(exhaustive.covered, 2) << name;
     }
-    for (const std::string& what : reaches)
+    // A search that was cut short may not have come to all of it.
+    for (const std::string& what :
+         exhaustive.complete || full ? reaches : std::vector<std::string>())
         EXPECT_TRUE(reachedInRuns.contains(what)) << name << ": no run has come to: " << what;
 
     const std::chrono::duration<double> seconds = Clock::now() - begin;
