@@ -96,6 +96,14 @@ void __tsan_write2(void* address) { touchMemory(address); }
 void __tsan_write4(void* address) { touchMemory(address); }
 void __tsan_write8(void* address) { touchMemory(address); }
 void __tsan_write16(void* address) { touchMemory(address); }
+void __tsan_unaligned_read2(void* address) { touchMemory(address); }
+void __tsan_unaligned_read4(void* address) { touchMemory(address); }
+void __tsan_unaligned_read8(void* address) { touchMemory(address); }
+void __tsan_unaligned_read16(void* address) { touchMemory(address); }
+void __tsan_unaligned_write2(void* address) { touchMemory(address); }
+void __tsan_unaligned_write4(void* address) { touchMemory(address); }
+void __tsan_unaligned_write8(void* address) { touchMemory(address); }
+void __tsan_unaligned_write16(void* address) { touchMemory(address); }
 void __tsan_read_range(void* address, std::size_t) { touchMemory(address); }
 void __tsan_write_range(void* address, std::size_t) { touchMemory(address); }
 void __tsan_vptr_read(void** address) { touchMemory(address); }
