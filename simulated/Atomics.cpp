@@ -73,6 +73,11 @@ int compareExchange(volatile Value* atomic, Value* expected, Value desired) {
                                                       int) {                                       \
         return compareExchange(a, e, d);                                                           \
     }                                                                                              \
+    Value __tsan_atomic##bits##_compare_exchange_val(volatile Value* a, Value e, Value d, int,     \
+                                                     int) {                                        \
+        compareExchange(a, &e, d);                                                                 \
+        return e;                                                                                  \
+    }                                                                                              \
     int __tsan_atomic##bits##_compare_exchange_weak(volatile Value* a, Value* e, Value d, int,     \
                                                     int) {                                         \
         return compareExchange(a, e, d);                                                           \
