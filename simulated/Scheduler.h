@@ -53,8 +53,9 @@ struct SimulatedThread {
     bool begun = false;
     bool ended = false;
     bool unwound = false; ///< it has ended itself, and all its frames are gone
-    std::uint64_t after =
-        0;                ///< it gave way; bits for the threads that were ready then, and go first
+    /// It gave way: bits for the threads that were ready then, and go first.
+    std::uint64_t after = 0;
+
     bool released = true; ///< somebody has waited for it or detached it, or nobody has to
     std::string position; ///< filled in for the report of a failure
 };
