@@ -2,7 +2,12 @@
 
 class Semaphore;
 
-/// Holds one unit of a semaphore for the length of a scope.
+/// Holds one unit of a semaphore for the length of a scope. Ends on the thread that it began on.
+///
+/// Inside, `Semaphore::give` makes its unit available at once but may leave a sleeping waiter asleep
+/// for a little longer: until the thread has left its outermost section, or waits for something in
+/// the framework. So do not give inside and then wait by other means, such as a condition variable
+/// of your own, for what the waiter does.
 class CriticalSection {
 public:
     /// Takes the semaphore, waiting without limit.

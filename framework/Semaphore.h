@@ -29,8 +29,16 @@ public:
     virtual void give();
 
 private:
+    bool tryTake();
+    bool spin();
+
     /// Free units in the low half, waiting threads in the high half, so that one atomic step
     /// changes and reads both.
     std::atomic<std::uint32_t> m_state;
     const std::uint32_t m_maximum;
+    const bool m_isLock =
+        false; ///< made with its only unit free: who waits, waits for a short time
+
+    /// How often a taker has had to look until the lock was free, on average.
+    std::atomic<int> m_usualSpins{0};
 };

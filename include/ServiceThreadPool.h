@@ -56,6 +56,7 @@ private:
     std::list<ServiceThreadIfc*>& idleThreads(MirelThreadPriority priority);
     ServiceThread_MT* createWorker(MirelThreadPriority priority);
     void startWorker(ServiceThreadIfc* worker);
+    void fileIdle(ServiceThreadIfc* worker);
     bool forget(ServiceThreadIfc* worker);
     ServiceThreadIfc* takeThreadToDestroy();
 
@@ -66,6 +67,7 @@ private:
     std::atomic<int> m_poolSize;
     std::vector<ServiceThreadIfc*>* const m_pallThreads;           ///< owned; in order of creation
     std::vector<std::list<ServiceThreadIfc*>*> m_availableThreads; ///< owned lists, by priority
+    std::list<ServiceThreadIfc*> m_spareNodes; ///< of those lists; what they hold means nothing
 
     Threader* const m_pthreader;  ///< owned
     Semaphore* const m_ppoolLock; ///< owned

@@ -60,7 +60,7 @@ ServiceThreadIfc* ServiceThreadPool::getThread(MirelThreadPriority priority, boo
         std::list<ServiceThreadIfc*>& idle = idleThreads(priority);
         if (!idle.empty()) {
             worker = asWorker(idle.front());
-            idle.pop_front();
+            m_spareNodes.splice(m_spareNodes.end(), idle, idle.begin());
             worker->setHandOut(++m_handOuts);
             return worker;
         }
@@ -119,10 +119,20 @@ bool ServiceThreadPool::returnThread(ServiceThreadIfc* thread) {
     if (thread == m_pdestroyingThread)
         return true;
     if (thread->reuseThread())
-        idleThreads(thread->threadPriority()).push_back(thread);
+        fileIdle(thread);
     else if (forget(thread))
         thread->destroyThread(); // its own thread calls, so this waits for nothing
     return true;
+}
+
+/// Called with the lock held. A worker that was idle before left a node behind, so that it is filed
+/// again without memory being asked for.
+void ServiceThreadPool::fileIdle(ServiceThreadIfc* worker) {
+    if (m_spareNodes.empty())
+        m_spareNodes.push_back(nullptr);
+    m_spareNodes.front() = worker;
+    std::list<ServiceThreadIfc*>& idle = idleThreads(worker->threadPriority());
+    idle.splice(idle.end(), m_spareNodes, m_spareNodes.begin());
 }
 
 /// Takes the worker off the list of all; false when it is not on it. Called with the lock held.

@@ -4,6 +4,7 @@
 #include "framework/MirelException.h"
 #include "standalone/CallGate.h"
 #include "standalone/GuardedCall.h"
+#include "standalone/PendingWakeUps.h"
 #include "standalone/Reports.h"
 
 #include <atomic>
@@ -78,6 +79,7 @@ ExceptionPublisher* ExceptionPublisher::instance() {
 }
 
 void ExceptionPublisher::publishException(MirelException& report) {
+    const mirel::WakeUpsAtOnce wakeUpsAtOnce;
     ++subscribers().published;
     if (subscribers().writeToLog)
         mirel::callGuarded(kComponent, "the log", [&] {

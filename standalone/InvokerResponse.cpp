@@ -15,6 +15,8 @@ InvokerResponse::InvokerResponse(CommsChannelIfc* channel, std::string& sourceCh
       m_callbackChannel(callbackChannel) {}
 
 InvokerResponse::~InvokerResponse() noexcept(false) {
+    if (m_answered)
+        return;
     try {
         answerError("the request was not answered: it failed or was dropped");
     } catch (const abi::__forced_unwind&) {

@@ -3,6 +3,7 @@
 #include "framework/MirelException.h"
 #include "standalone/CallGate.h"
 #include "standalone/LogControl.h"
+#include "standalone/PendingWakeUps.h"
 
 #include <algorithm>
 #include <atomic>
@@ -171,6 +172,7 @@ public:
     }
 
     void write(const mirel::LogLine& line) {
+        const mirel::WakeUpsAtOnce wakeUpsAtOnce;
         // A sink that is being replaced lets nobody in; then there is another one.
         while (!writeTo(currentSink(), line)) {
         }

@@ -2,6 +2,7 @@
 
 #include "framework/MirelException.h"
 #include "standalone/MessageRules.h"
+#include "standalone/PendingWakeUps.h"
 
 #include <algorithm>
 #include <utility>
@@ -22,6 +23,7 @@ MessageQueue::MessageQueue(std::size_t capacity) : m_capacity(std::max<std::size
 
 bool MessageQueue::send(CommsChannelDataContainerMessage msg) {
     checkMessage(msg);
+    PendingWakeUps::ofThisThread().issue();
     std::unique_lock lock(m_mutex);
     m_notFull.wait(lock, [this] { return m_closed || m_messages.size() < m_capacity; });
     return append(msg);
@@ -30,6 +32,7 @@ bool MessageQueue::send(CommsChannelDataContainerMessage msg) {
 bool MessageQueue::trySend(CommsChannelDataContainerMessage& msg,
                            std::chrono::milliseconds patience) {
     checkMessage(msg);
+    PendingWakeUps::ofThisThread().issue();
     std::unique_lock lock(m_mutex);
     return m_notFull.wait_for(lock, patience, [this] {
         return m_closed || m_messages.size() < m_capacity;
@@ -45,6 +48,7 @@ bool MessageQueue::append(CommsChannelDataContainerMessage& msg) {
 }
 
 bool MessageQueue::read(CommsChannelDataContainerMessage& msg) {
+    PendingWakeUps::ofThisThread().issue();
     bool wasFull = false;
     {
         std::unique_lock lock(m_mutex);

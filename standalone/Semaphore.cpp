@@ -1,7 +1,10 @@
 #include "framework/Semaphore.h"
 
 #include "framework/MirelException.h"
+#include "standalone/LockSpin.h"
+#include "standalone/PendingWakeUps.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <linux/futex.h>
@@ -43,16 +46,14 @@ bool sleepWhile(std::atomic<std::uint32_t>& word, std::uint32_t value,
     return result == 0 || errno != ETIMEDOUT;
 }
 
-/// Uses the address only, which need not be that of an object any more.
-void wakeOne(const void* address) { syscall(SYS_futex, address, FUTEX_WAKE_PRIVATE, 1); }
-
 } // namespace
 
 const int Semaphore::NOT_AVAILABLE = 0;
 
 Semaphore::Semaphore(int initial, int maximum, bool)
     : m_state(static_cast<std::uint32_t>(initial)),
-      m_maximum(static_cast<std::uint32_t>(maximum)) {
+      m_maximum(static_cast<std::uint32_t>(maximum)),
+      m_isLock(initial == 1 && maximum == 1) {
     static_assert(sizeof m_state == 4 && std::atomic<std::uint32_t>::is_always_lock_free,
                   "the kernel compares the word itself");
     if (maximum < 1 || maximum > 65535 || initial < 0 || initial > maximum)
@@ -64,20 +65,46 @@ Semaphore::Semaphore(int initial, int maximum, bool)
 
 Semaphore::~Semaphore() = default;
 
-bool Semaphore::take(int timeout) {
+bool Semaphore::tryTake() {
     std::uint32_t state = m_state.load(std::memory_order_relaxed);
     while ((state & kUnits) != 0)
         if (m_state.compare_exchange_weak(state, state - kUnit, std::memory_order_acquire,
                                           std::memory_order_relaxed))
             return true;
+    return false;
+}
+
+/// Looks for about twice as long as it took on average, so that a lock that is held for long, or by
+/// a thread that has lost its core, is soon not waited for in this way.
+bool Semaphore::spin() {
+    const int usual = m_usualSpins.load(std::memory_order_relaxed);
+    const int most = std::min(mirel::mostLockSpins(), 2 * usual + 10);
+    int spins = 0;
+    bool taken = false;
+    while (!taken && spins < most) {
+        mirel::pauseBetweenSpins();
+        ++spins;
+        taken = tryTake();
+    }
+    // Not exact when several threads spin: it is only an estimate.
+    m_usualSpins.store(usual + ((taken ? spins : 0) - usual) / 8, std::memory_order_relaxed);
+    return taken;
+}
+
+bool Semaphore::take(int timeout) {
+    if (tryTake())
+        return true;
     if (timeout == 0)
         return false;
+    if (m_isLock && spin())
+        return true;
+    mirel::PendingWakeUps::ofThisThread().issue();
 
     std::optional<Clock::time_point> deadline;
     if (timeout > 0)
         deadline = Clock::now() + std::chrono::milliseconds(timeout);
     bool timeIsLeft = true;
-    state = m_state.fetch_add(kWaiter, std::memory_order_relaxed) + kWaiter;
+    std::uint32_t state = m_state.fetch_add(kWaiter, std::memory_order_relaxed) + kWaiter;
     for (;;) {
         // A waiter leaves in the same step in which it takes its unit, or finds none after its time
         // is over: the unit that woke it can so not get lost, and who gives later knows whether
@@ -110,5 +137,5 @@ void Semaphore::give() {
     // not touch the memory. If something else lives there by now and sleeps on that address, it is
     // woken without a reason, which every user of a futex has to expect anyway.
     if (!full && state >= kWaiter)
-        wakeOne(&m_state);
+        mirel::PendingWakeUps::ofThisThread().wake(&m_state);
 }

@@ -2,6 +2,7 @@
 
 #include "framework/Logging.h"
 #include "framework/MirelException.h"
+#include "standalone/PendingWakeUps.h"
 
 #include <dlfcn.h>
 
@@ -27,7 +28,7 @@ StandaloneContext::~StandaloneContext() { m_services.clear(); }
 void StandaloneContext::addInvoker(const std::string& interface, const std::string& protocol,
                                    std::unique_ptr<Invoker> invoker) {
     const std::lock_guard lock(m_mutex);
-    if (!m_invokers.try_emplace({interface, protocol}, std::move(invoker)).second)
+    if (!m_invokers[interface].try_emplace(protocol, std::move(invoker)).second)
         throw MirelException("there is a handler for interface \"" + interface +
                                  "\" and protocol \"" + protocol + "\" already",
                              __FILE__, __LINE__);
@@ -35,13 +36,17 @@ void StandaloneContext::addInvoker(const std::string& interface, const std::stri
 
 Invoker* StandaloneContext::findInvoker(const std::string& interface, const std::string& protocol) {
     const std::lock_guard lock(m_mutex);
-    const auto found = m_invokers.find({interface, protocol});
-    return found != m_invokers.end() ? found->second.get() : nullptr;
+    const auto ofInterface = m_invokers.find(interface);
+    if (ofInterface == m_invokers.end())
+        return nullptr;
+    const auto found = ofInterface->second.find(protocol);
+    return found != ofInterface->second.end() ? found->second.get() : nullptr;
 }
 
 Executable* StandaloneContext::createService(ServiceExecutor*, std::string libraryName,
                                              std::string creatorName, CommsChannelIfc* channel,
                                              std::string serviceInterface) {
+    const WakeUpsAtOnce wakeUpsAtOnce; // the executor holds a lock, and the service may do anything
     ServiceCreator* creator = nullptr;
     try {
         creator = loadCreator(libraryName, creatorName);

@@ -69,7 +69,8 @@ public:
 private:
     // Guarded by m_mutex.
     std::mutex m_mutex;
-    std::map<std::pair<std::string, std::string>, std::unique_ptr<Invoker>> m_invokers;
+    /// By interface, then by protocol.
+    std::map<std::string, std::map<std::string, std::unique_ptr<Invoker>>> m_invokers;
     std::vector<std::unique_ptr<Executable>> m_services;
 };
 

@@ -1,6 +1,7 @@
 #include "standalone/ThreadRecord.h"
 
 #include "framework/MirelException.h"
+#include "standalone/PendingWakeUps.h"
 
 namespace mirel {
 
@@ -75,6 +76,7 @@ void ThreadRecord::ended(unsigned long start) {
 }
 
 void ThreadRecord::waitUntilGone() {
+    PendingWakeUps::ofThisThread().issue();
     std::unique_lock lock(m_mutex);
     m_changed.wait(lock, [this] { return m_state == eEnded || m_state == eGone; });
     if (m_state == eGone)

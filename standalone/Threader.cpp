@@ -3,10 +3,12 @@
 #include "framework/MirelException.h"
 #include "framework/Threadable.h"
 #include "standalone/GuardedCall.h"
+#include "standalone/PendingWakeUps.h"
 #include "standalone/ThreadOptions.h"
 #include "standalone/ThreadPriority.h"
 #include "standalone/ThreadRecord.h"
 #include "standalone/ThreadStartHook.h"
+#include "standalone/ThreadStarter.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -99,6 +101,7 @@ struct Start {
     std::string name;
     int priority;
     mirel::ThreadOptions options;
+    std::unique_ptr<mirel::ThreadStarter> starter; ///< null if nice values are left alone
 };
 
 /// Tells the record that the OS thread has ended, also when `pthread_exit` or cancellation ends it.
@@ -143,22 +146,30 @@ public:
     ThreadAttributes(const ThreadAttributes&) = delete;
     ThreadAttributes& operator=(const ThreadAttributes&) = delete;
 
-    const pthread_attr_t* get() const { return &m_attributes; }
+    pthread_attr_t& get() { return m_attributes; }
 
 private:
     pthread_attr_t m_attributes{};
 };
 
+int startDirectly(pthread_t& thread, pthread_attr_t& attributes, void* (*body)(void*),
+                  void* argument) {
+    return pthread_create(&thread, &attributes, body, argument);
+}
+
 /// Asks the system until it makes the thread or the patience is over; `MirelException` then.
 pthread_t startOsThread(std::unique_ptr<Start> start) {
-    const ThreadAttributes attributes(start->options.stackSize);
+    ThreadAttributes attributes(start->options.stackSize);
+    if (start->options.niceStep > 0 && start->options.realTimePriority == 0)
+        start->starter = std::make_unique<mirel::ThreadStarter>();
+    const auto create = start->starter ? &mirel::ThreadStarter::start : &startDirectly;
     const Clock::time_point deadline = Clock::now() + start->options.startPatience;
     for (;;) {
         const unsigned long endsSeen = ThreadEnds::instance().count();
         pthread_t thread{};
         int error = callStartHook();
         if (error == 0)
-            error = pthread_create(&thread, attributes.get(), &threadMain, start.get());
+            error = create(thread, attributes.get(), &threadMain, start.get());
         if (error == 0) {
             static_cast<void>(start.release());
             return thread;
@@ -203,6 +214,7 @@ Threader::~Threader() = default;
 
 int Threader::createThread(unsigned long& threadId, Threadable* threadable, std::string name, int,
                            int) {
+    const mirel::WakeUpsAtOnce wakeUpsAtOnce; // takes long, may wait, and calls the hook
     const bool startedBefore = threadable->threadId() != 0;
     const auto record =
         startedBefore ? threadable->m_record : std::make_shared<mirel::ThreadRecord>();
@@ -213,7 +225,7 @@ int Threader::createThread(unsigned long& threadId, Threadable* threadable, std:
 
     const pthread_t thread = startOsThread(std::make_unique<Start>(
         Start{record, number, threadable, std::move(name),
-              threadable->getThreadPriorityForPlatform(), mirel::threadOptions()}));
+              threadable->getThreadPriorityForPlatform(), mirel::threadOptions(), nullptr}));
 
     // The new thread is held back until the object has its identifier. After that the object may
     // be gone at any moment; the record is shared.

@@ -3,6 +3,7 @@
 #include "framework/CommsChannelDataContainerMessage.h"
 #include "framework/MirelException.h"
 #include "standalone/Envelope.h"
+#include "standalone/PendingWakeUps.h"
 #include "standalone/ZmqSecurity.h"
 
 #include <algorithm>
@@ -141,6 +142,7 @@ public:
     }
 
     bool waitFor(short event, milliseconds patience) {
+        PendingWakeUps::ofThisThread().issue();
         std::array<zmq::pollitem_t, 1> item{{{m_socket.handle(), 0, event, 0}}};
         return zmq::poll(item.data(), item.size(), patience) > 0;
     }

@@ -2,6 +2,7 @@
 // futex played by the simulation, under another name beside the simulation's own semaphore.
 
 #include "framework/MirelException.h"
+#include "framework/Threadable.h"
 #include "simulated/Exploration.h"
 #include "simulated/Simulation.h"
 
@@ -12,6 +13,7 @@
 #include <cerrno>
 #include <chrono>
 #include <linux/futex.h>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -69,15 +71,36 @@ long futex(long, const void* address, int, int) { return futexWake(address); }
 
 #define syscall futex
 #define Semaphore StandaloneSemaphore
+#define CriticalSection StandaloneCriticalSection
+#include "standalone/CriticalSection.cpp"
+#include "standalone/PendingWakeUps.cpp"
 #include "standalone/Semaphore.cpp"
+#undef CriticalSection
 #undef Semaphore
 #undef syscall
+
+namespace {
+
+std::map<unsigned long, mirel::PendingWakeUps> pendingOfThreads; ///< of the run
+
+} // namespace
+
+namespace mirel {
+
+PendingWakeUps& PendingWakeUps::ofThisThread() {
+    return pendingOfThreads[Threadable::currentThreadId()];
+}
+
+int mostLockSpins() { return 1; }
+
+} // namespace mirel
 
 namespace {
 
 void expectAllSchedulesToPass(const std::function<void()>& body) {
     const Exploration result = explore({.preemptions = 3}, [&body] {
         sleepers.clear();
+        pendingOfThreads.clear();
         body();
     });
     EXPECT_TRUE(result && result.covered == 3) << result;
@@ -147,6 +170,77 @@ TEST(StandaloneSemaphore, MayBeDestroyedAsSoonAsItHasBeenTaken) {
         units->take(-1);
         delete units;
         waitUntil([&] { return given; });
+    });
+}
+
+TEST(StandaloneSemaphore, WakesWhoItOwesThatWhenTheLockIsReleased) {
+    expectAllSchedulesToPass([] {
+        StandaloneSemaphore outer(1, 1, false);
+        StandaloneSemaphore inner(1, 1, false);
+        StandaloneSemaphore work(0, 1, false);
+        int done = 0;
+        spawn("worker", [&] {
+            work.take(-1);
+            const StandaloneCriticalSection lock(outer);
+            ++done;
+        });
+        spawn("visitor", [&] {
+            const StandaloneCriticalSection lock(inner);
+            ++done;
+        });
+        {
+            const StandaloneCriticalSection lock(outer);
+            {
+                const StandaloneCriticalSection innerLock(inner);
+                work.give();
+            }
+            point(&inner); // the visitor may still sleep beside a free lock
+        }
+        waitUntil([&] { return done == 2; }); // for ever, if somebody has been forgotten
+    });
+}
+
+TEST(StandaloneSemaphore, WakesWhoItOwesThatBeforeItSleeps) {
+    expectAllSchedulesToPass([] {
+        StandaloneSemaphore lock(1, 1, false);
+        StandaloneSemaphore question(0, 1, false);
+        StandaloneSemaphore answer(0, 1, false);
+        int done = 0;
+        for (int i = 0; i < 2; ++i)
+            spawn("answering", [&] {
+                question.take(-1);
+                ++done;
+                answer.give();
+            });
+        const StandaloneCriticalSection held(lock);
+        question.give();
+        answer.take(-1); // for ever, if the other one is not woken before the lock is released
+        const mirel::WakeUpsAtOnce wakeUpsAtOnce;
+        question.give();
+        waitUntil([&] { return done == 2; }); // as well, in a way that the framework does not know
+        answer.take(-1);
+    });
+}
+
+TEST(StandaloneSemaphore, WakesMoreThanItHasRoomToRemember) {
+    expectAllSchedulesToPass([] {
+        std::vector<std::unique_ptr<StandaloneSemaphore>> units;
+        for (int i = 0; i < 6; ++i)
+            units.push_back(std::make_unique<StandaloneSemaphore>(0, 1, false));
+        StandaloneSemaphore lock(1, 1, false);
+        int done = 0;
+        for (int i = 0; i < 3; ++i)
+            spawn("taker", [&, i] {
+                units[static_cast<std::size_t>(i)]->take(-1);
+                units[static_cast<std::size_t>(i + 3)]->take(-1);
+                ++done;
+            });
+        {
+            const StandaloneCriticalSection held(lock);
+            for (const auto& unit : units)
+                unit->give();
+        }
+        waitUntil([&] { return done == 3; });
     });
 }
 

@@ -5,12 +5,15 @@
 #include "standalone/ThreadStartHook.h"
 #include "tests/unit/Support.h"
 
+#include <csignal>
 #include <cxxabi.h>
 #include <fstream>
 #include <future>
 #include <gmock/gmock.h>
+#include <linux/capability.h>
 #include <pthread.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
 
@@ -301,6 +304,46 @@ TEST_F(Threads, RunAtTheNiceValueOfTheirPriority) {
                     priority);
         EXPECT_EQ(nice, std::min(base + above, 19)) << priority;
     }
+}
+
+/// Takes from this thread, and those it starts, the right to a better nice value than they have.
+void giveUpThePrivilege() {
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct capabilities[2]{};
+    ASSERT_EQ(syscall(SYS_capset, &header, capabilities), 0);
+    const rlimit none{0, 0};
+    ASSERT_EQ(setrlimit(RLIMIT_NICE, &none), 0);
+}
+
+using ThreadsDeathTest = Threads;
+
+// In a process of its own, which the privilege does not come back to.
+TEST_F(ThreadsDeathTest, KeepTheirPriorityWithoutThePrivilege) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto run = [this] {
+        giveUpThePrivilege();
+        const int base = niceOfThisThread();
+        mirel::setThreadOptions({.niceStep = 3});
+        int nice = -100;
+        sigset_t mask;
+        sigset_t usr1;
+        sigemptyset(&usr1);
+        sigaddset(&usr1, SIGUSR1);
+        const auto look = [&](Body&) {
+            nice = niceOfThisThread();
+            pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+        };
+        runToItsEnd(
+            [&](Body&) {
+                pthread_sigmask(SIG_BLOCK, &usr1, nullptr);
+                runToItsEnd(look, 2); // started by a thread that is lower than it
+            },
+            0);
+        const bool good =
+            nice == base && sigismember(&mask, SIGUSR1) && !sigismember(&mask, SIGUSR2);
+        std::_Exit(good ? 0 : 1);
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
 }
 
 } // namespace

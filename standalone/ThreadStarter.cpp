@@ -1,0 +1,143 @@
+#include "standalone/ThreadStarter.h"
+
+#include <condition_variable>
+#include <csignal>
+#include <cstddef>
+#include <mutex>
+#include <sched.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace mirel {
+
+namespace {
+
+constexpr std::size_t kStackSize = std::size_t{256} * 1024;
+
+/// One thread to start; lives on its caller's stack.
+struct Job {
+    pthread_t& thread;
+    const pthread_attr_t& attributes;
+    void* (*body)(void*);
+    void* argument;
+    int error = 0;
+    bool done = false;
+};
+
+int niceValueOf(pid_t thread) { return getpriority(PRIO_PROCESS, static_cast<id_t>(thread)); }
+
+bool callerIsAtProcessNice() { return niceValueOf(gettid()) <= niceValueOf(getpid()); }
+
+/// The thread, while it has users.
+class Starter {
+public:
+    /// Never destroyed: threads may be started until the process is gone.
+    static Starter& instance() {
+        static Starter& starter = *new Starter;
+        return starter;
+    }
+
+    /// When the thread cannot be made, threads start as they can.
+    void addUser() {
+        const std::lock_guard lock(m_mutex);
+        ++m_users;
+        if (m_process == getpid() || !callerIsAtProcessNice())
+            return;
+        pthread_attr_t attributes;
+        pthread_attr_init(&attributes);
+        pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+        pthread_attr_setstacksize(&attributes, kStackSize);
+        sigset_t all;
+        sigfillset(&all);
+        pthread_attr_setsigmask_np(&attributes, &all);
+        pthread_t thread{};
+        if (pthread_create(&thread, &attributes, &Starter::main, this) == 0)
+            m_process = getpid();
+        pthread_attr_destroy(&attributes);
+    }
+
+    void removeUser() {
+        const std::lock_guard lock(m_mutex);
+        if (--m_users == 0)
+            m_changed.notify_all();
+    }
+
+    /// False when there is no such thread in this process. Not to be interrupted: the job is on the
+    /// caller's stack.
+    bool start(Job& job) {
+        int formerState = PTHREAD_CANCEL_ENABLE;
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &formerState);
+        const bool started = handOver(job);
+        pthread_setcancelstate(formerState, nullptr);
+        return started;
+    }
+
+private:
+    bool handOver(Job& job) {
+        std::unique_lock lock(m_mutex);
+        if (m_process != getpid())
+            return false;
+        m_changed.wait(lock, [this] { return !m_job; });
+        m_job = &job;
+        m_changed.notify_all();
+        m_changed.wait(lock, [&job] { return job.done; });
+        return true;
+    }
+
+    static void* main(void* self) {
+        pthread_setname_np(pthread_self(), "mirel-starter");
+        static_cast<Starter*>(self)->serve();
+        return nullptr;
+    }
+
+    void serve() {
+        std::unique_lock lock(m_mutex);
+        for (;;) {
+            m_changed.wait(lock, [this] { return m_job || m_users == 0; });
+            if (!m_job) {
+                m_process = 0;
+                return;
+            }
+            m_job->error =
+                pthread_create(&m_job->thread, &m_job->attributes, m_job->body, m_job->argument);
+            m_job->done = true;
+            m_job = nullptr;
+            m_changed.notify_all();
+        }
+    }
+
+    // Guarded by m_mutex.
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    pid_t m_process = 0; ///< that the thread is in, which a fork does not copy; 0: there is none
+    unsigned long m_users = 0;
+    Job* m_job = nullptr; ///< its caller's, who is a user
+};
+
+/// What the new thread would inherit from the caller.
+void copyCallersSettings(pthread_attr_t& attributes) {
+    sigset_t mask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    pthread_attr_setsigmask_np(&attributes, &mask);
+    cpu_set_t processors;
+    if (sched_getaffinity(0, sizeof processors, &processors) == 0)
+        pthread_attr_setaffinity_np(&attributes, sizeof processors, &processors);
+}
+
+} // namespace
+
+ThreadStarter::ThreadStarter() { Starter::instance().addUser(); }
+ThreadStarter::~ThreadStarter() { Starter::instance().removeUser(); }
+
+int ThreadStarter::start(pthread_t& thread, pthread_attr_t& attributes, void* (*body)(void*),
+                         void* argument) {
+    if (!callerIsAtProcessNice()) {
+        copyCallersSettings(attributes);
+        Job job{thread, attributes, body, argument};
+        if (Starter::instance().start(job))
+            return job.error;
+    }
+    return pthread_create(&thread, &attributes, body, argument);
+}
+
+} // namespace mirel
