@@ -32,8 +32,10 @@ private:
     bool tryTake();
     bool spin();
 
-    /// Free units in the low half, waiting threads in the high half, so that one atomic step
-    /// changes and reads both.
+    /// Free units in the low half; above them a mark that threads may sleep, so that one atomic step
+    /// changes and reads both. Who gives a unit takes the mark away and wakes one sleeper; that one
+    /// puts the mark back, because there may be others. So the units given until it has got a core
+    /// cost nobody another call of the system.
     std::atomic<std::uint32_t> m_state;
     const std::uint32_t m_maximum;
     const bool m_isLock =

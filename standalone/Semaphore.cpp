@@ -19,7 +19,7 @@ using Clock = std::chrono::steady_clock; // CLOCK_MONOTONIC, which the kernel's 
 
 constexpr std::uint32_t kUnit = 1;
 constexpr std::uint32_t kUnits = 0xffff;
-constexpr std::uint32_t kWaiter = 0x10000; // the system has room for fewer threads than the field
+constexpr std::uint32_t kSleepers = 0x10000;
 
 /// The layout that SYS_futex reads: two machine words. A C library with a 64-bit time_t on a 32-bit
 /// system has another one for its own timespec.
@@ -104,38 +104,43 @@ bool Semaphore::take(int timeout) {
     if (timeout > 0)
         deadline = Clock::now() + std::chrono::milliseconds(timeout);
     bool timeIsLeft = true;
-    std::uint32_t state = m_state.fetch_add(kWaiter, std::memory_order_relaxed) + kWaiter;
+    std::uint32_t othersMaySleep = 0; // the mark is gone when this thread has been woken
+    std::uint32_t state = m_state.load(std::memory_order_relaxed);
     for (;;) {
-        // A waiter leaves in the same step in which it takes its unit, or finds none after its time
-        // is over: the unit that woke it can so not get lost, and who gives later knows whether
-        // somebody has to be woken.
-        while ((state & kUnits) != 0)
-            if (m_state.compare_exchange_weak(state, state - kUnit - kWaiter,
-                                              std::memory_order_acquire, std::memory_order_relaxed))
-                return true;
-        if (timeIsLeft) {
-            timeIsLeft = sleepWhile(m_state, state, deadline);
-            state = m_state.load(std::memory_order_relaxed);
-        } else if (m_state.compare_exchange_weak(state, state - kWaiter,
-                                                 std::memory_order_relaxed)) {
-            return false;
+        if ((state & kUnits) != 0) {
+            const std::uint32_t next = (state - kUnit) | othersMaySleep;
+            if (!m_state.compare_exchange_weak(state, next, std::memory_order_acquire,
+                                               std::memory_order_relaxed))
+                continue;
+            // Given while the mark was gone, so that nobody was woken for it.
+            if (othersMaySleep && (next & kUnits) != 0)
+                mirel::PendingWakeUps::ofThisThread().wake(&m_state);
+            return true;
         }
+        // Nobody has woken this thread when its time is over, so it owes nobody the mark.
+        if (!timeIsLeft)
+            return false;
+        if (!m_state.compare_exchange_weak(state, state | kSleepers, std::memory_order_relaxed))
+            continue;
+        timeIsLeft = sleepWhile(m_state, state | kSleepers, deadline);
+        othersMaySleep = kSleepers;
+        state = m_state.load(std::memory_order_relaxed);
     }
 }
 
 void Semaphore::give() {
     const std::uint32_t maximum = m_maximum;
     std::uint32_t state = m_state.load(std::memory_order_relaxed);
-    bool full = false;
+    std::uint32_t next = 0;
     // Written back also when it is full: who takes next shall see what was done before this call.
     do {
-        full = (state & kUnits) == maximum;
-    } while (!m_state.compare_exchange_weak(state, full ? state : state + kUnit,
-                                            std::memory_order_release, std::memory_order_relaxed));
+        next = (state & kUnits) == maximum ? state : (state & kUnits) + kUnit;
+    } while (!m_state.compare_exchange_weak(state, next, std::memory_order_release,
+                                            std::memory_order_relaxed));
     // From here on the object may be gone, because a taker that did not have to wait may have taken
     // the unit and destroyed it. The kernel looks the address up in its list of sleepers and does
     // not touch the memory. If something else lives there by now and sleeps on that address, it is
     // woken without a reason, which every user of a futex has to expect anyway.
-    if (!full && state >= kWaiter)
+    if (next != state && (state & kSleepers) != 0)
         mirel::PendingWakeUps::ofThisThread().wake(&m_state);
 }

@@ -14,7 +14,14 @@ struct ThreadOptions {
     /// Nice values between neighbouring priorities: priority 2 runs at the process's own nice
     /// value, 1 at this many more, 0 at twice as many more. 0 leaves nice values alone. Range 0
     /// to 9.
-    int niceStep = 2;
+    int niceStep = 5;
+
+    /// Threads of priority 0 and 1 take no core from a running thread at the moment they are woken;
+    /// they wait until it blocks or has had its time (some milliseconds). So an executor that hands
+    /// out work comes further before its workers stop it, and workers do not stop each other. This
+    /// is Linux's SCHED_BATCH; a process that runs under another policy than the usual one keeps
+    /// it for all its threads.
+    bool workersYield = true;
 
     /// Runs threads under SCHED_RR instead, at this real-time priority plus the thread's priority
     /// (0 to 2). 0: off. Needs the privilege. Range 0 to 97.

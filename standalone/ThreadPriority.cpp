@@ -54,7 +54,16 @@ void applyThreadPriority(const ThreadOptions& options, int priority) {
         parameters.sched_priority = options.realTimePriority + priority;
         const int error = pthread_setschedparam(pthread_self(), SCHED_RR, &parameters);
         check("real-time priority " + std::to_string(parameters.sched_priority), error);
-    } else if (options.niceStep > 0) {
+        return;
+    }
+    if (options.workersYield && sched_getscheduler(getpid()) == SCHED_OTHER) {
+        // Also back to the usual policy, which a thread does not have from one that yields. Allowed
+        // to everybody.
+        const sched_param noPriority{};
+        pthread_setschedparam(pthread_self(),
+                              priority < kHighestPriority ? SCHED_BATCH : SCHED_OTHER, &noPriority);
+    }
+    if (options.niceStep > 0) {
         // Counted from the process's value: a thread begins with that of the thread that started
         // it, and steps on top of that would add up.
         const int nice = std::min(

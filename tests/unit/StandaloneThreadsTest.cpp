@@ -306,6 +306,19 @@ TEST_F(Threads, RunAtTheNiceValueOfTheirPriority) {
     }
 }
 
+TEST_F(Threads, OfLowerPrioritiesYield) {
+    for (const auto& [yield, priority, policy] :
+         {std::tuple(true, 2, SCHED_OTHER), std::tuple(true, 1, SCHED_BATCH),
+          std::tuple(true, 0, SCHED_BATCH), std::tuple(false, 0, SCHED_OTHER)}) {
+        mirel::setThreadOptions({.workersYield = yield});
+        int seen = -1;
+        const auto look = [&](Body&) { seen = sched_getscheduler(0); };
+        // Started by one that yields itself.
+        runToItsEnd([&](Body&) { runToItsEnd(look, priority); }, 1);
+        EXPECT_EQ(seen, policy) << priority;
+    }
+}
+
 /// Takes from this thread, and those it starts, the right to a better nice value than they have.
 void giveUpThePrivilege() {
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};

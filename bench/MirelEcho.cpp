@@ -1,0 +1,103 @@
+#include "ServiceExecutor.h"
+#include "ServiceThreadPool.h"
+#include "bench/Echo.h"
+#include "bench/Workload.h"
+#include "framework/Executable.h"
+#include "framework/Threader.h"
+#include "standalone/StandaloneContext.h"
+#include "standalone/ZmqCaller.h"
+#include "standalone/ZmqChannel.h"
+
+#include <chrono>
+#include <optional>
+#include <stdexcept>
+#include <vector>
+
+namespace bench {
+
+namespace {
+
+constexpr int kWorkersKept = 16; // as mirel-host does
+constexpr std::chrono::milliseconds kPatience{5000};
+
+class MirelService : public EchoService {
+public:
+    explicit MirelService(const std::string& url)
+        : m_pool(kWorkersKept, nullptr),
+          m_executor(&m_service, newChannel(url), Workload::kInterface, &m_context, &m_pool,
+                     nullptr, true) {
+        m_context.addHandler<NoService>(
+            Workload::kInterface, Workload::kProtocol,
+            [](NoService&, std::string_view data) { return std::string(data); });
+        unsigned long id = 0;
+        m_executor.startThread(m_threader, id);
+    }
+
+    ~MirelService() override {
+        m_executor.shutdown();
+        m_pool.shutdown();
+    }
+
+private:
+    class NoService : public Executable {
+        void timerEvent(int) override {}
+    };
+
+    static CommsChannelIfc* newChannel(const std::string& url) {
+        mirel::ZmqChannelOptions options;
+        options.url = url;
+        return new mirel::ZmqChannel(options);
+    }
+
+    NoService m_service;
+    mirel::StandaloneContext m_context;
+    Threader m_threader;
+    ServiceThreadPool m_pool;
+    ServiceExecutor m_executor;
+};
+
+class MirelCaller : public EchoCaller {
+public:
+    MirelCaller(const std::string& url, int requests, int sources)
+        : m_caller(optionsFor(url)),
+          m_requests(Workload::requests(requests, sources)) {
+        for (std::size_t number = 0; number < m_requests.size(); ++number)
+            m_requests[number].setData(dataOf(number));
+    }
+
+    void send(std::size_t number) override {
+        if (!m_caller.send(m_requests.at(number), kPatience))
+            throw std::runtime_error("the service takes no request");
+    }
+
+    std::size_t receive() override {
+        const std::optional<mirel::Answer> answer = m_caller.receive(kPatience);
+        if (!answer)
+            throw std::runtime_error("the service does not answer");
+        if (!answer->succeeded)
+            throw std::runtime_error("a request failed: " + answer->data);
+        return numberOf(answer->data);
+    }
+
+private:
+    static mirel::ZmqCallerOptions optionsFor(const std::string& url) {
+        mirel::ZmqCallerOptions options;
+        options.url = url;
+        return options;
+    }
+
+    mirel::ZmqCaller m_caller;
+    std::vector<CommsChannelDataContainerMessage> m_requests;
+};
+
+} // namespace
+
+std::unique_ptr<EchoService> serveMirelEcho(const std::string& url) {
+    return std::make_unique<MirelService>(url);
+}
+
+std::unique_ptr<EchoCaller> callMirelEcho(const std::string& url, int requests, int sources) {
+    return std::make_unique<MirelCaller>(url, requests, sources);
+}
+
+} // namespace bench

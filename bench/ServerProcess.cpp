@@ -1,0 +1,56 @@
+#include "bench/ServerProcess.h"
+
+#include <array>
+#include <cerrno>
+#include <filesystem>
+#include <spawn.h>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace bench {
+
+ServerProcess::ServerProcess(std::vector<std::string> arguments) {
+    // Its real name, which a profiler that follows the child needs.
+    arguments.insert(arguments.begin(), std::filesystem::read_symlink("/proc/self/exe").string());
+    std::vector<char*> pointers;
+    for (std::string& argument : arguments)
+        pointers.push_back(argument.data());
+    pointers.push_back(nullptr);
+
+    std::array<int, 2> line{};
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, line.data()) != 0)
+        throw std::system_error(errno, std::generic_category(), "socketpair");
+    m_line = line[0];
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, line[1], STDIN_FILENO);
+    const int error =
+        posix_spawn(&m_process, pointers[0], &actions, nullptr, pointers.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(line[1]);
+    char served = 0;
+    if (error == 0 && read(m_line, &served, 1) == 1)
+        return;
+    end();
+    throw std::runtime_error("the server process does not serve");
+}
+
+ServerProcess::~ServerProcess() { end(); }
+
+void ServerProcess::end() {
+    close(m_line);
+    if (m_process > 0)
+        waitpid(m_process, nullptr, 0);
+}
+
+void ServerProcess::waitForEnd() {
+    char byte = 1;
+    if (write(STDIN_FILENO, &byte, 1) == 1)
+        while (read(STDIN_FILENO, &byte, 1) < 0 && errno == EINTR) {
+        }
+}
+
+} // namespace bench

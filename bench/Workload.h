@@ -1,0 +1,43 @@
+#pragma once
+
+#include "framework/CommsChannelDataContainerMessage.h"
+#include "framework/Executable.h"
+#include "standalone/StandaloneContext.h"
+
+#include <string>
+#include <vector>
+
+namespace bench {
+
+/// What a handler does with a request.
+struct HandlerCost {
+    int microseconds = 0;
+    bool blocks = false; ///< sleeps for that time instead of computing
+
+    std::string name() const;
+};
+
+/// The service that all contestants run: the same requests, the same handler, the same answer.
+class Workload {
+public:
+    static constexpr const char* kInterface = "Ifc";
+    static constexpr const char* kProtocol = "text";
+
+    explicit Workload(HandlerCost cost);
+
+    mirel::StandaloneContext& context() { return m_context; }
+    Executable& service() { return m_service; }
+
+    /// 64 bytes each, from the sources in turn.
+    static std::vector<CommsChannelDataContainerMessage> requests(int count, int sources);
+
+private:
+    class NoService : public Executable {
+        void timerEvent(int) override {}
+    };
+
+    NoService m_service;
+    mirel::StandaloneContext m_context;
+};
+
+} // namespace bench

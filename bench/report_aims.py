@@ -1,0 +1,110 @@
+"""What is to be reached, and what was.
+
+All aims on times are ratios: the contestant's time over ours, so that more is better for us.
+"""
+
+from dataclasses import dataclass
+
+from report_figures import OURS, Pair, Spread, spread
+
+ALL_COSTS = ("0us", "2us", "20us", "1000us_blocking")
+
+# A ratio of the quick version may fall this far below its aim before the check fails: a few rounds
+# on a machine that does other things as well.
+TOLERANCE = 0.25
+
+
+@dataclass(frozen=True)
+class Aim:
+    against: str
+    least: float
+    pairs: tuple
+
+
+@dataclass(frozen=True)
+class Shortfall:
+    """A cell that is known not to reach its aim: what the check asks of it instead, and why."""
+
+    floor: float
+    reason: str
+
+
+def throughput(contestants, sources, costs):
+    return tuple(
+        Pair(f"throughput/{count}/{cost}/{OURS}", f"throughput/{count}/{cost}/{who}")
+        for cost in costs
+        for count in sources
+        for who in contestants
+    )
+
+
+AIMS = (
+    Aim("Asio, as many threads as sources", 2.0,
+        throughput(["asio"], [8, 64, 512], ["0us", "2us"])),
+    Aim("Asio, as many threads as sources", 1.3,
+        throughput(["asio"], [64, 512], ["20us"])),
+    Aim("the student's pool, as many threads as sources", 2.0,
+        throughput(["student"], [8, 64, 512], ALL_COSTS)),
+    Aim("Asio, threads = cores", 0.9,
+        throughput(["asio_cores"], [1, 8, 64, 512], ["20us"])),
+    Aim("Asio, threads = cores", 1.0,
+        throughput(["asio_cores"], [1], ["0us", "2us"])),
+    Aim("Asio, CAF, TBB, threads = cores", 20.0,
+        throughput(["asio_cores", "caf_cores", "tbb_cores"], [64], ["1000us_blocking"])),
+    Aim("bare futex hand-over: ours within 1.5 of it, read to handler, p50", 1 / 1.5,
+        # Where the two threads run decides most: as the system places them, and bound.
+        tuple(Pair(f"latency/closed{place}/1/0us/{OURS}", f"latency/futex/hand_over{place}",
+                   "read_handler_p50", "hand_over_p50")
+              for place in ("", "_one_core", "_two_cores"))),
+    Aim("bare ZeroMQ echo: at least half of its rate", 0.5,
+        tuple(Pair(f"channel/saturated/{count}/{OURS}", f"channel/saturated/{count}/bare")
+              for count in (1, 8))),
+)  # fmt: skip
+
+# Pair.title -> Shortfall
+SHORTFALLS = {}
+
+
+@dataclass(frozen=True)
+class Verdict:
+    aim: Aim
+    pair: Pair
+    measured: Spread | None
+    floor: float
+    reason: str = ""
+
+    @property
+    def reached(self):
+        return self.measured is not None and self.measured.median >= self.aim.least
+
+    @property
+    def holds(self):
+        return self.measured is not None and self.measured.median >= self.floor
+
+
+def judge(rounds, aims=AIMS, shortfalls=SHORTFALLS):
+    """A verdict on every pair of every aim, also where nothing was measured."""
+    verdicts = []
+    for aim in aims:
+        for pair in aim.pairs:
+            known = shortfalls.get(pair.title, Shortfall(aim.least * (1 - TOLERANCE), ""))
+            measured = spread(pair.ratios(rounds))
+            verdicts.append(Verdict(aim, pair, measured, known.floor, known.reason))
+    return verdicts
+
+
+def is_quick(name):
+    """512 sources take as long as all others together."""
+    return "/512/" not in name
+
+
+def quick_aims():
+    return tuple(
+        Aim(aim.against, aim.least, tuple(pair for pair in aim.pairs if is_quick(pair.ours)))
+        for aim in AIMS
+    )
+
+
+def names_of(aims):
+    """The benchmarks that the aims speak of."""
+    return {name for aim in aims for pair in aim.pairs for name in (pair.ours, pair.theirs)}
