@@ -2,7 +2,9 @@
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <filesystem>
+#include <poll.h>
 #include <spawn.h>
 #include <stdexcept>
 #include <sys/socket.h>
@@ -11,6 +13,12 @@
 #include <unistd.h>
 
 namespace bench {
+
+namespace {
+
+constexpr int kPatienceMs = 10'000;
+
+} // namespace
 
 ServerProcess::ServerProcess(std::vector<std::string> arguments) {
     // Its real name, which a profiler that follows the child needs.
@@ -41,9 +49,16 @@ ServerProcess::ServerProcess(std::vector<std::string> arguments) {
 ServerProcess::~ServerProcess() { end(); }
 
 void ServerProcess::end() {
-    close(m_line);
-    if (m_process > 0)
+    if (m_process > 0) {
+        shutdown(m_line, SHUT_WR);
+        // Its end of the line closes when it ends. One that does not must not keep us from saying
+        // what went wrong.
+        pollfd line{m_line, POLLIN, 0};
+        if (poll(&line, 1, kPatienceMs) == 0)
+            kill(m_process, SIGKILL);
         waitpid(m_process, nullptr, 0);
+    }
+    close(m_line);
 }
 
 void ServerProcess::waitForEnd() {

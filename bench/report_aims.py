@@ -61,8 +61,43 @@ AIMS = (
               for count in (1, 8))),
 )  # fmt: skip
 
-# Pair.title -> Shortfall
-SHORTFALLS = {}
+WAKES_EACH = ("most requests find their worker asleep, so each costs a wake-up, and a change of"
+              " threads on the other core")  # fmt: skip
+FAIR_SHARE = ("hundreds of workers that can run leave the executor's thread a small share of its"
+              " core, so it gets no lead on them and most requests cost a wake-up")  # fmt: skip
+TWO_CORES = ("the handlers alone keep two cores busy for nearly as long as the contestant takes:"
+             " nobody could reach the aim")  # fmt: skip
+SLEEPING = "the handlers sleep, and both sides do nothing but wait for them"
+SOCKETS = ("two more changes of threads for each request and each answer, and messages that are"
+           " packed and unpacked; see docs/performance.md")  # fmt: skip
+
+# Pair.title -> Shortfall. The floors are three quarters of the least that three rounds on a quiet
+# machine with two cores gave.
+SHORTFALLS = {
+    "throughput/8/0us: asio": Shortfall(0.9, WAKES_EACH),
+    "throughput/512/0us: asio": Shortfall(0.9, FAIR_SHARE),
+    "throughput/8/2us: asio": Shortfall(0.7, TWO_CORES),
+    "throughput/512/2us: asio": Shortfall(0.9, FAIR_SHARE),
+    "throughput/512/20us: asio": Shortfall(0.9, FAIR_SHARE),
+    "throughput/64/0us: student": Shortfall(1.0, WAKES_EACH),
+    "throughput/512/0us: student": Shortfall(0.7, FAIR_SHARE),
+    "throughput/64/2us: student": Shortfall(1.3, WAKES_EACH),
+    "throughput/512/2us: student": Shortfall(0.8, FAIR_SHARE),
+    "throughput/8/20us: student": Shortfall(0.7, TWO_CORES),
+    "throughput/64/20us: student": Shortfall(0.9, TWO_CORES),
+    "throughput/512/20us: student": Shortfall(0.7, FAIR_SHARE),
+    "throughput/8/1000us_blocking: student": Shortfall(0.7, SLEEPING),
+    "throughput/64/1000us_blocking: student": Shortfall(0.7, SLEEPING),
+    "throughput/512/1000us_blocking: student": Shortfall(0.6, SLEEPING),
+    "throughput/64/20us: asio_cores": Shortfall(0.65, FAIR_SHARE),
+    "throughput/1/2us: asio_cores": Shortfall(
+        0.7, "the handler's 2 us and what the worker does around it follow each other"),
+    "latency/closed_one_core/1/0us: hand_over_one_core": Shortfall(
+        0.42, "on one core a bare hand-over takes 1.1 us, and the library's dispatch of 3,000"
+        " instructions lies before ours"),
+    "channel/saturated/1: bare": Shortfall(0.19, SOCKETS),
+    "channel/saturated/8: bare": Shortfall(0.1, SOCKETS),
+}  # fmt: skip
 
 
 @dataclass(frozen=True)

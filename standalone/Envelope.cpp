@@ -1,8 +1,10 @@
 #include "standalone/Envelope.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <msgpack.hpp>
+#include <utility>
 
 namespace mirel {
 
@@ -16,7 +18,23 @@ enum Kind : int { eMessage = 0, eAnswer = 1 };
 constexpr std::uint32_t kMessageFields = 12;
 constexpr std::uint32_t kAnswerFields = 6;
 
-using Packer = msgpack::packer<msgpack::sbuffer>;
+// What one envelope usually needs at most; the packer's and the decoder's own choice is 8 KiB, for
+// which each call would go the long way through the allocator.
+constexpr std::size_t kUsualBytes = 256;
+constexpr std::size_t kUsualObjects = 512;
+
+/// Lets the packer append to a string.
+class Appender {
+public:
+    Appender() { m_bytes.reserve(kUsualBytes); }
+    void write(const char* bytes, std::size_t size) { m_bytes.append(bytes, size); }
+    std::string take() { return std::move(m_bytes); }
+
+private:
+    std::string m_bytes;
+};
+
+using Packer = msgpack::packer<Appender>;
 
 std::uint32_t lengthOf(const std::string& text) {
     if (text.size() > std::numeric_limits<std::uint32_t>::max())
@@ -81,15 +99,16 @@ private:
         const auto refer = [](msgpack::type::object_type, std::size_t, void*) { return true; };
         std::size_t used = 0;
         try {
-            msgpack::unpack(m_decoded, bytes.data(), bytes.size(), used, refer, nullptr, limit);
+            m_envelope =
+                msgpack::unpack(m_zone, bytes.data(), bytes.size(), used, refer, nullptr, limit);
         } catch (const msgpack::unpack_error& failure) {
             throw EnvelopeError(std::string("not a complete envelope: ") + failure.what());
         }
         if (used != bytes.size())
             throw EnvelopeError(std::to_string(bytes.size() - used) + " bytes too many");
-        if (m_decoded.get().type != msgpack::type::ARRAY)
+        if (m_envelope.type != msgpack::type::ARRAY)
             throw EnvelopeError("not an array");
-        m_array = m_decoded.get().via.array;
+        m_array = m_envelope.via.array;
     }
 
     const msgpack::object& next(const char* name) {
@@ -98,7 +117,8 @@ private:
         return m_array.ptr[m_next++];
     }
 
-    msgpack::object_handle m_decoded;
+    msgpack::zone m_zone{kUsualObjects};
+    msgpack::object m_envelope; ///< in m_zone, as its elements
     msgpack::object_array m_array{};
     std::uint32_t m_next = 0;
 };
@@ -106,7 +126,7 @@ private:
 } // namespace
 
 std::string encode(CommsChannelDataContainerMessage& msg) {
-    msgpack::sbuffer bytes;
+    Appender bytes;
     Packer packer(bytes);
     packer.pack_array(kMessageFields).pack(kVersion).pack(static_cast<int>(eMessage));
     packer.pack(msg.msgType()).pack(static_cast<std::int64_t>(msg.requestId()));
@@ -118,17 +138,17 @@ std::string encode(CommsChannelDataContainerMessage& msg) {
     packText(packer, msg.proxyCallMode());
     packText(packer, msg.remoteContext());
     packData(packer, msg.getData());
-    return {bytes.data(), bytes.size()};
+    return bytes.take();
 }
 
 std::string encode(const Answer& answer) {
-    msgpack::sbuffer bytes;
+    Appender bytes;
     Packer packer(bytes);
     packer.pack_array(kAnswerFields).pack(kVersion).pack(static_cast<int>(eAnswer));
     packer.pack(answer.succeeded).pack(static_cast<std::int64_t>(answer.requestId));
     packText(packer, answer.sourceChannel);
     packData(packer, answer.data);
-    return {bytes.data(), bytes.size()};
+    return bytes.take();
 }
 
 CommsChannelDataContainerMessage decodeMessage(std::string_view bytes) {

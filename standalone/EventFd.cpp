@@ -1,6 +1,7 @@
 #include "standalone/EventFd.h"
 
 #include <cerrno>
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <system_error>
 #include <unistd.h>
@@ -24,7 +25,14 @@ EventFd::~EventFd() { close(m_descriptor); }
 
 // Neither can fail in a way that matters: a full counter is readable, an empty one is clear.
 
-void EventFd::set() noexcept { [[maybe_unused]] const int result = eventfd_write(m_descriptor, 1); }
+void EventFd::set() noexcept {
+    // A service whose thread is being cancelled may still answer. The system call would be where
+    // that strikes, and nothing can be unwound through here.
+    int formerState = PTHREAD_CANCEL_ENABLE;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &formerState);
+    [[maybe_unused]] const int result = eventfd_write(m_descriptor, 1);
+    pthread_setcancelstate(formerState, nullptr);
+}
 
 void EventFd::clear() noexcept {
     eventfd_t count = 0;

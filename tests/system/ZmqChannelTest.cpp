@@ -7,7 +7,9 @@
 #include "standalone/StandaloneContext.h"
 
 #include <future>
+#include <pthread.h>
 #include <semaphore>
+#include <thread>
 
 namespace mirel {
 namespace {
@@ -116,6 +118,18 @@ TEST_F(ZmqChannelTest, AnAnswerToACallerThatIsGoneIsCounted) {
     }
     EXPECT_EQ(counters->answersDropped.count(), 1U);
     EXPECT_EQ(static_cast<long>(counters->answersSent), 2 * given - 1);
+}
+
+// Ends the process if it strikes on the way of the answer.
+TEST_F(ZmqChannelTest, AnAnswerLeavesWhileItsThreadIsBeingCancelled) {
+    const auto caller = newCaller();
+    send(*caller, request(1));
+    auto msg = read();
+    std::thread([&] {
+        pthread_cancel(pthread_self());
+        answer(msg, "late");
+    }).join();
+    EXPECT_EQ(receive(*caller).data, "late");
 }
 
 /// Stays in its legacy message until it is told to go on.
