@@ -307,15 +307,18 @@ TEST_F(Threads, RunAtTheNiceValueOfTheirPriority) {
 }
 
 TEST_F(Threads, OfLowerPrioritiesYield) {
-    for (const auto& [yield, priority, policy] :
-         {std::tuple(true, 2, SCHED_OTHER), std::tuple(true, 1, SCHED_BATCH),
-          std::tuple(true, 0, SCHED_BATCH), std::tuple(false, 0, SCHED_OTHER)}) {
-        mirel::setThreadOptions({.workersYield = yield});
+    struct Case {
+        bool yield;
+        int priority, policy;
+    };
+    for (const Case& c : {Case{true, 2, SCHED_OTHER}, Case{true, 1, SCHED_BATCH},
+                          Case{true, 0, SCHED_BATCH}, Case{false, 0, SCHED_OTHER}}) {
+        mirel::setThreadOptions({.workersYield = c.yield});
         int seen = -1;
         const auto look = [&](Body&) { seen = sched_getscheduler(0); };
         // Started by one that yields itself.
-        runToItsEnd([&](Body&) { runToItsEnd(look, priority); }, 1);
-        EXPECT_EQ(seen, policy) << priority;
+        runToItsEnd([&](Body&) { runToItsEnd(look, c.priority); }, 1);
+        EXPECT_EQ(seen, c.policy) << c.priority;
     }
 }
 
@@ -333,7 +336,7 @@ using ThreadsDeathTest = Threads;
 // In a process of its own, which the privilege does not come back to.
 TEST_F(ThreadsDeathTest, KeepTheirPriorityWithoutThePrivilege) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const auto run = [this] {
+    const auto run = [] {
         giveUpThePrivilege();
         const int base = niceOfThisThread();
         mirel::setThreadOptions({.niceStep = 3});
