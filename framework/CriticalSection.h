@@ -6,8 +6,8 @@ class Semaphore;
 ///
 /// Inside, `Semaphore::give` makes its unit available at once but may leave a sleeping waiter asleep
 /// for a little longer: until the thread has left its outermost section, or waits for something in
-/// the framework. So do not give inside and then wait by other means, such as a condition variable
-/// of your own, for what the waiter does.
+/// the framework. So after a give inside do not wait by other means, such as a mutex or a condition
+/// variable of your own.
 class CriticalSection {
 public:
     /// Takes the semaphore, waiting without limit.

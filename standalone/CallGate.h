@@ -1,5 +1,7 @@
 #pragma once
 
+#include "standalone/PendingWakeUps.h"
+
 #include <condition_variable>
 #include <mutex>
 
@@ -26,6 +28,7 @@ public:
 
     /// Lets nobody in any more, and returns when nobody is inside.
     void close() {
+        PendingWakeUps::ofThisThread().issue();
         std::unique_lock lock(m_mutex);
         m_closed = true;
         m_empty.wait(lock, [this] { return m_inside == 0; });

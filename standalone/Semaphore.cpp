@@ -94,11 +94,12 @@ bool Semaphore::spin() {
 bool Semaphore::take(int timeout) {
     if (tryTake())
         return true;
+    if (timeout != 0 && m_isLock && spin())
+        return true;
+    // Also if it only asks: it may ask again and again.
+    mirel::PendingWakeUps::ofThisThread().issue();
     if (timeout == 0)
         return false;
-    if (m_isLock && spin())
-        return true;
-    mirel::PendingWakeUps::ofThisThread().issue();
 
     std::optional<Clock::time_point> deadline;
     if (timeout > 0)

@@ -41,7 +41,7 @@ public:
     void addUser() {
         const std::lock_guard lock(m_mutex);
         ++m_users;
-        if (m_process == getpid() || !callerIsAtProcessNice())
+        if (m_running || !callerIsAtProcessNice())
             return;
         pthread_attr_t attributes;
         pthread_attr_init(&attributes);
@@ -52,7 +52,7 @@ public:
         pthread_attr_setsigmask_np(&attributes, &all);
         pthread_t thread{};
         if (pthread_create(&thread, &attributes, &Starter::main, this) == 0)
-            m_process = getpid();
+            m_running = true;
         pthread_attr_destroy(&attributes);
     }
 
@@ -62,7 +62,7 @@ public:
             m_changed.notify_all();
     }
 
-    /// False when there is no such thread in this process. Not to be interrupted: the job is on the
+    /// False when there is no such thread. Not to be interrupted: the job is on the
     /// caller's stack.
     bool start(Job& job) {
         int formerState = PTHREAD_CANCEL_ENABLE;
@@ -75,7 +75,7 @@ public:
 private:
     bool handOver(Job& job) {
         std::unique_lock lock(m_mutex);
-        if (m_process != getpid())
+        if (!m_running)
             return false;
         m_changed.wait(lock, [this] { return !m_job; });
         m_job = &job;
@@ -86,6 +86,10 @@ private:
 
     static void* main(void* self) {
         pthread_setname_np(pthread_self(), "mirel-starter");
+        // As the threads that it starts; it was made by any of the process's threads.
+        const sched_param noPriority{};
+        if (sched_getscheduler(getpid()) == SCHED_OTHER)
+            pthread_setschedparam(pthread_self(), SCHED_OTHER, &noPriority);
         static_cast<Starter*>(self)->serve();
         return nullptr;
     }
@@ -95,7 +99,7 @@ private:
         for (;;) {
             m_changed.wait(lock, [this] { return m_job || m_users == 0; });
             if (!m_job) {
-                m_process = 0;
+                m_running = false;
                 return;
             }
             m_job->error =
@@ -109,7 +113,7 @@ private:
     // Guarded by m_mutex.
     std::mutex m_mutex;
     std::condition_variable m_changed;
-    pid_t m_process = 0; ///< that the thread is in, which a fork does not copy; 0: there is none
+    bool m_running = false; ///< the thread is there, and will look at m_users again
     unsigned long m_users = 0;
     Job* m_job = nullptr; ///< its caller's, who is a user
 };

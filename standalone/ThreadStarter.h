@@ -13,7 +13,8 @@ namespace mirel {
 /// an object of this class is made by a thread that runs at the process's nice value, and ends with
 /// the last object. So each thread that may start others has one for as long as it runs.
 ///
-/// Any thread may make, use and destroy an object.
+/// Any thread may make, use and destroy an object. A child of `fork` has none of the process's
+/// threads and has to `exec`.
 class ThreadStarter {
 public:
     ThreadStarter();

@@ -70,6 +70,7 @@ public:
 
     /// `MirelException` that says why there is no connection.
     void waitForHandshake(const std::string& url, milliseconds patience) {
+        PendingWakeUps::ofThisThread().issue();
         const Clock::time_point deadline = Clock::now() + patience;
         bool found = false; // something that did not shake hands
         for (;;) {

@@ -313,7 +313,7 @@ TEST_F(Threads, OfLowerPrioritiesYield) {
     };
     for (const Case& c : {Case{true, 2, SCHED_OTHER}, Case{true, 1, SCHED_BATCH},
                           Case{true, 0, SCHED_BATCH}, Case{false, 0, SCHED_OTHER}}) {
-        mirel::setThreadOptions({.workersYield = c.yield});
+        mirel::setThreadOptions({.niceStep = 0, .workersYield = c.yield});
         int seen = -1;
         const auto look = [&](Body&) { seen = sched_getscheduler(0); };
         // Started by one that yields itself.
@@ -326,9 +326,9 @@ TEST_F(Threads, OfLowerPrioritiesYield) {
 void giveUpThePrivilege() {
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct capabilities[2]{};
-    ASSERT_EQ(syscall(SYS_capset, &header, capabilities), 0);
     const rlimit none{0, 0};
-    ASSERT_EQ(setrlimit(RLIMIT_NICE, &none), 0);
+    if (syscall(SYS_capset, &header, capabilities) != 0 || setrlimit(RLIMIT_NICE, &none) != 0)
+        std::_Exit(2);
 }
 
 using ThreadsDeathTest = Threads;
