@@ -30,19 +30,14 @@ public:
             m_backlog.firstDispatched();
         else if (readInRun == 0 && m_read > 0)
             m_backlog.allHeldBack();
-        m_backlog.m_released.wait(m_read);
-        if (m_backlog.m_closed)
+        if (!m_backlog.m_release.waitFor(m_read))
             return false;
         msg = m_backlog.m_request;
         ++m_read;
         return true;
     }
 
-    void close() override {
-        m_backlog.m_closed = true;
-        ++m_backlog.m_released;
-        m_backlog.m_released.notify_all();
-    }
+    void close() override { m_backlog.m_release.close(); }
 
     std::shared_ptr<mirel::AnswerSink> answerSink() override {
         return {std::shared_ptr<void>(), &m_backlog};
@@ -72,8 +67,7 @@ Backlog::Cost Backlog::run() {
     m_done = false;
     m_handled = 0;
     m_answered = 0;
-    m_released += 1 + m_length;
-    m_released.notify_all();
+    m_release.add(1 + m_length);
     m_done.wait(false);
     return {m_allHeldBackAt - m_firstDispatchedAt, m_lastBeganAt - m_openedAt,
             m_bytesAfter - m_bytesBefore};

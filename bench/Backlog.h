@@ -1,5 +1,6 @@
 #pragma once
 
+#include "bench/Release.h"
 #include "bench/SharedPool.h"
 #include "bench/Workload.h"
 #include "framework/CommsChannelDataContainerMessage.h"
@@ -39,8 +40,7 @@ private:
     Workload m_workload;
     CommsChannelDataContainerMessage m_request; ///< all are alike
 
-    std::atomic<std::size_t> m_released{0}; ///< requests that may be read, since the beginning
-    std::atomic<bool> m_closed{false};
+    Release m_release;
 
     // Of one run.
     std::atomic<bool> m_blocked{false}; ///< the first handler is there

@@ -7,20 +7,14 @@ public:
     explicit BatchChannel(Batches& batches) : m_batches(batches) {}
 
     bool readMessage(CommsChannelDataContainerMessage& msg) override {
-        if (m_read == m_batches.m_released)
-            m_batches.m_released.wait(m_read);
-        if (m_batches.m_closed)
+        if (!m_batches.m_release.waitFor(m_read))
             return false;
         msg = m_batches.m_requests[m_read % m_batches.m_requests.size()];
         ++m_read;
         return true;
     }
 
-    void close() override {
-        m_batches.m_closed = true;
-        ++m_batches.m_released;
-        m_batches.m_released.notify_all();
-    }
+    void close() override { m_batches.m_release.close(); }
 
     std::shared_ptr<mirel::AnswerSink> answerSink() override {
         return {std::shared_ptr<void>(), &m_batches};
@@ -37,8 +31,7 @@ std::unique_ptr<CommsChannelIfc> Batches::channel() {
 
 void Batches::run() {
     m_done = false;
-    m_released += m_requests.size();
-    m_released.notify_all();
+    m_release.add(m_requests.size());
     m_done.wait(false);
 }
 

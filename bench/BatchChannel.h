@@ -1,5 +1,6 @@
 #pragma once
 
+#include "bench/Release.h"
 #include "framework/CommsChannelDataContainerMessage.h"
 #include "framework/CommsChannelIfc.h"
 #include "standalone/AnswerSink.h"
@@ -29,8 +30,7 @@ private:
     friend class BatchChannel;
 
     const std::vector<CommsChannelDataContainerMessage> m_requests;
-    std::atomic<std::size_t> m_released{0}; ///< requests that may be read, since the beginning
-    std::atomic<bool> m_closed{false};
+    Release m_release;
     std::atomic<std::size_t> m_answered{0}; ///< of this run
     std::atomic<bool> m_done{false};        ///< all of this run are answered
 };

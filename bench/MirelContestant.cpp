@@ -1,9 +1,6 @@
 #include "bench/MirelContestant.h"
 
-#include "ServiceExecutor.h"
-#include "ServiceThreadPool.h"
-#include "bench/Workload.h"
-#include "framework/Threader.h"
+#include "bench/SharedPool.h"
 
 namespace bench {
 
@@ -13,23 +10,12 @@ class MirelContestant : public Contestant {
 public:
     MirelContestant(std::unique_ptr<CommsChannelIfc> channel, Workload& workload, int threads,
                     bool multiThreaded)
-        : m_pool(threads, nullptr),
-          m_executor(&workload.service(), channel.release(), Workload::kInterface,
-                     &workload.context(), &m_pool, nullptr, multiThreaded) {
-        unsigned long id = 0;
-        m_executor.startThread(m_threader, id);
-    }
-
-    ~MirelContestant() override {
-        m_executor.shutdown();
-        // The last workers may still be on their way out of the executor.
-        m_pool.shutdown();
+        : m_pool(threads) {
+        m_pool.serve(std::move(channel), workload, multiThreaded);
     }
 
 private:
-    Threader m_threader;
-    ServiceThreadPool m_pool;
-    ServiceExecutor m_executor;
+    SharedPool m_pool;
 };
 
 } // namespace

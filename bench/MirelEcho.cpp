@@ -1,59 +1,39 @@
-#include "ServiceExecutor.h"
-#include "ServiceThreadPool.h"
 #include "bench/Echo.h"
+#include "bench/SharedPool.h"
 #include "bench/Workload.h"
 #include "framework/Executable.h"
-#include "framework/Threader.h"
-#include "standalone/StandaloneContext.h"
 #include "standalone/ZmqCaller.h"
 #include "standalone/ZmqChannel.h"
 
 #include <chrono>
+#include <memory>
 #include <optional>
 #include <stdexcept>
+#include <string_view>
 #include <vector>
 
 namespace bench {
 
 namespace {
 
+constexpr const char* kProtocol = "echo";
 constexpr int kWorkersKept = 16; // as mirel-host does
 constexpr std::chrono::milliseconds kPatience{5000};
 
 class MirelService : public EchoService {
 public:
-    explicit MirelService(const std::string& url)
-        : m_pool(kWorkersKept, nullptr),
-          m_executor(&m_service, newChannel(url), Workload::kInterface, &m_context, &m_pool,
-                     nullptr, true) {
-        m_context.addHandler<NoService>(
-            Workload::kInterface, Workload::kProtocol,
-            [](NoService&, std::string_view data) { return std::string(data); });
-        unsigned long id = 0;
-        m_executor.startThread(m_threader, id);
-    }
-
-    ~MirelService() override {
-        m_executor.shutdown();
-        m_pool.shutdown();
+    explicit MirelService(const std::string& url) : m_workload(HandlerCost{}) {
+        m_workload.context().addHandler<Executable>(
+            Workload::kInterface, kProtocol,
+            [](Executable&, std::string_view data) { return std::string(data); });
+        mirel::ZmqChannelOptions options;
+        options.url = url;
+        m_pool.serve(std::make_unique<mirel::ZmqChannel>(options), m_workload);
     }
 
 private:
-    class NoService : public Executable {
-        void timerEvent(int) override {}
-    };
-
-    static CommsChannelIfc* newChannel(const std::string& url) {
-        mirel::ZmqChannelOptions options;
-        options.url = url;
-        return new mirel::ZmqChannel(options);
-    }
-
-    NoService m_service;
-    mirel::StandaloneContext m_context;
-    Threader m_threader;
-    ServiceThreadPool m_pool;
-    ServiceExecutor m_executor;
+    Workload m_workload;
+    SharedPool m_pool{kWorkersKept};
 };
 
 class MirelCaller : public EchoCaller {
@@ -61,8 +41,10 @@ public:
     MirelCaller(const std::string& url, int requests, int sources)
         : m_caller(optionsFor(url)),
           m_requests(Workload::requests(requests, sources)) {
-        for (std::size_t number = 0; number < m_requests.size(); ++number)
+        for (std::size_t number = 0; number < m_requests.size(); ++number) {
+            m_requests[number].protocol() = kProtocol;
             m_requests[number].setData(dataOf(number));
+        }
     }
 
     void send(std::size_t number) override {

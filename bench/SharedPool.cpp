@@ -9,10 +9,11 @@ SharedPool::~SharedPool() {
     m_pool.shutdown();
 }
 
-void SharedPool::serve(std::unique_ptr<CommsChannelIfc> channel, Workload& workload) {
+void SharedPool::serve(std::unique_ptr<CommsChannelIfc> channel, Workload& workload,
+                       bool multiThreaded) {
     ServiceExecutor& executor =
         m_executors.emplace_back(&workload.service(), channel.release(), Workload::kInterface,
-                                 &workload.context(), &m_pool, nullptr, true);
+                                 &workload.context(), &m_pool, nullptr, multiThreaded);
     unsigned long id = 0;
     executor.startThread(m_threader, id);
 }

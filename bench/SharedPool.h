@@ -19,11 +19,13 @@ public:
     /// Up to `workers` are kept.
     explicit SharedPool(int workers) : m_pool(workers, nullptr) {}
 
-    /// Ends everything, in the order that the library asks for.
+    /// Ends everything, in the order that the library asks for: the last workers may still be on
+    /// their way out of an executor.
     ~SharedPool();
 
-    /// Starts one more executor.
-    void serve(std::unique_ptr<CommsChannelIfc> channel, Workload& workload);
+    /// Starts one more executor; one that is not multi-threaded takes no workers.
+    void serve(std::unique_ptr<CommsChannelIfc> channel, Workload& workload,
+               bool multiThreaded = true);
 
     /// Ends the executors' threads. Repeatable.
     void stopReading();

@@ -38,8 +38,9 @@ private:
     /// cost nobody another call of the system.
     std::atomic<std::uint32_t> m_state;
     const std::uint32_t m_maximum;
-    const bool m_isLock =
-        false; ///< made with its only unit free: who waits, waits for a short time
+
+    /// Made with its only unit free: who waits, waits for a short time.
+    const bool m_isLock = false;
 
     /// How often a taker has had to look until the lock was free, on average.
     std::atomic<int> m_usualSpins{0};

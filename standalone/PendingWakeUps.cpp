@@ -6,7 +6,9 @@
 
 namespace mirel {
 
-void wakeOne(const void* address) { syscall(SYS_futex, address, FUTEX_WAKE_PRIVATE, 1); }
+void PendingWakeUps::wakeOne(const void* address) {
+    syscall(SYS_futex, address, FUTEX_WAKE_PRIVATE, 1);
+}
 
 void PendingWakeUps::wake(const void* address) {
     if (m_locks > 0 && m_count < m_addresses.size())

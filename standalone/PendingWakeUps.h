@@ -5,10 +5,6 @@
 
 namespace mirel {
 
-/// Wakes one of the threads that sleep on the address. Uses the address only, which need not be that
-/// of an object any more.
-void wakeOne(const void* address);
-
 /// What one thread still has to do for others: wake them. A thread that is woken while its waker
 /// holds a lock runs into that lock, or takes the core from the one who holds it; either way two
 /// threads wait for what one could do on the way. So a thread that is inside a `CriticalSection`
@@ -24,7 +20,8 @@ class PendingWakeUps {
 public:
     static PendingWakeUps& ofThisThread();
 
-    /// Wakes now, or later if the thread holds a lock.
+    /// Wakes one of the threads that sleep on the address, now, or later if this thread holds a lock.
+    /// Uses the address only, which need not be that of an object any more.
     void wake(const void* address);
 
     void lockTaken() { ++m_locks; }
@@ -41,6 +38,8 @@ public:
 
 private:
     friend class WakeUpsAtOnce;
+
+    static void wakeOne(const void* address);
 
     unsigned m_locks = 0; ///< `CriticalSection`s that the thread is inside of
     unsigned m_count = 0;

@@ -19,9 +19,6 @@ namespace {
 constexpr int kHighestPriority = 2;
 constexpr int kLargestNice = 19;
 
-/// Linux keeps a nice value for each thread; that of the process is its main thread's.
-int niceValueOf(pid_t thread) { return getpriority(PRIO_PROCESS, static_cast<id_t>(thread)); }
-
 /// What the calling thread runs at, such as "nice value 2".
 std::string inEffect() {
     int policy = SCHED_OTHER;
@@ -46,6 +43,8 @@ void check(const std::string& wanted, int error) {
 }
 
 } // namespace
+
+int niceValueOf(pid_t thread) { return getpriority(PRIO_PROCESS, static_cast<id_t>(thread)); }
 
 void applyThreadPriority(const ThreadOptions& options, int priority) {
     priority = std::clamp(priority, 0, kHighestPriority);

@@ -1,11 +1,12 @@
 #include "standalone/ThreadStarter.h"
 
+#include "standalone/ThreadPriority.h"
+
 #include <condition_variable>
 #include <csignal>
 #include <cstddef>
 #include <mutex>
 #include <sched.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 namespace mirel {
@@ -23,8 +24,6 @@ struct Job {
     int error = 0;
     bool done = false;
 };
-
-int niceValueOf(pid_t thread) { return getpriority(PRIO_PROCESS, static_cast<id_t>(thread)); }
 
 bool callerIsAtProcessNice() { return niceValueOf(gettid()) <= niceValueOf(getpid()); }
 
@@ -62,8 +61,7 @@ public:
             m_changed.notify_all();
     }
 
-    /// False when there is no such thread. Not to be interrupted: the job is on the
-    /// caller's stack.
+    /// False when there is no such thread. Not to be interrupted: the job is on the caller's stack.
     bool start(Job& job) {
         int formerState = PTHREAD_CANCEL_ENABLE;
         pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &formerState);

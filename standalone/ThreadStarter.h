@@ -24,7 +24,7 @@ public:
     ThreadStarter& operator=(const ThreadStarter&) = delete;
 
     /// Does as `pthread_create` does, and returns what that returns. The thread has the caller's
-    /// signal mask and processors, as always.
+    /// signal mask and processors, as always, but may begin under another scheduling policy.
     static int start(pthread_t& thread, pthread_attr_t& attributes, void* (*body)(void*),
                      void* argument);
 };
