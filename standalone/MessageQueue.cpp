@@ -39,6 +39,22 @@ bool MessageQueue::trySend(CommsChannelDataContainerMessage& msg,
     }) && append(msg);
 }
 
+void MessageQueue::sendWhatFits(std::deque<CommsChannelDataContainerMessage>& messages) {
+    {
+        const std::lock_guard lock(m_mutex);
+        while (!m_closed && !messages.empty() && m_messages.size() < m_capacity) {
+            m_messages.push_back(std::move(messages.front()));
+            messages.pop_front();
+        }
+    }
+    m_notEmpty.notify_one(); // after the release, or the one reader would wake to a locked queue
+}
+
+std::size_t MessageQueue::room() const {
+    const std::lock_guard lock(m_mutex);
+    return m_capacity - m_messages.size();
+}
+
 bool MessageQueue::append(CommsChannelDataContainerMessage& msg) {
     if (m_closed)
         return false;

@@ -26,6 +26,13 @@ public:
     /// The same, but gives up after `patience` (0: at once): false then, too.
     bool trySend(CommsChannelDataContainerMessage& msg, std::chrono::milliseconds patience);
 
+    /// For a sender that must not wait: moves the first of `messages` into the queue, as many as
+    /// there is room for, and none when it is closed. They have been checked already.
+    void sendWhatFits(std::deque<CommsChannelDataContainerMessage>& messages);
+
+    /// How many messages would fit in now. Only a sender makes it less.
+    std::size_t room() const;
+
     /// Waits for a message and takes it. False once the queue is closed, even when it holds some.
     bool read(CommsChannelDataContainerMessage& msg);
 

@@ -7,9 +7,9 @@
 #include "standalone/ZmqSecurity.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <random>
 #include <sstream>
 #include <unistd.h>
@@ -35,6 +35,13 @@ std::string newName() {
     name << "mirel-call-" << getpid() << '-' << std::hex
          << ((std::uint64_t{random()} << 32) | random());
     return name.str();
+}
+
+/// As ZeroMQ takes it: no more than fits, and any time below 0 waits for ever.
+int inMilliseconds(milliseconds patience) {
+    return static_cast<int>(
+        std::clamp(patience, milliseconds(-1), milliseconds(std::numeric_limits<int>::max()))
+            .count());
 }
 
 void secure(zmq::socket_t& socket, const ZmqCallerOptions& options) {
@@ -101,7 +108,7 @@ public:
 
 private:
     std::optional<int> nextEvent(milliseconds patience) {
-        m_events.set(zmq::sockopt::rcvtimeo, static_cast<int>(patience.count()));
+        m_events.set(zmq::sockopt::rcvtimeo, inMilliseconds(patience));
         zmq::message_t event;
         zmq::message_t address;
         if (!m_events.recv(event) || !m_events.recv(address))
@@ -142,13 +149,20 @@ public:
         }
     }
 
-    bool waitFor(short event, milliseconds patience) {
+    bool send(zmq::const_buffer bytes, milliseconds patience) {
+        if (m_socket.send(bytes, zmq::send_flags::dontwait))
+            return true;
         PendingWakeUps::ofThisThread().issue();
-        std::array<zmq::pollitem_t, 1> item{{{m_socket.handle(), 0, event, 0}}};
-        return zmq::poll(item.data(), item.size(), patience) > 0;
+        m_socket.set(zmq::sockopt::sndtimeo, inMilliseconds(patience));
+        return m_socket.send(bytes, zmq::send_flags::none).has_value();
     }
 
-    zmq::socket_t& socket() { return m_socket; }
+    bool receive(zmq::message_t& bytes, milliseconds patience) {
+        PendingWakeUps::ofThisThread().issue();
+        m_socket.set(zmq::sockopt::rcvtimeo, inMilliseconds(patience));
+        return m_socket.recv(bytes).has_value();
+    }
+
     bool connected() { return m_monitor.connected(); }
 
 private:
@@ -170,19 +184,12 @@ bool ZmqCaller::send(CommsChannelDataContainerMessage& msg, milliseconds patienc
     if (bytes.size() > m_maxMessageBytes)
         fail("the message has " + std::to_string(bytes.size()) + " bytes and " +
              std::to_string(m_maxMessageBytes) + " are the limit");
-    zmq::socket_t& socket = m_connection->socket();
-    const auto handOver = [&] {
-        return socket.send(zmq::buffer(bytes), zmq::send_flags::dontwait).has_value();
-    };
-    return handOver() || (m_connection->waitFor(ZMQ_POLLOUT, patience) && handOver());
+    return m_connection->send(zmq::buffer(bytes), patience);
 }
 
 std::optional<Answer> ZmqCaller::receive(milliseconds patience) {
     zmq::message_t bytes;
-    const auto take = [&] {
-        return m_connection->socket().recv(bytes, zmq::recv_flags::dontwait).has_value();
-    };
-    if (!take() && !(m_connection->waitFor(ZMQ_POLLIN, patience) && take()))
+    if (!m_connection->receive(bytes, patience))
         return std::nullopt;
     try {
         return decodeAnswer(bytes.to_string_view());

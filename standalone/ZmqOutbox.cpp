@@ -13,7 +13,7 @@ void ZmqOutbox::answer(Answer answer) {
         const std::lock_guard lock(m_mutex);
         if (!m_closed) {
             m_answers.push_back(std::move(answer));
-            if (m_answers.size() == 1)
+            if (std::exchange(m_takerWaits, false))
                 m_wake.set();
             return;
         }
@@ -21,12 +21,20 @@ void ZmqOutbox::answer(Answer answer) {
     m_counters->answersDropped.refuse("the channel is gone");
 }
 
-std::deque<Answer> ZmqOutbox::take() {
+void ZmqOutbox::take(std::vector<Answer>& answers) {
+
     const std::lock_guard lock(m_mutex);
-    return std::exchange(m_answers, {});
+    m_takerWaits = false;
+    m_answers.swap(answers);
 }
 
-std::deque<Answer> ZmqOutbox::close() {
+bool ZmqOutbox::mayWait() {
+    const std::lock_guard lock(m_mutex);
+    m_takerWaits = m_answers.empty();
+    return m_takerWaits;
+}
+
+std::vector<Answer> ZmqOutbox::close() {
     const std::lock_guard lock(m_mutex);
     m_closed = true;
     return std::exchange(m_answers, {});

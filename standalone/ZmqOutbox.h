@@ -3,29 +3,36 @@
 #include "standalone/AnswerSink.h"
 #include "standalone/EventFd.h"
 
-#include <deque>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 namespace mirel {
 
 struct ZmqCounters;
 
-/// Holds answers until the thread that owns the socket takes them, and wakes that thread.
-/// Any thread may call.
+/// Holds answers until the thread that owns the socket takes them, and wakes that thread when it
+/// waits. Any thread may call what is not said to be the taker's.
 class ZmqOutbox : public AnswerSink {
 public:
     explicit ZmqOutbox(std::shared_ptr<ZmqCounters> counters);
 
     void answer(Answer answer) override;
 
-    /// What has been put in since the last time.
-    std::deque<Answer> take();
+    /// The taker's: gives what has been put in since the last time to `answers`, which is empty, and
+    /// goes on with its memory.
+    void take(std::vector<Answer>& answers);
 
-    /// The same for the last time: answers given later are dropped and counted.
-    std::deque<Answer> close();
+    /// The taker's: whether there is nothing to take. If so, the next answer sets `wake`, which is
+    /// not set otherwise: a busy taker looks again anyway, and the system call would cost as much as
+    /// the rest of the answer's way.
+    bool mayWait();
 
-    /// Set when there is something to take; the taker clears it before it takes.
+    /// The taker's, for the last time: what has been put in. Answers given later are dropped and
+    /// counted.
+    std::vector<Answer> close();
+
+    /// What the taker waits for and clears; anybody may set it.
     EventFd& wake() { return m_wake; }
 
 private:
@@ -34,7 +41,8 @@ private:
 
     // Guarded by m_mutex.
     std::mutex m_mutex;
-    std::deque<Answer> m_answers;
+    std::vector<Answer> m_answers;
+    bool m_takerWaits = false;
     bool m_closed = false;
 };
 

@@ -32,8 +32,12 @@ constexpr std::int64_t kHardLimitFactor = 4;
 constexpr int kReceivedPerCaller = 100;
 constexpr int kAnswersPerCaller = 1000;
 
+/// ZeroMQ counts what a peer has taken in steps of half its limit, and drops an answer when it
+/// believes the limit to be reached: that it keeps so many is sure of half of the limit only.
+constexpr int kSureOfHalf = 2;
+
 /// Messages taken before answers get their turn again.
-constexpr int kBatch = 100;
+constexpr std::size_t kBatch = 100;
 
 /// For what is under way when the channel ends: first what callers have sent, then the answers.
 constexpr std::chrono::seconds kLastInput{1};
@@ -53,7 +57,7 @@ void setLimits(zmq::socket_t& socket, const ZmqChannelOptions& options) {
     socket.set(zmq::sockopt::rcvhwm,
                static_cast<int>(std::min<std::size_t>(std::max<std::size_t>(options.queueLength, 1),
                                                       kReceivedPerCaller)));
-    socket.set(zmq::sockopt::sndhwm, kAnswersPerCaller);
+    socket.set(zmq::sockopt::sndhwm, kSureOfHalf * kAnswersPerCaller);
     socket.set(zmq::sockopt::linger, static_cast<int>(kLinger.count()));
     socket.set(zmq::sockopt::router_mandatory, true);
 
@@ -129,35 +133,43 @@ void ZmqSocketThread::run() {
 
 void ZmqSocketThread::serve() {
     while (!m_stop) {
-        waitForWork();
-        m_outbox.wake().clear();
-        send(m_outbox.take());
+        m_outbox.take(m_answers);
+        send(m_answers);
+        m_answers.clear(); // not later: they may be large
         if (m_admission)
             m_admission->answerQuestions();
-        queuePending();
-        receiveSome();
+        if (!receiveSome() && m_outbox.mayWait())
+            waitForWork();
     }
     // The queue is closed: what callers have sent is answered with a failure.
-    queuePending();
+    answerUnread();
     const auto deadline = std::chrono::steady_clock::now() + kLastInput;
-    while (receiveOne() && std::chrono::steady_clock::now() < deadline) {
+    while (receiveSome() && std::chrono::steady_clock::now() < deadline) {
     }
     send(m_outbox.close());
 }
 
 void ZmqSocketThread::waitForWork() {
-    const auto messages = static_cast<short>(m_pending ? 0 : ZMQ_POLLIN);
+    // Who takes a message from the full queue sets the outbox's event.
+    const auto messages = static_cast<short>(m_queue.room() > 0 ? ZMQ_POLLIN : 0);
     std::array<zmq::pollitem_t, 3> items{{
         {nullptr, m_outbox.wake().descriptor(), ZMQ_POLLIN, 0},
         {m_socket.handle(), 0, messages, 0},
         {m_admission ? m_admission->socket().handle() : nullptr, 0, ZMQ_POLLIN, 0},
     }};
     zmq::poll(items.data(), m_admission ? 3 : 2, std::chrono::milliseconds(-1));
+    if (items[0].revents != 0)
+        m_outbox.wake().clear();
 }
 
-void ZmqSocketThread::receiveSome() {
-    for (int received = 0; received < kBatch && !m_pending && receiveOne(); ++received) {
-    }
+/// Whether there may be more to receive.
+bool ZmqSocketThread::receiveSome() {
+    const std::size_t most = std::min(kBatch, m_queue.room());
+    std::size_t received = 0;
+    while (received < most && receiveOne())
+        ++received;
+    queueReceived();
+    return received > 0 && received == most;
 }
 
 bool ZmqSocketThread::receiveOne() {
@@ -177,9 +189,8 @@ bool ZmqSocketThread::receiveOne() {
 }
 
 void ZmqSocketThread::take(std::string caller, std::string_view bytes) {
-    CommsChannelDataContainerMessage msg;
     try {
-        msg = decodeMessage(bytes);
+        m_received.push_back(decodeMessage(bytes));
     } catch (const EnvelopeError& failure) {
         m_counters.refused.refuse(std::string("it cannot be decoded: ") + failure.what());
         return;
@@ -187,6 +198,7 @@ void ZmqSocketThread::take(std::string caller, std::string_view bytes) {
         m_counters.refused.refuse("there is no memory for it");
         return;
     }
+    CommsChannelDataContainerMessage& msg = m_received.back();
     msg.callbackChannel() = std::move(caller);
 
     const std::string why = bytes.size() > m_maxMessageBytes
@@ -197,26 +209,25 @@ void ZmqSocketThread::take(std::string caller, std::string_view bytes) {
         if (isInvokerRequest(msg))
             send({false, msg.requestId(), msg.sourceChannel(), msg.callbackChannel(),
                   "the request was refused: " + why});
+        m_received.pop_back();
         return;
     }
     ++m_counters.received;
-    m_pending = std::move(msg);
-    queuePending();
 }
 
-void ZmqSocketThread::queuePending() {
-    if (m_pending && m_queue.trySend(*m_pending, std::chrono::milliseconds(0)))
-        m_pending.reset();
+/// Leaves nothing in m_received: there is room for all of it, since nobody else fills the queue.
+void ZmqSocketThread::queueReceived() {
+    if (!m_received.empty())
+        m_queue.sendWhatFits(m_received);
     if (m_queue.closed())
         answerUnread();
-    // Otherwise what is left waits until the reader makes room.
 }
 
 /// Here and nowhere else, so that the callers get these answers in the order of their requests.
 void ZmqSocketThread::answerUnread() {
     std::deque<CommsChannelDataContainerMessage> unread = m_queue.takeRest();
-    if (m_pending)
-        unread.push_back(*std::exchange(m_pending, std::nullopt));
+    for (CommsChannelDataContainerMessage& msg : std::exchange(m_received, {}))
+        unread.push_back(std::move(msg));
     for (CommsChannelDataContainerMessage& msg : unread) {
         if (isInvokerRequest(msg))
             send({false, msg.requestId(), msg.sourceChannel(), msg.callbackChannel(),
@@ -224,7 +235,7 @@ void ZmqSocketThread::answerUnread() {
     }
 }
 
-void ZmqSocketThread::send(const std::deque<Answer>& answers) {
+void ZmqSocketThread::send(const std::vector<Answer>& answers) {
     for (const Answer& answer : answers)
         send(answer);
 }

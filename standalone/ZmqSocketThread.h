@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 #include <zmq.hpp>
 
 namespace mirel {
@@ -45,12 +46,12 @@ private:
     void secure(const ZmqChannelOptions& options);
     void serve();
     void waitForWork();
-    void receiveSome();
+    bool receiveSome();
     bool receiveOne();
     void take(std::string caller, std::string_view bytes);
-    void queuePending();
+    void queueReceived();
     void answerUnread();
-    void send(const std::deque<Answer>& answers);
+    void send(const std::vector<Answer>& answers);
     void send(const Answer& answer);
     void transmit(const Answer& answer);
 
@@ -66,8 +67,10 @@ private:
     zmq::socket_t m_socket;
     std::optional<ZmqEndpoint> m_endpoint;
 
-    /// A message that the queue had no room for.
-    std::optional<CommsChannelDataContainerMessage> m_pending;
+    std::vector<Answer> m_answers; ///< being sent; keeps its memory
+
+    /// What goes into the queue together: one lock and one wake-up for all of it.
+    std::deque<CommsChannelDataContainerMessage> m_received;
 };
 
 } // namespace mirel

@@ -6,6 +6,7 @@
 #include "framework/Threader.h"
 #include "standalone/StandaloneContext.h"
 
+#include <algorithm>
 #include <future>
 #include <pthread.h>
 #include <semaphore>
@@ -40,6 +41,25 @@ TEST_F(ZmqChannelTest, AFullQueueHoldsCallersUpAndLosesNothing) {
         ASSERT_EQ(read().requestId(), id);
     expectService(*caller, sent + 1);
     EXPECT_EQ(m_channel->counters()->refused.count(), 0U);
+}
+
+TEST_F(ZmqChannelTest, AThousandRequestsMayBeOnTheirWay) {
+    constexpr long atOnce = 1000;
+    constexpr long requests = 100 * atOnce;
+    const auto caller = newCaller();
+    auto serving = std::async(std::launch::async, [this] {
+        for (CommsChannelDataContainerMessage msg; m_channel->readMessage(msg);)
+            answer(msg, "served");
+    });
+    long sent = 0;
+    long answered = 0;
+    do {
+        for (; sent < std::min(requests, answered + atOnce); ++sent)
+            send(*caller, request(sent));
+    } while (caller->receive(kPatience) && ++answered < requests);
+    m_channel->close();
+    EXPECT_EQ(answered, requests);
+    EXPECT_EQ(m_channel->counters()->answersDropped.count(), 0U);
 }
 
 TEST_F(ZmqChannelTest, AnswersGoToTheirCallerWhoeverReadsFirst) {
