@@ -1,14 +1,10 @@
 #pragma once
 
-#include "standalone/Answer.h"
+#include "standalone/Caller.h"
 
-#include <chrono>
 #include <cstddef>
 #include <memory>
-#include <optional>
 #include <string>
-
-class CommsChannelDataContainerMessage;
 
 namespace mirel {
 
@@ -35,29 +31,21 @@ struct ZmqCallerOptions {
 ///
 /// A caller should have at most 1000 requests on their way: a service drops answers beyond what
 /// ZeroMQ keeps for a caller that does not take them.
-class ZmqCaller {
+class ZmqCaller : public Caller {
 public:
     /// Connects. `MirelException` with one clear text when there is no service within the patience,
     /// or when the two sides do not agree about CURVE.
     explicit ZmqCaller(const ZmqCallerOptions& options);
 
     /// Sends what has been given to `send` first, waiting at most a second.
-    ~ZmqCaller();
+    ~ZmqCaller() override;
 
     ZmqCaller(const ZmqCaller&) = delete;
     ZmqCaller& operator=(const ZmqCaller&) = delete;
 
-    /// False when the message could not be handed over for `patience` because the service takes no
-    /// more. `MirelException` for a message that is too large.
-    bool send(CommsChannelDataContainerMessage& msg, std::chrono::milliseconds patience);
-
-    /// The next answer; nothing when none arrives for `patience`. `MirelException` for bytes that
-    /// are no answer.
-    std::optional<Answer> receive(std::chrono::milliseconds patience);
-
-    /// Whether the service is there now. A connection that is lost is looked for again; what is sent
-    /// meanwhile is kept.
-    bool connected();
+    bool send(CommsChannelDataContainerMessage& msg, std::chrono::milliseconds patience) override;
+    std::optional<Answer> receive(std::chrono::milliseconds patience) override;
+    bool connected() override;
 
 private:
     class Connection;

@@ -1,14 +1,14 @@
 #include "standalone/ZmqChannel.h"
 
 #include "standalone/MessageQueue.h"
-#include "standalone/ZmqCounters.h"
+#include "standalone/ChannelCounters.h"
 #include "standalone/ZmqOutbox.h"
 #include "standalone/ZmqSocketThread.h"
 
 namespace mirel {
 
 ZmqChannel::ZmqChannel(const ZmqChannelOptions& options)
-    : m_counters(std::make_shared<ZmqCounters>(options.url)),
+    : m_counters(std::make_shared<ChannelCounters>("ZmqChannel", options.url)),
       m_outbox(std::make_shared<ZmqOutbox>(m_counters)),
       m_queue(std::make_unique<MessageQueue>(options.queueLength)),
       m_thread(std::make_unique<ZmqSocketThread>(options, *m_queue, *m_outbox, *m_counters)) {
@@ -29,6 +29,6 @@ std::shared_ptr<AnswerSink> ZmqChannel::answerSink() { return m_outbox; }
 
 const std::string& ZmqChannel::url() const { return m_thread->url(); }
 
-std::shared_ptr<const ZmqCounters> ZmqChannel::counters() const { return m_counters; }
+std::shared_ptr<const ChannelCounters> ZmqChannel::counters() const { return m_counters; }
 
 } // namespace mirel

@@ -11,7 +11,7 @@ namespace mirel {
 class MessageQueue;
 class ZmqOutbox;
 class ZmqSocketThread;
-struct ZmqCounters;
+struct ChannelCounters;
 
 /// The channel of a service whose callers are other processes (see ZmqCaller). A thread of the
 /// channel owns the socket: it checks what comes in and keeps it for the executor, and sends
@@ -36,10 +36,10 @@ public:
     /// Where it listens, with the port that the system chose if it was asked to.
     const std::string& url() const;
 
-    std::shared_ptr<const ZmqCounters> counters() const;
+    std::shared_ptr<const ChannelCounters> counters() const;
 
 private:
-    const std::shared_ptr<ZmqCounters> m_counters;
+    const std::shared_ptr<ChannelCounters> m_counters;
     const std::shared_ptr<ZmqOutbox> m_outbox;
     const std::unique_ptr<MessageQueue> m_queue;
     const std::unique_ptr<ZmqSocketThread> m_thread; ///< uses the three above

@@ -1,12 +1,12 @@
 #include "standalone/ZmqOutbox.h"
 
-#include "standalone/ZmqCounters.h"
+#include "standalone/ChannelCounters.h"
 
 #include <utility>
 
 namespace mirel {
 
-ZmqOutbox::ZmqOutbox(std::shared_ptr<ZmqCounters> counters) : m_counters(std::move(counters)) {}
+ZmqOutbox::ZmqOutbox(std::shared_ptr<ChannelCounters> counters) : m_counters(std::move(counters)) {}
 
 void ZmqOutbox::answer(Answer answer) {
     {

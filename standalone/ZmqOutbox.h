@@ -9,13 +9,13 @@
 
 namespace mirel {
 
-struct ZmqCounters;
+struct ChannelCounters;
 
 /// Holds answers until the thread that owns the socket takes them, and wakes that thread when it
 /// waits. Any thread may call what is not said to be the taker's.
 class ZmqOutbox : public AnswerSink {
 public:
-    explicit ZmqOutbox(std::shared_ptr<ZmqCounters> counters);
+    explicit ZmqOutbox(std::shared_ptr<ChannelCounters> counters);
 
     void answer(Answer answer) override;
 
@@ -36,7 +36,7 @@ public:
     EventFd& wake() { return m_wake; }
 
 private:
-    const std::shared_ptr<ZmqCounters> m_counters;
+    const std::shared_ptr<ChannelCounters> m_counters;
     EventFd m_wake;
 
     // Guarded by m_mutex.

@@ -6,7 +6,7 @@
 #include "standalone/Envelope.h"
 #include "standalone/MessageQueue.h"
 #include "standalone/MessageRules.h"
-#include "standalone/ZmqCounters.h"
+#include "standalone/ChannelCounters.h"
 #include "standalone/ZmqOutbox.h"
 #include "standalone/ZmqSecurity.h"
 
@@ -72,7 +72,7 @@ void setLimits(zmq::socket_t& socket, const ZmqChannelOptions& options) {
 } // namespace
 
 ZmqSocketThread::ZmqSocketThread(const ZmqChannelOptions& options, MessageQueue& queue,
-                                 ZmqOutbox& outbox, ZmqCounters& counters)
+                                 ZmqOutbox& outbox, ChannelCounters& counters)
     : m_maxMessageBytes(options.maxMessageBytes),
       m_queue(queue),
       m_outbox(outbox),

@@ -19,7 +19,7 @@ namespace mirel {
 
 class MessageQueue;
 class ZmqOutbox;
-struct ZmqCounters;
+struct ChannelCounters;
 
 /// Owns the socket of a `ZmqChannel`: feeds the queue, sends what is in the outbox, and waits for
 /// nothing else. While the queue is full it leaves messages in the socket, whose limits then make
@@ -28,7 +28,7 @@ class ZmqSocketThread : public Threadable {
 public:
     /// Listens. `MirelException` when it cannot. The other objects must outlive this one.
     ZmqSocketThread(const ZmqChannelOptions& options, MessageQueue& queue, ZmqOutbox& outbox,
-                    ZmqCounters& counters);
+                    ChannelCounters& counters);
 
     /// Ends the thread when it has sent the outbox, and closes the socket, which waits a bounded
     /// time for callers to take their answers. The queue must be closed by then.
@@ -58,7 +58,7 @@ private:
     const std::size_t m_maxMessageBytes;
     MessageQueue& m_queue;
     ZmqOutbox& m_outbox;
-    ZmqCounters& m_counters;
+    ChannelCounters& m_counters;
     std::atomic<bool> m_stop{false};
 
     // Used by the thread that constructs and destroys, and in between by the thread of this object.

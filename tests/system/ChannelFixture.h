@@ -6,7 +6,7 @@
 #include "standalone/AnswerSink.h"
 #include "standalone/ZmqCaller.h"
 #include "standalone/ZmqChannel.h"
-#include "standalone/ZmqCounters.h"
+#include "standalone/ChannelCounters.h"
 #include "tests/system/Support.h"
 
 #include <chrono>

@@ -1,5 +1,7 @@
 #include "call/CallOptions.h"
 
+#include "engine/Engine.h"
+
 #include <CLI/CLI.hpp>
 #include <iostream>
 
@@ -13,7 +15,8 @@ constexpr std::size_t kLargestWindow = 1000;
 void addConnectionOptions(CLI::App& app, CallOptions& options) {
     ZmqCallerOptions& connection = options.connection;
     app.add_option("--channel", connection.url,
-                   "The service's address: ipc://PATH or tcp://HOST:PORT")
+                   "The service's address: ipc://PATH, tcp://HOST:PORT or "
+                   "nats://HOST:PORT[,HOST:PORT...]/SERVICE")
         ->required();
     app.add_option_function<int>(
            "--deadline", [&options](int ms) { options.deadline = std::chrono::milliseconds(ms); },
@@ -86,6 +89,12 @@ void checkComplete(const CallOptions& options) {
 
 } // namespace
 
+std::unique_ptr<Caller> newCaller(const CallOptions& options) {
+    if (isNats(options.connection.url))
+        return newNatsCaller(options.nats);
+    return std::make_unique<ZmqCaller>(options.connection);
+}
+
 std::optional<int> parseCallOptions(int argc, char** argv, CallOptions& options) {
     CLI::App app("Calls a service that mirel-host serves: sends one message, those of a file, or a "
                  "load.",
@@ -95,10 +104,18 @@ std::optional<int> parseCallOptions(int argc, char** argv, CallOptions& options)
     addConnectionOptions(app, options);
     addMessageOptions(app, options);
     addManyOptions(app, options);
+    CLI::App* const natsGroup = addNatsOptions(app, options.nats.connection);
+    natsGroup->add_option("--caller", options.nats.name,
+                          "Your name: a request repeated under the same name and number within two "
+                          "minutes does not run twice; default: a new one");
     try {
         app.parse(argc, argv);
         checkComplete(options);
+        checkNatsOptions(*natsGroup, options.connection.url);
         options.connection.patience = options.deadline;
+        options.nats.connection.url = options.connection.url;
+        options.nats.connection.patience = options.deadline;
+        options.nats.maxMessageBytes = options.connection.maxMessageBytes;
         return std::nullopt;
     } catch (const CLI::CallForHelp&) {
         std::cout << app.help();

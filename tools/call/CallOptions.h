@@ -1,10 +1,12 @@
 #pragma once
 
 #include "call/Messages.h"
+#include "nats/NatsCallerOptions.h"
 #include "standalone/ZmqCaller.h"
 
 #include <chrono>
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,6 +15,7 @@ namespace mirel {
 
 struct CallOptions {
     ZmqCallerOptions connection;
+    NatsCallerOptions nats; ///< instead, when the channel's address is one of NATS
     std::chrono::milliseconds deadline{5000}; ///< for connecting, and for each answer
     std::size_t window = 256;                 ///< requests on their way at once
 
@@ -30,6 +33,9 @@ struct CallOptions {
     unsigned long sources = 1;
     std::vector<int> priorities; ///< taken in turn by each source; empty: the sender's
 };
+
+/// Connects to the service that the options name.
+std::unique_ptr<Caller> newCaller(const CallOptions& options);
 
 /// Reads the command line. A number: the program has said what there was to say, and exits with it.
 std::optional<int> parseCallOptions(int argc, char** argv, CallOptions& options);

@@ -9,7 +9,7 @@ namespace mirel {
 
 using std::chrono::milliseconds;
 
-Exchange::Exchange(ZmqCaller& caller, std::size_t window, milliseconds deadline, Listener& listener)
+Exchange::Exchange(Caller& caller, std::size_t window, milliseconds deadline, Listener& listener)
     : m_caller(caller),
       m_window(window),
       m_deadline(deadline),

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "standalone/ZmqCaller.h"
+#include "standalone/Caller.h"
 
 #include <chrono>
 #include <cstddef>
@@ -36,7 +36,7 @@ public:
     };
 
     /// At most `window` requests are on their way at once.
-    Exchange(ZmqCaller& caller, std::size_t window, std::chrono::milliseconds deadline,
+    Exchange(Caller& caller, std::size_t window, std::chrono::milliseconds deadline,
              Listener& listener);
 
     /// Numbers the message and sends it; waits for answers to others first when the window is full.
@@ -60,7 +60,7 @@ private:
     void take(const Answer& answer);
     void giveUpLateOnes();
 
-    ZmqCaller& m_caller;
+    Caller& m_caller;
     const std::size_t m_window;
     const std::chrono::milliseconds m_deadline;
     Listener& m_listener;

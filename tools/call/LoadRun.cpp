@@ -57,7 +57,7 @@ CommsChannelDataContainerMessage loadRequest(const CallOptions& options, unsigne
 } // namespace
 
 bool runLoad(const CallOptions& options) {
-    ZmqCaller caller(options.connection);
+    const std::unique_ptr<Caller> caller = newCaller(options);
     LoadReport report;
     report.requests = options.load;
     report.sources = options.sources;
@@ -65,7 +65,7 @@ bool runLoad(const CallOptions& options) {
     {
         ProgressBar bar(options.load);
         Measurement measurement(report, bar);
-        Exchange exchange(caller, options.window, options.deadline, measurement);
+        Exchange exchange(*caller, options.window, options.deadline, measurement);
         for (unsigned long index = 0; index < options.load; ++index) {
             auto msg = loadRequest(options, index);
             exchange.send(msg);

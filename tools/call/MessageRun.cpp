@@ -32,9 +32,9 @@ private:
 
 bool runMessages(const CallOptions& options,
                  std::vector<CommsChannelDataContainerMessage> messages) {
-    ZmqCaller caller(options.connection);
+    const std::unique_ptr<Caller> caller = newCaller(options);
     Printer printer(options.deadline);
-    Exchange exchange(caller, options.window, options.deadline, printer);
+    Exchange exchange(*caller, options.window, options.deadline, printer);
     for (CommsChannelDataContainerMessage& msg : messages) {
         msg.channel() = options.connection.url;
         exchange.send(msg);

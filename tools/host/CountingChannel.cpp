@@ -44,8 +44,7 @@ CountingChannel::CountingChannel(std::unique_ptr<CommsChannelIfc> channel,
                                  std::shared_ptr<Tally> tally, std::shared_ptr<FlowLimit> flow)
     : m_tally(std::move(tally)),
       m_flow(std::move(flow)),
-      m_channel(std::move(channel)),
-      m_answers(std::make_shared<CountingSink>(m_channel->answerSink(), m_tally, m_flow)) {}
+      m_channel(std::move(channel)) {}
 
 bool CountingChannel::readMessage(CommsChannelDataContainerMessage& msg) {
     if (!m_flow->waitForRoom() || !m_channel->readMessage(msg))
@@ -59,10 +58,10 @@ void CountingChannel::close() {
     m_channel->close();
 }
 
-/// Asked for once by the response of each request that is accepted.
+/// Asked for once by the response of each request that is accepted, as the channel within expects it.
 std::shared_ptr<AnswerSink> CountingChannel::answerSink() {
     m_flow->requestAccepted();
-    return m_answers;
+    return std::make_shared<CountingSink>(m_channel->answerSink(), m_tally, m_flow);
 }
 
 } // namespace mirel

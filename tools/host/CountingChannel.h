@@ -24,7 +24,6 @@ private:
     const std::shared_ptr<Tally> m_tally;
     const std::shared_ptr<FlowLimit> m_flow;
     const std::unique_ptr<CommsChannelIfc> m_channel;
-    const std::shared_ptr<AnswerSink> m_answers;
 };
 
 } // namespace mirel

@@ -1,5 +1,6 @@
 #include "host/Host.h"
 
+#include "engine/Engine.h"
 #include "framework/Threader.h"
 #include "host/CountingChannel.h"
 #include "host/CountingPool.h"
@@ -28,6 +29,15 @@ void setUpProcess(const HostOptions& options) {
     StandaloneContext::loadCreator(options.serviceLibrary, options.creator);
 }
 
+ServedChannel open(const HostOptions& options) {
+    if (isNats(options.channel.url))
+        return openNatsChannel(options.nats);
+    auto channel = std::make_unique<ZmqChannel>(options.channel);
+    std::string url = channel->url();
+    auto counters = channel->counters();
+    return {std::move(channel), std::move(url), std::move(counters)};
+}
+
 void announce(const HostOptions& options, const std::string& url) {
     std::cout << "serving " << options.interface << " of " << options.serviceLibrary << " on "
               << url << (options.singleThreaded ? ", single-threaded" : ", multi-threaded")
@@ -46,9 +56,7 @@ bool waitForEnd(std::unique_ptr<StopSignals> signals, const HostedExecutor& exec
 int serve(const HostOptions& options) {
     auto signals = std::make_unique<StopSignals>();
     setUpProcess(options);
-    auto zmqChannel = std::make_unique<ZmqChannel>(options.channel);
-    const std::string url = zmqChannel->url();
-    const auto counters = zmqChannel->counters();
+    ServedChannel served = open(options);
     const auto tally = std::make_shared<Tally>();
     const auto flow = std::make_shared<FlowLimit>(options.maxUnfinished);
     const auto begin = std::chrono::steady_clock::now();
@@ -56,14 +64,14 @@ int serve(const HostOptions& options) {
     {
         StandaloneContext context;
         CountingPool pool(options.maxPool, nullptr, flow);
-        auto channel = std::make_unique<CountingChannel>(std::move(zmqChannel), tally, flow);
+        auto channel = std::make_unique<CountingChannel>(std::move(served.channel), tally, flow);
         HostedExecutor executor(options.serviceLibrary, options.creator, options.interface,
                                 channel.release(), &context, &pool, nullptr,
                                 !options.singleThreaded);
         Threader threader;
         unsigned long threadId = 0;
         executor.startThread(threader, threadId);
-        announce(options, url);
+        announce(options, served.url);
 
         const bool stoppedBySignal = waitForEnd(std::move(signals), executor);
         executor.shutdown(); // no more messages
@@ -76,7 +84,7 @@ int serve(const HostOptions& options) {
                                                 : "the channel ended")
                       << "; the log tells more" << std::endl;
     } // the executor fails what it held back, and the channel sends the last answers
-    writeSummary(std::cout, options.interface, *tally, *counters, flow->mostWorkers(),
+    writeSummary(std::cout, options.interface, *tally, *served.counters, flow->mostWorkers(),
                  std::chrono::steady_clock::now() - begin);
     return failed ? 1 : 0;
 }

@@ -1,5 +1,7 @@
 #include "host/HostOptions.h"
 
+#include "engine/Engine.h"
+
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <utility>
@@ -30,9 +32,10 @@ void addServiceOptions(CLI::App& app, HostOptions& options) {
 }
 
 void addChannelOptions(CLI::App& app, ZmqChannelOptions& channel) {
-    app.add_option(
-        "--channel", channel.url,
-        "Where to listen: ipc://PATH or tcp://ADDRESS:PORT (port 0: any free one); required");
+    app.add_option("--channel", channel.url,
+                   "Where to listen: ipc://PATH or tcp://ADDRESS:PORT (port 0: any free one); or "
+                   "the service's "
+                   "place on NATS JetStream: nats://HOST:PORT[,HOST:PORT...]/SERVICE; required");
     app.add_option("--queue", channel.queueLength,
                    "Messages kept for the service before callers are made to wait")
         ->check(CLI::Range(std::size_t{1}, std::size_t{1000000}))
@@ -50,6 +53,52 @@ void addChannelOptions(CLI::App& app, ZmqChannelOptions& channel) {
         "--allowed-callers", channel.allowedCallersFile,
         "File with the public keys of the callers let in, one a line; needs --curve-key. "
         "Without it, everyone who knows the service's public key may call");
+}
+
+/// The engine's stream keeps these; all hosts of a service say the same.
+void addNatsStreamOptions(CLI::App& group, NatsStreamOptions& stream) {
+    group
+        .add_option("--partitions", stream.partitions,
+                    "Parts that the service's sources are divided into; each is served by one host "
+                    "at a time")
+        ->check(CLI::Range(1U, 1000U))
+        ->capture_default_str();
+    group.add_option("--replicas", stream.replicas, "Servers that keep each message")
+        ->check(CLI::IsMember({1, 3, 5}))
+        ->capture_default_str();
+}
+
+CLI::App* addNatsChannelOptions(CLI::App& app, NatsChannelOptions& nats) {
+    CLI::App* const group = addNatsOptions(app, nats.connection);
+    addNatsStreamOptions(*group, nats.stream);
+    const auto milliseconds = [group](const char* name, std::chrono::milliseconds& value,
+                                      const char* text, int least) {
+        group
+            ->add_option_function<int>(
+                name, [&value](int ms) { value = std::chrono::milliseconds(ms); }, text)
+            ->check(CLI::Range(least, 86400000))
+            ->default_str(std::to_string(value.count()));
+    };
+    milliseconds("--patience", nats.connection.patience,
+                 "Time for finding a server at the start, in milliseconds", 0);
+    milliseconds("--acknowledge-within", nats.acknowledgeWithin,
+                 "Time after which a request is delivered again if its host has said nothing about "
+                 "it, in milliseconds",
+                 1000);
+    milliseconds("--lease", nats.lease,
+                 "Time for which a host that says nothing keeps its partitions, in milliseconds",
+                 1000);
+    group
+        ->add_option("--max-unacknowledged", nats.maxUnacknowledged,
+                     "Requests of each partition that are delivered and not acknowledged")
+        ->check(CLI::Range(std::size_t{1}, std::size_t{100000}))
+        ->capture_default_str();
+    group
+        ->add_option("--max-deliveries", nats.maxDeliveries,
+                     "A request whose host has died so often while it ran is given up")
+        ->check(CLI::Range(2U, 1000U))
+        ->capture_default_str();
+    return group;
 }
 
 void addThreadOptions(CLI::App& app, HostOptions& options) {
@@ -96,6 +145,7 @@ std::optional<int> parseHostOptions(int argc, char** argv, HostOptions& options)
         "not start.");
     addServiceOptions(app, options);
     addChannelOptions(app, options.channel);
+    const CLI::App* const natsGroup = addNatsChannelOptions(app, options.nats);
     addThreadOptions(app, options);
     app.add_option("--generate-keys", options.generateKeys,
                    "Write a new key pair to NAME.key (secret) and NAME.pub, and exit")
@@ -104,6 +154,9 @@ std::optional<int> parseHostOptions(int argc, char** argv, HostOptions& options)
         app.parse(argc, argv);
         if (options.generateKeys.empty())
             checkComplete(options);
+        checkNatsOptions(*natsGroup, options.channel.url);
+        options.nats.connection.url = options.channel.url;
+        options.nats.maxMessageBytes = options.channel.maxMessageBytes;
         return std::nullopt;
     } catch (const CLI::CallForHelp&) {
         std::cout << app.help();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "nats/NatsChannelOptions.h"
 #include "standalone/ThreadOptions.h"
 #include "standalone/ZmqChannelOptions.h"
 
@@ -13,6 +14,7 @@ struct HostOptions {
     std::string creator;
     std::string interface;
     ZmqChannelOptions channel;
+    NatsChannelOptions nats; ///< instead, when the channel's address is one of NATS
     ThreadOptions threads;
     bool singleThreaded = false;
     int maxPool = 16;

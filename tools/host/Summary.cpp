@@ -1,15 +1,15 @@
 #include "host/Summary.h"
 
 #include "host/Tally.h"
+#include "standalone/ChannelCounters.h"
 #include "standalone/Reports.h"
-#include "standalone/ZmqCounters.h"
 
 #include <iomanip>
 
 namespace mirel {
 
 void writeSummary(std::ostream& out, const std::string& interface, const Tally& tally,
-                  const ZmqCounters& channel, unsigned long mostWorkers,
+                  const ChannelCounters& channel, unsigned long mostWorkers,
                   std::chrono::duration<double> served) {
     const unsigned long requests = tally.requests;
     const unsigned long answered = tally.done + tally.failed;

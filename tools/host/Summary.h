@@ -7,11 +7,11 @@
 namespace mirel {
 
 struct Tally;
-struct ZmqCounters;
+struct ChannelCounters;
 
 /// Writes what a host has done, to be called when everything has ended.
 void writeSummary(std::ostream& out, const std::string& interface, const Tally& tally,
-                  const ZmqCounters& channel, unsigned long mostWorkers,
+                  const ChannelCounters& channel, unsigned long mostWorkers,
                   std::chrono::duration<double> served);
 
 } // namespace mirel

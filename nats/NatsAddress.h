@@ -1,0 +1,45 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace mirel {
+
+/// Where a service is found on NATS, and what its parts are called there. The service's name is the
+/// name of its stream, and the first token of every subject.
+class NatsAddress {
+public:
+    /// `nats://HOST:PORT[,HOST:PORT...]/SERVICE`, `tls://` for encrypted connections; without a port
+    /// 4222. `MirelException` for anything else.
+    explicit NatsAddress(const std::string& url);
+
+    static bool fits(const std::string& url); ///< whether the scheme is one of the two
+
+    const std::string& url() const { return m_url; }
+    const std::vector<std::string>& servers() const { return m_servers; } ///< URL of each
+    bool encrypted() const { return m_encrypted; }
+
+    const std::string& stream() const { return m_service; }
+    std::string requests() const { return m_service + ".requests.>"; }
+    std::string requests(unsigned partition) const;
+    std::string requests(unsigned partition, const std::string& caller) const;
+    std::string answers(const std::string& caller) const {
+        return m_service + ".answers." + caller;
+    }
+
+    std::string deadLetterStream() const { return m_service + "-dead"; }
+    std::string deadLetters() const { return m_service + ".dead"; }
+    std::string leases() const { return m_service + "-leases"; }     ///< a bucket
+    std::string attempts() const { return m_service + "-attempts"; } ///< a bucket
+
+    /// Whether the text can be a token of a subject: letters, digits, - and _.
+    static bool isToken(const std::string& text);
+
+private:
+    std::string m_url;
+    std::string m_service;
+    std::vector<std::string> m_servers;
+    bool m_encrypted = false;
+};
+
+} // namespace mirel

@@ -1,0 +1,95 @@
+#include "nats/NatsCaller.h"
+
+#include "framework/CommsChannelDataContainerMessage.h"
+#include "framework/MirelException.h"
+#include "nats/NatsConnection.h"
+#include "nats/NatsPublisher.h"
+#include "nats/NatsStream.h"
+#include "standalone/Envelope.h"
+#include "standalone/PendingWakeUps.h"
+
+#include <algorithm>
+#include <random>
+#include <sstream>
+#include <string_view>
+#include <unistd.h>
+
+namespace mirel {
+
+namespace {
+
+constexpr std::size_t kMostUnconfirmed = 1000;
+constexpr std::size_t kOverhead = 200; ///< of the engine's header, which counts to its limit
+
+[[noreturn]] void fail(const std::string& text) { throw MirelException(text, __FILE__, __LINE__); }
+
+/// Who knows a caller's name could take its answers, so nobody should be able to guess it.
+std::string newName() {
+    std::random_device random;
+    std::ostringstream name;
+    name << "mirel-call-" << getpid() << '-' << std::hex
+         << ((std::uint64_t{random()} << 32) | random());
+    return name.str();
+}
+
+const std::string& checked(const std::string& name) {
+    if (!name.empty() && !NatsAddress::isToken(name))
+        fail("a caller's name consists of letters, digits, - and _, unlike \"" + name + "\"");
+    return name;
+}
+
+} // namespace
+
+NatsCaller::NatsCaller(const NatsCallerOptions& options)
+    : m_options(options),
+      m_name(checked(options.name).empty() ? newName() : options.name),
+      m_connection(std::make_unique<NatsConnection>(options.connection)) {
+    m_partitions = partitionsOf(*m_connection, options.connection.patience);
+    natsSubscription* made = nullptr;
+    const natsStatus status = natsConnection_SubscribeSync(
+        &made, m_connection->get(), m_connection->address().answers(m_name).c_str());
+    m_answers.reset(made);
+    if (status != NATS_OK)
+        fail("answers cannot be subscribed to: " + std::string(natsStatus_GetText(status)));
+    natsSubscription_SetPendingLimits(made, -1, -1);
+    try {
+        m_publisher = std::make_unique<NatsPublisher>(*m_connection, kMostUnconfirmed);
+    } catch (const NatsError& failure) {
+        fail(std::string("nothing can be sent: ") + failure.what());
+    }
+}
+
+NatsCaller::~NatsCaller() { natsSubscription_Unsubscribe(m_answers.get()); }
+
+bool NatsCaller::connected() { return m_connection->connected(); }
+
+bool NatsCaller::send(CommsChannelDataContainerMessage& msg, std::chrono::milliseconds patience) {
+    std::string bytes = encode(msg);
+    const std::size_t server = m_connection->largestMessage();
+    const std::size_t most =
+        std::min(m_options.maxMessageBytes, server - std::min(server, kOverhead));
+    if (bytes.size() > most)
+        fail("the message has " + std::to_string(bytes.size()) + " bytes and " +
+             std::to_string(most) + " are the limit");
+    const std::string& source = msg.sourceChannel();
+    return m_publisher->send(
+        {source, m_connection->address().requests(partitionOf(source, m_partitions), m_name),
+         m_name + "." + std::to_string(msg.requestId()), std::move(bytes)},
+        patience);
+}
+
+std::optional<Answer> NatsCaller::receive(std::chrono::milliseconds patience) {
+    PendingWakeUps::ofThisThread().issue();
+    natsMsg* msg = nullptr;
+    if (natsSubscription_NextMsg(&msg, m_answers.get(), patience.count()) != NATS_OK)
+        return std::nullopt;
+    const NatsMessage owned(msg);
+    try {
+        return decodeAnswer(std::string_view(natsMsg_GetData(msg),
+                                             static_cast<std::size_t>(natsMsg_GetDataLength(msg))));
+    } catch (const EnvelopeError& failure) {
+        fail(std::string("the service sent something that is no answer: ") + failure.what());
+    }
+}
+
+} // namespace mirel

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "nats/NatsCallerOptions.h"
+#include "nats/NatsHandles.h"
+#include "standalone/Caller.h"
+
+#include <memory>
+
+namespace mirel {
+
+class NatsConnection;
+class NatsPublisher;
+
+/// A caller of a service whose requests are kept by NATS JetStream. What `send` has taken is brought
+/// into the service's stream in the order of its source, however often the connection or a server is
+/// lost, as long as the caller lives.
+class NatsCaller : public Caller {
+public:
+    /// Connects. `MirelException` with one clear text when there is no server or no such service
+    /// within the patience.
+    explicit NatsCaller(const NatsCallerOptions& options);
+
+    /// Waits a bounded time until the engine has what `send` has taken.
+    ~NatsCaller() override;
+
+    bool send(CommsChannelDataContainerMessage& msg, std::chrono::milliseconds patience) override;
+    std::optional<Answer> receive(std::chrono::milliseconds patience) override;
+
+    /// Whether a server is there; a service may be not.
+    bool connected() override;
+
+private:
+    const NatsCallerOptions m_options;
+    const std::string m_name;
+    const std::unique_ptr<NatsConnection> m_connection;
+    unsigned m_partitions = 0;
+    NatsSubscription m_answers;
+    std::unique_ptr<NatsPublisher> m_publisher;
+};
+
+} // namespace mirel

@@ -1,0 +1,97 @@
+#include "nats/NatsChannel.h"
+
+#include "framework/CommsChannelDataContainerMessage.h"
+#include "framework/MirelException.h"
+#include "nats/NatsAnswers.h"
+#include "nats/NatsConnection.h"
+#include "nats/NatsDelivery.h"
+#include "nats/NatsLedger.h"
+#include "nats/NatsReader.h"
+#include "standalone/ChannelCounters.h"
+#include "standalone/MessageQueue.h"
+
+#include <utility>
+
+namespace mirel {
+
+namespace {
+
+constexpr std::size_t kMostUnacknowledged = 100000;
+constexpr std::chrono::milliseconds kShortestLease{1000};
+constexpr std::chrono::milliseconds kShortestAcknowledgement{1000};
+
+const NatsChannelOptions& checked(const NatsChannelOptions& options) {
+    const auto require = [](bool good, const char* text) {
+        if (!good)
+            throw MirelException(text, __FILE__, __LINE__);
+    };
+    require(options.maxUnacknowledged >= 1 && options.maxUnacknowledged <= kMostUnacknowledged,
+            "1 to 100000 requests may be unacknowledged");
+    require(options.acknowledgeWithin >= kShortestAcknowledgement,
+            "the time for acknowledging must be a second at least");
+    require(options.maxDeliveries >= 2, "a request must have two deliveries at least: the first "
+                                        "brings others in doubt that came with it");
+    require(options.lease >= kShortestLease, "a lease must last a second at least");
+    return options;
+}
+
+} // namespace
+
+NatsChannel::NatsChannel(const NatsChannelOptions& options)
+    : m_options(checked(options)),
+      m_counters(std::make_shared<ChannelCounters>("NatsChannel", options.connection.url)),
+      m_ledger(std::make_shared<NatsLedger>()),
+      m_queue(
+          std::make_unique<MessageQueue>(options.maxUnacknowledged * options.stream.partitions)),
+      m_connection(std::make_shared<NatsConnection>(options.connection)),
+      m_answers(std::make_shared<NatsAnswers>(m_connection, m_ledger, m_counters,
+                                              options.maxMessageBytes)) {
+    provideStream(*m_connection, options.stream, options.connection.patience);
+    try {
+        m_reader = std::make_unique<NatsReader>(*m_connection, m_options, *m_queue, *m_ledger,
+                                                *m_counters);
+    } catch (const NatsError& failure) {
+        throw MirelException("the service at " + url() + " cannot be read: " + failure.what(),
+                             __FILE__, __LINE__);
+    }
+}
+
+NatsChannel::~NatsChannel() { NatsChannel::close(); }
+
+bool NatsChannel::readMessage(CommsChannelDataContainerMessage& msg) {
+    settleLastRead();
+    for (;;) {
+        if (!m_queue->read(msg))
+            return false;
+        if (mayRun(msg))
+            break;
+        // It is another host's by now, or again ours but out of its turn.
+        if (const auto way = NatsReturn::parse(msg.callbackChannel()))
+            m_ledger->remove(way->streamSequence);
+    }
+    m_lastRead = msg.callbackChannel();
+    return true;
+}
+
+void NatsChannel::settleLastRead() {
+    if (!m_lastRead.empty())
+        m_answers->acknowledge(std::exchange(m_lastRead, {}));
+}
+
+bool NatsChannel::mayRun(CommsChannelDataContainerMessage& msg) const {
+    const auto way = NatsReturn::parse(msg.callbackChannel());
+    return way && m_reader->leases().tenure(way->partition) == way->tenure;
+}
+
+void NatsChannel::close() { m_queue->close(); }
+
+std::shared_ptr<AnswerSink> NatsChannel::answerSink() {
+    m_lastRead.clear();
+    return m_answers;
+}
+
+const std::string& NatsChannel::url() const { return m_connection->address().url(); }
+
+std::shared_ptr<const ChannelCounters> NatsChannel::counters() const { return m_counters; }
+
+} // namespace mirel

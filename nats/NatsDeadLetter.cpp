@@ -1,0 +1,44 @@
+#include "nats/NatsDeadLetter.h"
+
+#include "nats/NatsConnection.h"
+#include "nats/NatsHandles.h"
+
+#include <nlohmann/json.hpp>
+#include <string_view>
+
+namespace mirel {
+
+namespace {
+
+constexpr std::int64_t kPatienceMs = 2000;
+
+NatsMessage newMessage(const std::string& subject, const std::string& bytes) {
+    natsMsg* made = nullptr;
+    if (natsMsg_Create(&made, subject.c_str(), nullptr, bytes.data(),
+                       static_cast<int>(bytes.size())) != NATS_OK)
+        throw NatsError(0, "there is no memory for it");
+    return NatsMessage(made);
+}
+
+} // namespace
+
+void storeDeadLetter(NatsConnection& connection, const std::string& bytes, const std::string& why,
+                     std::uint64_t sequence) {
+    const NatsMessage msg = newMessage(connection.address().deadLetters(), bytes);
+    natsMsgHeader_Set(msg.get(), "Nats-Msg-Id", std::to_string(sequence).c_str());
+    natsMsgHeader_Set(msg.get(), "Mirel-Failure", why.c_str());
+    natsMsg* received = nullptr;
+    const natsStatus status =
+        natsConnection_RequestMsg(&received, connection.get(), msg.get(), kPatienceMs);
+    const NatsMessage reply(received);
+    if (status != NATS_OK)
+        throw NatsError(0, natsStatus_GetText(status));
+    const auto answer = nlohmann::json::parse(
+        std::string_view(natsMsg_GetData(received),
+                         static_cast<std::size_t>(natsMsg_GetDataLength(received))),
+        nullptr, false);
+    if (!answer.is_object() || answer.contains("error"))
+        throw NatsError(0, "the engine did not store it");
+}
+
+} // namespace mirel

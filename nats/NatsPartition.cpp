@@ -1,0 +1,233 @@
+#include "nats/NatsPartition.h"
+
+#include "framework/Logging.h"
+#include "nats/NatsAttempts.h"
+#include "nats/NatsConnection.h"
+#include "nats/NatsDeadLetter.h"
+#include "nats/NatsDelivery.h"
+#include "standalone/Answer.h"
+#include "standalone/ChannelCounters.h"
+#include "standalone/Envelope.h"
+#include "standalone/MessageQueue.h"
+#include "standalone/MessageRules.h"
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+namespace mirel {
+
+namespace {
+
+constexpr int kHeartbeatsMissed = 3;
+constexpr std::chrono::milliseconds kFlush{1000};
+
+// What the engine says about a pull; anything else ends it for good.
+constexpr std::string_view kHeartbeatStatus = "100";
+constexpr std::string_view kTimeOut = "408";
+
+// How a message is acknowledged: it is done with, or nobody can do anything with it.
+constexpr const char* kDone = "+ACK";
+constexpr const char* kHopeless = "+TERM";
+
+std::string_view dataOf(natsMsg* msg) {
+    return {natsMsg_GetData(msg), static_cast<std::size_t>(natsMsg_GetDataLength(msg))};
+}
+
+/// The last token of the subject.
+std::string callerOf(natsMsg* msg) {
+    const std::string subject = natsMsg_GetSubject(msg);
+    return subject.substr(subject.rfind('.') + 1);
+}
+
+} // namespace
+
+NatsPartition::NatsPartition(const NatsReading& reading, unsigned number)
+    : m_reading(reading),
+      m_number(number),
+      m_consumer(reading.connection, reading.options, number) {}
+
+void NatsPartition::open(unsigned long tenure) {
+    m_tenure = tenure;
+    m_state = State::eOpening;
+    m_handedOut = 0; // some of it may have been left to others since
+}
+
+void NatsPartition::close() {
+    m_tenure = 0;
+    m_state = State::eClosed;
+    forgetWaiting();
+}
+
+bool NatsPartition::isIdle() const {
+    return m_reading.ledger.unsettled(m_number) == m_waiting.size();
+}
+
+void NatsPartition::tick(unsigned long connectionLosses) {
+    if (m_state == State::eOpen && connectionLosses != m_connectionLosses)
+        disturbed("the connection was lost");
+    if (m_state == State::eOpen && Clock::now() - m_lastHeard > kHeartbeatsMissed * kHeartbeat)
+        disturbed("nothing is heard from the engine");
+    if (m_state == State::eOpening && isIdle() && m_reading.connection.connected()) {
+        m_connectionLosses = connectionLosses;
+        tryToOpen();
+    }
+    if (m_state == State::eOpen && m_expected == 0)
+        pull();
+    if (m_state == State::eOpen)
+        handOut();
+}
+
+void NatsPartition::tryToOpen() {
+    try {
+        if (!m_reading.connection.flush(kFlush)) // the last acknowledgements
+            return;
+        m_consumer.renew();
+        m_nextDelivery = 1;
+        m_expected = 0;
+        m_lastHeard = Clock::now();
+        m_state = State::eOpen;
+        m_toldFailure = false;
+    } catch (const std::exception& failure) { // its answers may be unreadable, too
+        if (!std::exchange(m_toldFailure, true))
+            logAppUni("NatsChannel", __FILE__, 3, __LINE__,
+                      "partition %u cannot be read now, and is tried again: %s", m_number,
+                      failure.what());
+    }
+}
+
+void NatsPartition::pull() {
+    m_expected = m_reading.options.maxUnacknowledged;
+    m_consumer.pull(m_expected,
+                    m_reading.inbox + std::to_string(m_number) + "." + std::to_string(++m_pull));
+}
+
+void NatsPartition::disturbed(const std::string& why) {
+    logAppUni("NatsChannel", __FILE__, 3, __LINE__,
+              "partition %u begins again behind what was acknowledged: %s", m_number, why.c_str());
+    m_state = State::eOpening;
+    forgetWaiting();
+}
+
+void NatsPartition::forgetWaiting() {
+    for (const Waiting& waiting : m_waiting)
+        m_reading.ledger.remove(waiting.sequence);
+    m_waiting.clear();
+}
+
+void NatsPartition::take(natsMsg* msg, const NatsDelivery& delivery) {
+    if (m_state != State::eOpen || delivery.consumer != m_consumer.name())
+        return; // from before; it is delivered again
+    m_lastHeard = Clock::now();
+    if (delivery.consumerSequence != m_nextDelivery || delivery.times != 1) {
+        disturbed(delivery.times != 1 ? "a message was repeated" : "a message is missing");
+        return;
+    }
+    ++m_nextDelivery;
+    m_expected -= std::min<std::size_t>(m_expected, 1);
+    const std::string acknowledgeTo = natsMsg_GetReply(msg);
+    if (delivery.streamSequence <= m_handedOut) {
+        m_reading.connection.publish(acknowledgeTo, kDone); // the first time, that got lost
+        return;
+    }
+    Waiting waiting{delivery.streamSequence, acknowledgeTo, {}};
+    m_reading.ledger.add(m_number, waiting.sequence, acknowledgeTo);
+    if (!decode(msg, waiting.msg)) {
+        settle(waiting.sequence, acknowledgeTo, kHopeless);
+        return;
+    }
+    waiting.msg.callbackChannel() =
+        NatsReturn{m_reading.connection.address().answers(callerOf(msg)), m_number, m_tenure,
+                   waiting.sequence, acknowledgeTo}
+            .text();
+    m_waiting.push_back(std::move(waiting));
+}
+
+void NatsPartition::takeStatus(natsMsg* msg, unsigned long pull) {
+    if (m_state != State::eOpen || pull != m_pull)
+        return;
+    m_lastHeard = Clock::now();
+    const char* status = "";
+    natsMsgHeader_Get(msg, "Status", &status);
+    const std::string_view code = status;
+    if (code == kTimeOut)
+        m_expected = 0;
+    else if (code != kHeartbeatStatus)
+        disturbed("the engine says " + std::string(code));
+}
+
+bool NatsPartition::decode(natsMsg* msg, CommsChannelDataContainerMessage& result) {
+    std::string why;
+    try {
+        result = decodeMessage(dataOf(msg));
+        why = dataOf(msg).size() > m_reading.options.maxMessageBytes
+                  ? "it has " + std::to_string(dataOf(msg).size()) + " bytes and " +
+                        std::to_string(m_reading.options.maxMessageBytes) + " are the limit"
+                  : whyRefused(result);
+    } catch (const EnvelopeError& failure) {
+        m_reading.counters.refused.refuse(std::string("it cannot be decoded: ") + failure.what());
+        return false;
+    }
+    if (why.empty())
+        return true;
+    m_reading.counters.refused.refuse(why);
+    if (isInvokerRequest(result))
+        m_reading.connection.publish(
+            m_reading.connection.address().answers(callerOf(msg)),
+            encode(Answer{false, result.requestId(), result.sourceChannel(), "",
+                          "the request was refused: " + why}));
+    return false;
+}
+
+void NatsPartition::handOut() {
+    try {
+        for (; !m_waiting.empty() && mayTry(m_waiting.front()); m_waiting.pop_front()) {
+            m_handedOut = m_waiting.front().sequence;
+            ++m_reading.counters.received;
+            m_ready.push_back(std::move(m_waiting.front().msg));
+        }
+    } catch (const NatsError&) {
+        // What is in doubt waits until its attempt can be written down.
+    }
+    if (!m_ready.empty())
+        m_reading.queue.sendWhatFits(m_ready);
+    m_ready.clear(); // not empty only if the queue is closed: then others will read it
+}
+
+/// Messages in doubt run one at a time, so that it is known of which one a host dies.
+bool NatsPartition::mayTry(const Waiting& waiting) {
+    if (waiting.sequence > m_consumer.inDoubt())
+        return true;
+    if (!isIdle())
+        return false;
+    if (m_reading.attempts.begin(m_number, waiting.sequence, m_reading.options.maxDeliveries))
+        return true;
+    giveUp(m_waiting.front());
+    m_waiting.pop_front();
+    return !m_waiting.empty() && mayTry(m_waiting.front());
+}
+
+void NatsPartition::giveUp(Waiting& waiting) {
+    CommsChannelDataContainerMessage& msg = waiting.msg;
+    const std::string text = "given up: its host died " +
+                             std::to_string(m_reading.options.maxDeliveries) +
+                             " times while the request was in work";
+    logAppUni("NatsChannel", __FILE__, 2, __LINE__, "message %llu of '%s', request %ld, %s",
+              static_cast<unsigned long long>(waiting.sequence), msg.sourceChannel().c_str(),
+              msg.requestId(), text.c_str());
+    storeDeadLetter(m_reading.connection, encode(msg), text, waiting.sequence);
+    if (isInvokerRequest(msg))
+        m_reading.connection.publish(NatsReturn::parse(msg.callbackChannel()).value().answersTo,
+                                     encode(Answer{false, msg.requestId(), msg.sourceChannel(), "",
+                                                   "the request was " + text}));
+    m_handedOut = waiting.sequence;
+    settle(waiting.sequence, waiting.acknowledgeTo, kHopeless);
+}
+
+void NatsPartition::settle(std::uint64_t sequence, const std::string& acknowledgeTo,
+                           const char* how) {
+    m_reading.connection.publish(acknowledgeTo, how);
+    m_reading.ledger.remove(sequence);
+}
+
+} // namespace mirel

@@ -1,0 +1,100 @@
+#pragma once
+
+#include "framework/CommsChannelDataContainerMessage.h"
+#include "nats/NatsConsumer.h"
+#include "nats/NatsLedger.h"
+
+#include <cstdint>
+#include <deque>
+#include <nats/nats.h>
+#include <string>
+
+namespace mirel {
+
+class MessageQueue;
+class NatsAttempts;
+class NatsConnection;
+struct ChannelCounters;
+struct NatsDelivery;
+
+/// What the partitions of one channel share. All of it outlives them.
+struct NatsReading {
+    NatsConnection& connection;
+    const NatsChannelOptions& options;
+    MessageQueue& queue; ///< has room for all that can be delivered
+    NatsLedger& ledger;
+    ChannelCounters& counters;
+    NatsAttempts& attempts;
+    std::string inbox; ///< prefix of the subjects that messages are delivered to
+};
+
+/// One partition as its reader sees it: closed, open, or on the way there, which it takes when it is
+/// opened and whenever the engine's delivery is not the next message for the first time (a lost
+/// connection, another leader, a gap, a repetition). It hands out nothing more then, lets what is in
+/// work finish, and begins again behind what was acknowledged. Used by the channel's thread only.
+class NatsPartition {
+public:
+    NatsPartition(const NatsReading& reading, unsigned number);
+
+    /// Opens it as soon as nothing of it is in work.
+    void open(unsigned long tenure);
+
+    /// Hands out nothing more.
+    void close();
+
+    /// That it was opened for; 0: it is closed.
+    unsigned long tenure() const { return m_tenure; }
+
+    /// Whether nothing is in work that was handed out.
+    bool isIdle() const;
+
+    /// Deletes its consumer, so that a successor need not doubt anything. Closed and idle only.
+    void leave() { m_consumer.remove(); }
+
+    /// A message that was delivered to this partition.
+    void take(natsMsg* msg, const NatsDelivery& delivery);
+
+    /// What the engine says about the pull with that number.
+    void takeStatus(natsMsg* msg, unsigned long pull);
+
+    /// Hands out what has been taken, and looks after the rest. To be called again and again.
+    void tick(unsigned long connectionLosses);
+
+private:
+    using Clock = NatsLedger::Clock;
+
+    enum class State { eClosed, eOpening, eOpen };
+
+    struct Waiting {
+        std::uint64_t sequence;
+        std::string acknowledgeTo;
+        CommsChannelDataContainerMessage msg;
+    };
+
+    void tryToOpen();
+    void pull();
+    void disturbed(const std::string& why);
+    void forgetWaiting();
+    bool decode(natsMsg* msg, CommsChannelDataContainerMessage& result);
+    void handOut();
+    bool mayTry(const Waiting& waiting);
+    void giveUp(Waiting& waiting);
+    void settle(std::uint64_t sequence, const std::string& acknowledgeTo, const char* how);
+
+    const NatsReading& m_reading;
+    const unsigned m_number;
+    NatsConsumer m_consumer;
+    State m_state = State::eClosed;
+    unsigned long m_tenure = 0;
+    unsigned long m_pull = 0;   ///< number of the last one, the last token of its inbox
+    std::size_t m_expected = 0; ///< messages that it will still bring
+    unsigned long m_connectionLosses = 0;
+    std::uint64_t m_nextDelivery = 1; ///< consumer sequence
+    std::uint64_t m_handedOut = 0; ///< greatest stream sequence; all before it were handed out too
+    Clock::time_point m_lastHeard{};
+    bool m_toldFailure = false;
+    std::deque<Waiting> m_waiting; ///< taken, in the ledger, and not handed out yet
+    std::deque<CommsChannelDataContainerMessage> m_ready;
+};
+
+} // namespace mirel

@@ -1,0 +1,143 @@
+#include "nats/NatsPublisher.h"
+
+#include "framework/Logging.h"
+#include "framework/Threader.h"
+#include "nats/NatsConnection.h"
+#include "standalone/PendingWakeUps.h"
+
+#include <csignal>
+#include <nlohmann/json.hpp>
+#include <string_view>
+#include <utility>
+
+namespace mirel {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr std::int64_t kTickMs = 50;
+constexpr milliseconds kConfirmation{2000}; ///< after which a message is sent once more
+constexpr milliseconds kAfterRefusal{100};  ///< the same when it was refused
+constexpr milliseconds kLast{2000};
+
+} // namespace
+
+NatsPublisher::NatsPublisher(NatsConnection& connection, std::size_t most)
+    : m_connection(connection),
+      m_most(most) {
+    subscribe();
+    unsigned long threadId = 0;
+    Threader().createThread(threadId, this, "", 0, 0);
+}
+
+NatsPublisher::~NatsPublisher() {
+    {
+        std::unique_lock lock(m_mutex);
+        m_confirmed.wait_for(lock, kLast, [this] { return m_unconfirmed == 0; });
+    }
+    m_stop = true;
+    waitForThreadCompletion();
+    natsSubscription_Unsubscribe(m_subscription.get());
+}
+
+void NatsPublisher::subscribe() {
+    natsInbox* inbox = nullptr;
+    if (natsInbox_Create(&inbox) != NATS_OK)
+        throw NatsError(0, "there is no memory for an inbox");
+    m_inbox = std::string(inbox) + ".";
+    natsInbox_Destroy(inbox);
+    natsSubscription* made = nullptr;
+    const natsStatus status =
+        natsConnection_SubscribeSync(&made, m_connection.get(), (m_inbox + "*").c_str());
+    m_subscription.reset(made);
+    if (status != NATS_OK)
+        throw NatsError(0, natsStatus_GetText(status));
+    natsSubscription_SetPendingLimits(made, -1, -1); // bounded by what is not confirmed
+}
+
+bool NatsPublisher::send(Message message, milliseconds patience) {
+    PendingWakeUps::ofThisThread().issue();
+    std::unique_lock lock(m_mutex);
+    if (!m_confirmed.wait_for(lock, patience, [this] { return m_unconfirmed < m_most; }))
+        return false;
+    ++m_unconfirmed;
+    Source& source = m_sources[message.source];
+    source.messages.push_back(std::move(message));
+    if (source.messages.size() == 1)
+        transmit(source);
+    return true;
+}
+
+MirelThreadPriority NatsPublisher::getThreadPriorityForPlatform() { return ePriorityNormal; }
+
+std::string NatsPublisher::type() { return "mirel-publish"; }
+
+void NatsPublisher::run() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, nullptr); // signals are for the program's own threads
+    while (!m_stop) {
+        natsMsg* msg = nullptr;
+        if (natsSubscription_NextMsg(&msg, m_subscription.get(), kTickMs) == NATS_OK) {
+            const NatsMessage owned(msg);
+            confirm(msg);
+        }
+        repeatOverdue();
+    }
+}
+
+/// The engine's answer: stored, known already, or not now.
+void NatsPublisher::confirm(natsMsg* msg) {
+    const auto answer = nlohmann::json::parse(
+        std::string_view(natsMsg_GetData(msg),
+                         static_cast<std::size_t>(natsMsg_GetDataLength(msg))),
+        nullptr, false);
+    const bool stored = answer.is_object() && !answer.contains("error");
+
+    const std::lock_guard lock(m_mutex);
+    const auto expected = m_expected.find(natsMsg_GetSubject(msg));
+    if (expected == m_expected.end())
+        return; // of a transmission before the last
+    const auto found = m_sources.find(expected->second);
+    Source& source = found->second;
+    if (!stored) {
+        source.sent = Clock::now() - kConfirmation + kAfterRefusal;
+        return;
+    }
+    m_expected.erase(expected);
+    source.messages.pop_front();
+    --m_unconfirmed;
+    m_confirmed.notify_all();
+    if (source.messages.empty())
+        m_sources.erase(found);
+    else
+        transmit(source);
+}
+
+void NatsPublisher::repeatOverdue() {
+    const Clock::time_point due = Clock::now() - kConfirmation;
+    const std::lock_guard lock(m_mutex);
+    for (auto& [name, source] : m_sources)
+        if (source.sent <= due)
+            transmit(source);
+}
+
+/// The caller holds m_mutex. What cannot be sent now is overdue in its time.
+void NatsPublisher::transmit(Source& source) {
+    const Message& message = source.messages.front();
+    m_expected.erase(source.replyTo);
+    source.replyTo = m_inbox + std::to_string(++m_transmissions);
+    m_expected[source.replyTo] = message.source;
+    source.sent = Clock::now();
+
+    natsMsg* made = nullptr;
+    if (natsMsg_Create(&made, message.subject.c_str(), source.replyTo.c_str(), message.bytes.data(),
+                       static_cast<int>(message.bytes.size())) != NATS_OK)
+        return;
+    const NatsMessage owned(made);
+    natsMsgHeader_Set(made, "Nats-Msg-Id", message.id.c_str());
+    natsConnection_PublishMsg(m_connection.get(), made);
+}
+
+} // namespace mirel

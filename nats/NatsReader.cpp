@@ -1,0 +1,159 @@
+#include "nats/NatsReader.h"
+
+#include "framework/Logging.h"
+#include "framework/Threader.h"
+#include "nats/NatsConnection.h"
+#include "nats/NatsDelivery.h"
+
+#include <charconv>
+#include <csignal>
+#include <string_view>
+#include <utility>
+
+namespace mirel {
+
+namespace {
+
+constexpr std::int64_t kTickMs = 100;
+constexpr int kBatch = 256; ///< messages taken before the partitions are looked after
+constexpr const char* kInProgress = "+WPI";
+
+std::string newInbox() {
+    natsInbox* made = nullptr;
+    if (natsInbox_Create(&made) != NATS_OK)
+        throw NatsError(0, "there is no memory for an inbox");
+    std::string inbox = std::string(made) + ".";
+    natsInbox_Destroy(made);
+    return inbox;
+}
+
+/// The number that ends at the end of the text or before the next point; both are cut off.
+unsigned long cutNumber(std::string_view& text) {
+    unsigned long number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+    if (!text.empty())
+        text.remove_prefix(1);
+    return number;
+}
+
+} // namespace
+
+NatsReader::NatsReader(NatsConnection& connection, const NatsChannelOptions& options,
+                       MessageQueue& queue, NatsLedger& ledger, ChannelCounters& counters)
+    : m_attempts(connection, options.stream.replicas),
+      m_reading{connection, options, queue, ledger, counters, m_attempts, newInbox()},
+      m_leases(connection, options) {
+    for (unsigned number = 0; number < options.stream.partitions; ++number)
+        m_partitions.emplace_back(m_reading, number);
+    subscribe();
+    unsigned long threadId = 0;
+    Threader().createThread(threadId, this, "", 0, 0);
+}
+
+NatsReader::~NatsReader() {
+    m_stop = true;
+    waitForThreadCompletion(); // one tick at most, unless the engine is asked just now
+    natsSubscription_Unsubscribe(m_subscription.get());
+}
+
+void NatsReader::subscribe() {
+    natsSubscription* made = nullptr;
+    const natsStatus status = natsConnection_SubscribeSync(&made, m_reading.connection.get(),
+                                                           (m_reading.inbox + "*.*").c_str());
+    m_subscription.reset(made);
+    if (status != NATS_OK)
+        throw NatsError(0, natsStatus_GetText(status));
+    // What the engine delivers is bounded by what is not acknowledged; the library must drop none.
+    natsSubscription_SetPendingLimits(made, -1, -1);
+}
+
+MirelThreadPriority NatsReader::getThreadPriorityForPlatform() {
+    return ePriorityHigh; // what is in work is reported from here
+}
+
+std::string NatsReader::type() { return "mirel-nats"; }
+
+void NatsReader::run() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, nullptr); // signals are for the program's own threads
+    while (!m_stop) {
+        for (unsigned number = 0; number < m_partitions.size(); ++number)
+            follow(m_partitions[number], number);
+        tellProgress();
+        receiveSome();
+    }
+    leaveAll();
+}
+
+void NatsReader::follow(NatsPartition& partition, unsigned number) {
+    const unsigned long tenure = m_leases.tenure(number);
+    const bool surplus = m_leases.isSurplus(number);
+    if (partition.tenure() != 0 && (partition.tenure() != tenure || surplus))
+        partition.close();
+    if (tenure != 0 && surplus && partition.isIdle()) {
+        m_reading.connection.flush(std::chrono::milliseconds(kTickMs));
+        partition.leave();
+        m_leases.giveBack(number);
+    } else if (tenure != 0 && !surplus && partition.tenure() == 0) {
+        partition.open(tenure);
+    }
+    partition.tick(m_reading.connection.losses());
+}
+
+void NatsReader::receiveSome() {
+    std::int64_t patience = kTickMs;
+    for (int received = 0; received < kBatch; ++received) {
+        natsMsg* msg = nullptr;
+        if (natsSubscription_NextMsg(&msg, m_subscription.get(), patience) != NATS_OK)
+            return;
+        const NatsMessage owned(msg);
+        take(msg);
+        patience = 0;
+    }
+}
+
+void NatsReader::take(natsMsg* msg) {
+    const char* const reply = natsMsg_GetReply(msg);
+    if (const auto delivery = NatsDelivery::parse(reply ? reply : "")) {
+        // SERVICE.requests.PARTITION.CALLER
+        std::string_view subject = natsMsg_GetSubject(msg);
+        const std::size_t fixed =
+            m_reading.connection.address().stream().size() + std::string_view(".requests.").size();
+        subject.remove_prefix(std::min(subject.size(), fixed));
+        if (const unsigned long number = cutNumber(subject); number < m_partitions.size())
+            m_partitions[number].take(msg, *delivery);
+        return;
+    }
+    // INBOX.PARTITION.PULL
+    std::string_view subject = natsMsg_GetSubject(msg);
+    subject.remove_prefix(std::min(subject.size(), m_reading.inbox.size()));
+    const unsigned long number = cutNumber(subject);
+    if (number < m_partitions.size())
+        m_partitions[number].takeStatus(msg, cutNumber(subject));
+}
+
+void NatsReader::tellProgress() {
+    const auto now = NatsLedger::Clock::now();
+    if (now < m_nextProgress)
+        return;
+    const auto half = m_reading.options.acknowledgeWithin / 2;
+    m_nextProgress = now + half / 4;
+    for (const std::string& acknowledgeTo : m_reading.ledger.silentFor(half))
+        m_reading.connection.publish(acknowledgeTo, kInProgress);
+}
+
+void NatsReader::leaveAll() {
+    m_reading.connection.flush(std::chrono::milliseconds(kTickMs));
+    for (unsigned number = 0; number < m_partitions.size(); ++number) {
+        NatsPartition& partition = m_partitions[number];
+        if (partition.tenure() == 0)
+            continue;
+        partition.close();
+        if (partition.isIdle())
+            partition.leave();
+    }
+}
+
+} // namespace mirel

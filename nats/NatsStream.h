@@ -1,0 +1,29 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+namespace mirel {
+
+class NatsConnection;
+
+struct NatsStreamOptions {
+    unsigned partitions = 1;                   ///< 1 to 1000
+    int replicas = 1;                          ///< 1, 3 or 5: servers that keep each message
+    std::chrono::seconds duplicateWindow{120}; ///< a repeated message is known within it
+};
+
+/// Makes the service's stream, and the one for messages that were given up, where they are missing.
+/// Waits at most `patience` for a cluster that has no leader yet. `MirelException` when a stream is
+/// there with other settings, or cannot be made.
+void provideStream(NatsConnection& connection, const NatsStreamOptions& options,
+                   std::chrono::milliseconds patience);
+
+/// How many partitions the service has. `MirelException` when it has no stream within `patience`.
+unsigned partitionsOf(NatsConnection& connection, std::chrono::milliseconds patience);
+
+/// The partition of a source channel: the same for all callers, for ever. FNV-1a, 64 bits (Fowler,
+/// Noll, Vo).
+unsigned partitionOf(const std::string& sourceChannel, unsigned partitions);
+
+} // namespace mirel

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "tests/system/Programs.h"
+
+#include <arpa/inet.h>
+#include <fstream>
+#include <memory>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+namespace mirel {
+
+/// A port of this machine that nobody uses now.
+inline int freePort() {
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    auto* const any = reinterpret_cast<sockaddr*>(&address);
+    const bool good = bind(listener, any, size) == 0 && getsockname(listener, any, &size) == 0;
+    close(listener);
+    if (!good)
+        throw std::system_error(errno, std::generic_category(), "a free port");
+    return ntohs(address.sin_port);
+}
+
+/// A NATS server with a store of its own, which stays when it is killed.
+class NatsServer {
+public:
+    /// `more` is added to its configuration.
+    explicit NatsServer(const std::string& more = "") {
+        std::ofstream(m_folder.path("conf"))
+            << "listen: \"127.0.0.1:" << m_port << "\"\njetstream { store_dir: \""
+            << m_folder.path("store") << "\" }\n"
+            << more;
+        start();
+    }
+
+    void start() {
+        m_process.emplace(
+            Arguments{MIREL_NATS_SERVER, "-c", m_folder.path("conf"), "-l", m_folder.path("log")});
+    }
+    void kill() { m_process.reset(); }
+
+    std::string url(const std::string& service = "service") const {
+        return "nats://127.0.0.1:" + std::to_string(m_port) + "/" + service;
+    }
+
+private:
+    const TemporaryFolder m_folder;
+    const int m_port = freePort();
+    std::optional<Process> m_process;
+};
+
+} // namespace mirel

@@ -1,0 +1,19 @@
+#include "engine/Engine.h"
+
+#include "nats/NatsCaller.h"
+#include "nats/NatsChannel.h"
+
+namespace mirel {
+
+ServedChannel openNatsChannel(const NatsChannelOptions& options) {
+    auto channel = std::make_unique<NatsChannel>(options);
+    std::string url = channel->url();
+    auto counters = channel->counters();
+    return {std::move(channel), std::move(url), std::move(counters)};
+}
+
+std::unique_ptr<Caller> newNatsCaller(const NatsCallerOptions& options) {
+    return std::make_unique<NatsCaller>(options);
+}
+
+} // namespace mirel

@@ -1,0 +1,24 @@
+#include "engine/Engine.h"
+
+#include "framework/CommsChannelIfc.h"
+#include "framework/MirelException.h"
+#include "standalone/Caller.h"
+
+namespace mirel {
+
+namespace {
+
+[[noreturn]] void fail(const std::string& url) {
+    throw MirelException(url + ": this program was built without NATS (MIREL_NATS)", __FILE__,
+                         __LINE__);
+}
+
+} // namespace
+
+ServedChannel openNatsChannel(const NatsChannelOptions& options) { fail(options.connection.url); }
+
+std::unique_ptr<Caller> newNatsCaller(const NatsCallerOptions& options) {
+    fail(options.connection.url);
+}
+
+} // namespace mirel
