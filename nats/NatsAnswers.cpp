@@ -11,13 +11,23 @@
 
 namespace mirel {
 
+namespace {
+
+constexpr std::chrono::milliseconds kConfirmation{
+    1000}; ///< after which an answer is sent once more
+constexpr std::chrono::seconds kGivenUp{30};
+
+} // namespace
+
 NatsAnswers::NatsAnswers(std::shared_ptr<NatsConnection> connection,
                          std::shared_ptr<NatsLedger> ledger,
-                         std::shared_ptr<ChannelCounters> counters, std::size_t maxAnswerBytes)
+                         std::shared_ptr<ChannelCounters> counters, std::size_t maxAnswerBytes,
+                         std::string inbox)
     : m_connection(std::move(connection)),
       m_ledger(std::move(ledger)),
       m_counters(std::move(counters)),
-      m_maxAnswerBytes(maxAnswerBytes) {}
+      m_maxAnswerBytes(maxAnswerBytes),
+      m_inbox(std::move(inbox)) {}
 
 void NatsAnswers::answer(Answer answer) {
     const auto way = NatsReturn::parse(answer.callbackChannel);
@@ -33,13 +43,23 @@ void NatsAnswers::answer(Answer answer) {
                       std::to_string(most) + " are the limit";
         bytes = encode(answer);
     }
+    {
+        const std::lock_guard lock(m_mutex);
+        const auto now = Clock::now();
+        const auto kept = m_unconfirmed.emplace(
+            ++m_last, Unconfirmed{way->answersTo, std::move(bytes), now, now});
+        send(m_last, kept.first->second);
+    }
+    ++m_counters->answersSent;
     // The answer first: whoever dies between the two leaves a request that is run again, and not one
     // that is never answered.
-    if (m_connection->publish(way->answersTo, bytes))
-        ++m_counters->answersSent;
-    else
-        m_counters->answersDropped.refuse("there is no connection, and no room to keep it");
     acknowledge(answer.callbackChannel);
+}
+
+/// What cannot be sent now is repeated in its time.
+void NatsAnswers::send(std::uint64_t number, const Unconfirmed& answer) {
+    m_connection->publish(answer.answersTo, answer.bytes,
+                          m_inbox + "answers." + std::to_string(number));
 }
 
 void NatsAnswers::acknowledge(const std::string& callbackChannel) {
@@ -47,7 +67,36 @@ void NatsAnswers::acknowledge(const std::string& callbackChannel) {
     if (!way)
         return;
     m_connection->publish(way->acknowledgeTo, "+ACK");
-    m_ledger->remove(way->streamSequence);
+    if (m_ledger->remove(way->streamSequence))
+        m_connection->publish(m_inbox + "wake.0", "");
+}
+
+void NatsAnswers::confirmed(std::uint64_t number) {
+    const std::lock_guard lock(m_mutex);
+    m_unconfirmed.erase(number);
+}
+
+void NatsAnswers::repeat() {
+    const std::lock_guard lock(m_mutex);
+    const auto now = Clock::now();
+    for (auto next = m_unconfirmed.begin(); next != m_unconfirmed.end();) {
+        auto& [number, answer] = *next;
+        if (now - answer.given >= kGivenUp) {
+            m_counters->answersDropped.refuse("its caller does not confirm it");
+            next = m_unconfirmed.erase(next);
+            continue;
+        }
+        if (now - answer.sent >= kConfirmation) {
+            answer.sent = now;
+            send(number, answer);
+        }
+        ++next;
+    }
+}
+
+bool NatsAnswers::allConfirmed() const {
+    const std::lock_guard lock(m_mutex);
+    return m_unconfirmed.empty();
 }
 
 } // namespace mirel

@@ -2,6 +2,10 @@
 
 #include "standalone/AnswerSink.h"
 
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -12,22 +16,52 @@ class NatsConnection;
 class NatsLedger;
 struct ChannelCounters;
 
-/// Sends answers to their callers and acknowledges what they answer. Any thread.
+/// Sends answers to their callers and acknowledges the requests. An answer is repeated until its
+/// caller has confirmed it, because the engine forgets a message for somebody who is not connected
+/// just then; but it is kept only here, and for a limited time. So answers may overtake each other,
+/// and the caller puts them in their order again. Any thread.
 class NatsAnswers : public AnswerSink {
 public:
+    /// Confirmations come to `inbox`answers.NUMBER, and `inbox`wake.0 wakes the channel's thread.
     NatsAnswers(std::shared_ptr<NatsConnection> connection, std::shared_ptr<NatsLedger> ledger,
-                std::shared_ptr<ChannelCounters> counters, std::size_t maxAnswerBytes);
+                std::shared_ptr<ChannelCounters> counters, std::size_t maxAnswerBytes,
+                std::string inbox);
 
     void answer(Answer answer) override;
 
     /// Acknowledges a message that has no answer, by what it carries as its callback channel.
     void acknowledge(const std::string& callbackChannel);
 
+    void confirmed(std::uint64_t number);
+
+    /// Sends what has not been confirmed in time once more, or gives it up. To be called again and
+    /// again, until nobody waits for an answer any more.
+    void repeat();
+
+    bool allConfirmed() const;
+
 private:
+    using Clock = std::chrono::steady_clock;
+
+    struct Unconfirmed {
+        std::string answersTo;
+        std::string bytes;
+        Clock::time_point given;
+        Clock::time_point sent;
+    };
+
+    void send(std::uint64_t number, const Unconfirmed& answer);
+
     const std::shared_ptr<NatsConnection> m_connection;
     const std::shared_ptr<NatsLedger> m_ledger;
     const std::shared_ptr<ChannelCounters> m_counters;
     const std::size_t m_maxAnswerBytes;
+    const std::string m_inbox;
+
+    // Guarded by m_mutex.
+    mutable std::mutex m_mutex;
+    std::uint64_t m_last = 0;                           ///< number given
+    std::map<std::uint64_t, Unconfirmed> m_unconfirmed; ///< by number
 };
 
 } // namespace mirel

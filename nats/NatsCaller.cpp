@@ -6,6 +6,7 @@
 #include "nats/NatsPublisher.h"
 #include "nats/NatsStream.h"
 #include "standalone/Envelope.h"
+#include "standalone/MessageRules.h"
 #include "standalone/PendingWakeUps.h"
 
 #include <algorithm>
@@ -72,6 +73,8 @@ bool NatsCaller::send(CommsChannelDataContainerMessage& msg, std::chrono::millis
         fail("the message has " + std::to_string(bytes.size()) + " bytes and " +
              std::to_string(most) + " are the limit");
     const std::string& source = msg.sourceChannel();
+    if (isInvokerRequest(msg))
+        m_order.sent(source, msg.requestId());
     return m_publisher->send(
         {source, m_connection->address().requests(partitionOf(source, m_partitions), m_name),
          m_name + "." + std::to_string(msg.requestId()), std::move(bytes)},
@@ -79,14 +82,32 @@ bool NatsCaller::send(CommsChannelDataContainerMessage& msg, std::chrono::millis
 }
 
 std::optional<Answer> NatsCaller::receive(std::chrono::milliseconds patience) {
+    using std::chrono::milliseconds;
     PendingWakeUps::ofThisThread().issue();
-    natsMsg* msg = nullptr;
-    if (natsSubscription_NextMsg(&msg, m_answers.get(), patience.count()) != NATS_OK)
-        return std::nullopt;
-    const NatsMessage owned(msg);
+    const auto deadline = NatsAnswerOrder::Clock::now() + patience;
+    for (;;) {
+        if (std::optional<Answer> answer = m_order.next())
+            return answer;
+        const auto now = NatsAnswerOrder::Clock::now();
+        const auto until = std::min(deadline, m_order.nextChange().value_or(deadline));
+        natsMsg* msg = nullptr;
+        const natsStatus status = natsSubscription_NextMsg(
+            &msg, m_answers.get(),
+            std::chrono::ceil<milliseconds>(std::max(until - now, {})).count());
+        const NatsMessage owned(msg);
+        if (status == NATS_OK)
+            take(msg);
+        else if (now >= deadline)
+            return std::nullopt;
+    }
+}
+
+void NatsCaller::take(natsMsg* msg) {
+    if (const char* const confirmTo = natsMsg_GetReply(msg))
+        m_connection->publish(confirmTo, "+OK");
     try {
-        return decodeAnswer(std::string_view(natsMsg_GetData(msg),
-                                             static_cast<std::size_t>(natsMsg_GetDataLength(msg))));
+        m_order.came(decodeAnswer(std::string_view(
+            natsMsg_GetData(msg), static_cast<std::size_t>(natsMsg_GetDataLength(msg)))));
     } catch (const EnvelopeError& failure) {
         fail(std::string("the service sent something that is no answer: ") + failure.what());
     }

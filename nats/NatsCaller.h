@@ -1,5 +1,6 @@
 #pragma once
 
+#include "nats/NatsAnswerOrder.h"
 #include "nats/NatsCallerOptions.h"
 #include "nats/NatsHandles.h"
 #include "standalone/Caller.h"
@@ -30,11 +31,14 @@ public:
     bool connected() override;
 
 private:
+    void take(natsMsg* msg);
+
     const NatsCallerOptions m_options;
     const std::string m_name;
     const std::unique_ptr<NatsConnection> m_connection;
     unsigned m_partitions = 0;
     NatsSubscription m_answers;
+    NatsAnswerOrder m_order;
     std::unique_ptr<NatsPublisher> m_publisher;
 };
 

@@ -5,6 +5,7 @@
 #include "nats/NatsAnswers.h"
 #include "nats/NatsConnection.h"
 #include "nats/NatsDelivery.h"
+#include "nats/NatsInbox.h"
 #include "nats/NatsLedger.h"
 #include "nats/NatsReader.h"
 #include "standalone/ChannelCounters.h"
@@ -44,12 +45,13 @@ NatsChannel::NatsChannel(const NatsChannelOptions& options)
       m_queue(
           std::make_unique<MessageQueue>(options.maxUnacknowledged * options.stream.partitions)),
       m_connection(std::make_shared<NatsConnection>(options.connection)),
+      m_inbox(newInbox()),
       m_answers(std::make_shared<NatsAnswers>(m_connection, m_ledger, m_counters,
-                                              options.maxMessageBytes)) {
+                                              options.maxMessageBytes, m_inbox)) {
     provideStream(*m_connection, options.stream, options.connection.patience);
     try {
         m_reader = std::make_unique<NatsReader>(*m_connection, m_options, *m_queue, *m_ledger,
-                                                *m_counters);
+                                                *m_counters, *m_answers, m_inbox);
     } catch (const NatsError& failure) {
         throw MirelException("the service at " + url() + " cannot be read: " + failure.what(),
                              __FILE__, __LINE__);
@@ -67,7 +69,7 @@ bool NatsChannel::readMessage(CommsChannelDataContainerMessage& msg) {
             break;
         // It is another host's by now, or again ours but out of its turn.
         if (const auto way = NatsReturn::parse(msg.callbackChannel()))
-            m_ledger->remove(way->streamSequence);
+            m_ledger->drop(way->streamSequence);
     }
     m_lastRead = msg.callbackChannel();
     return true;

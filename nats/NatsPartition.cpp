@@ -21,6 +21,7 @@ namespace {
 
 constexpr int kHeartbeatsMissed = 3;
 constexpr std::chrono::milliseconds kFlush{1000};
+constexpr std::size_t kManySources = 10000; ///< from which on those are forgotten that were silent
 
 // What the engine says about a pull; anything else ends it for good.
 constexpr std::string_view kHeartbeatStatus = "100";
@@ -50,7 +51,6 @@ NatsPartition::NatsPartition(const NatsReading& reading, unsigned number)
 void NatsPartition::open(unsigned long tenure) {
     m_tenure = tenure;
     m_state = State::eOpening;
-    m_handedOut = 0; // some of it may have been left to others since
 }
 
 void NatsPartition::close() {
@@ -82,6 +82,8 @@ void NatsPartition::tryToOpen() {
     try {
         if (!m_reading.connection.flush(kFlush)) // the last acknowledgements
             return;
+        if (const std::uint64_t dropped = m_reading.ledger.takeFirstDropped(m_number))
+            m_handedOut = std::min(m_handedOut, dropped - 1);
         m_consumer.renew();
         m_nextDelivery = 1;
         m_expected = 0;
@@ -136,11 +138,34 @@ void NatsPartition::take(natsMsg* msg, const NatsDelivery& delivery) {
         settle(waiting.sequence, acknowledgeTo, kHopeless);
         return;
     }
+    if (isStoredTwice(msg, waiting)) {
+        settle(waiting.sequence, acknowledgeTo, kDone);
+        return;
+    }
     waiting.msg.callbackChannel() =
         NatsReturn{m_reading.connection.address().answers(callerOf(msg)), m_number, m_tenure,
                    waiting.sequence, acknowledgeTo}
             .text();
     m_waiting.push_back(std::move(waiting));
+}
+
+/// A server that was killed knows the ids of those messages only that it still holds, and stores one
+/// again whose caller has not heard of the first time. Since a caller has one message of a source on
+/// its way, that one follows the first directly among those of both.
+bool NatsPartition::isStoredTwice(natsMsg* msg, Waiting& waiting) {
+    const char* id = nullptr;
+    if (natsMsgHeader_Get(msg, "Nats-Msg-Id", &id) != NATS_OK)
+        return false;
+    const auto now = Clock::now();
+    if (m_lastStored.size() >= kManySources)
+        std::erase_if(m_lastStored, [&](const auto& entry) {
+            return now - entry.second.taken > m_reading.options.stream.duplicateWindow;
+        });
+    Stored& last = m_lastStored[callerOf(msg) + ' ' + waiting.msg.sourceChannel()];
+    const bool again = last.id == id && last.sequence < waiting.sequence;
+    if (!again)
+        last = {id, waiting.sequence, now};
+    return again;
 }
 
 void NatsPartition::takeStatus(natsMsg* msg, unsigned long pull) {
@@ -198,6 +223,7 @@ void NatsPartition::handOut() {
 bool NatsPartition::mayTry(const Waiting& waiting) {
     if (waiting.sequence > m_consumer.inDoubt())
         return true;
+    m_reading.ledger.wakeReader(m_number); // asked for first, or it may become idle in between
     if (!isIdle())
         return false;
     if (m_reading.attempts.begin(m_number, waiting.sequence, m_reading.options.maxDeliveries))

@@ -8,6 +8,7 @@
 #include <deque>
 #include <nats/nats.h>
 #include <string>
+#include <unordered_map>
 
 namespace mirel {
 
@@ -71,10 +72,18 @@ private:
         CommsChannelDataContainerMessage msg;
     };
 
+    /// The last message of one caller and one source.
+    struct Stored {
+        std::string id;
+        std::uint64_t sequence = 0;
+        Clock::time_point taken{};
+    };
+
     void tryToOpen();
     void pull();
     void disturbed(const std::string& why);
     void forgetWaiting();
+    bool isStoredTwice(natsMsg* msg, Waiting& waiting);
     bool decode(natsMsg* msg, CommsChannelDataContainerMessage& result);
     void handOut();
     bool mayTry(const Waiting& waiting);
@@ -90,9 +99,12 @@ private:
     std::size_t m_expected = 0; ///< messages that it will still bring
     unsigned long m_connectionLosses = 0;
     std::uint64_t m_nextDelivery = 1; ///< consumer sequence
-    std::uint64_t m_handedOut = 0; ///< greatest stream sequence; all before it were handed out too
+    /// Every message up to this one in the stream was handed out here, or never delivered here. What
+    /// is delivered once more has run, or it was dropped, which lowers this.
+    std::uint64_t m_handedOut = 0;
     Clock::time_point m_lastHeard{};
     bool m_toldFailure = false;
+    std::unordered_map<std::string, Stored> m_lastStored;
     std::deque<Waiting> m_waiting; ///< taken, in the ledger, and not handed out yet
     std::deque<CommsChannelDataContainerMessage> m_ready;
 };

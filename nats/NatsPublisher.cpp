@@ -3,6 +3,7 @@
 #include "framework/Logging.h"
 #include "framework/Threader.h"
 #include "nats/NatsConnection.h"
+#include "nats/NatsInbox.h"
 #include "standalone/PendingWakeUps.h"
 
 #include <csignal>
@@ -42,11 +43,7 @@ NatsPublisher::~NatsPublisher() {
 }
 
 void NatsPublisher::subscribe() {
-    natsInbox* inbox = nullptr;
-    if (natsInbox_Create(&inbox) != NATS_OK)
-        throw NatsError(0, "there is no memory for an inbox");
-    m_inbox = std::string(inbox) + ".";
-    natsInbox_Destroy(inbox);
+    m_inbox = newInbox();
     natsSubscription* made = nullptr;
     const natsStatus status =
         natsConnection_SubscribeSync(&made, m_connection.get(), (m_inbox + "*").c_str());

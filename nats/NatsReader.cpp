@@ -2,6 +2,7 @@
 
 #include "framework/Logging.h"
 #include "framework/Threader.h"
+#include "nats/NatsAnswers.h"
 #include "nats/NatsConnection.h"
 #include "nats/NatsDelivery.h"
 
@@ -15,17 +16,9 @@ namespace mirel {
 namespace {
 
 constexpr std::int64_t kTickMs = 100;
+constexpr std::chrono::seconds kLinger{1}; ///< for the last answers to be confirmed
 constexpr int kBatch = 256; ///< messages taken before the partitions are looked after
 constexpr const char* kInProgress = "+WPI";
-
-std::string newInbox() {
-    natsInbox* made = nullptr;
-    if (natsInbox_Create(&made) != NATS_OK)
-        throw NatsError(0, "there is no memory for an inbox");
-    std::string inbox = std::string(made) + ".";
-    natsInbox_Destroy(made);
-    return inbox;
-}
 
 /// The number that ends at the end of the text or before the next point; both are cut off.
 unsigned long cutNumber(std::string_view& text) {
@@ -40,9 +33,11 @@ unsigned long cutNumber(std::string_view& text) {
 } // namespace
 
 NatsReader::NatsReader(NatsConnection& connection, const NatsChannelOptions& options,
-                       MessageQueue& queue, NatsLedger& ledger, ChannelCounters& counters)
+                       MessageQueue& queue, NatsLedger& ledger, ChannelCounters& counters,
+                       NatsAnswers& answers, const std::string& inbox)
     : m_attempts(connection, options.stream.replicas),
-      m_reading{connection, options, queue, ledger, counters, m_attempts, newInbox()},
+      m_answers(answers),
+      m_reading{connection, options, queue, ledger, counters, m_attempts, inbox},
       m_leases(connection, options) {
     for (unsigned number = 0; number < options.stream.partitions; ++number)
         m_partitions.emplace_back(m_reading, number);
@@ -82,9 +77,13 @@ void NatsReader::run() {
         for (unsigned number = 0; number < m_partitions.size(); ++number)
             follow(m_partitions[number], number);
         tellProgress();
+        m_answers.repeat();
         receiveSome();
     }
     leaveAll();
+    const auto deadline = NatsLedger::Clock::now() + kLinger;
+    while (!m_answers.allConfirmed() && NatsLedger::Clock::now() < deadline)
+        receiveSome();
 }
 
 void NatsReader::follow(NatsPartition& partition, unsigned number) {
@@ -126,9 +125,23 @@ void NatsReader::take(natsMsg* msg) {
             m_partitions[number].take(msg, *delivery);
         return;
     }
-    // INBOX.PARTITION.PULL
+    takeOwn(msg);
+}
+
+/// INBOX.PARTITION.PULL, INBOX.answers.NUMBER or INBOX.wake.0
+void NatsReader::takeOwn(natsMsg* msg) {
     std::string_view subject = natsMsg_GetSubject(msg);
     subject.remove_prefix(std::min(subject.size(), m_reading.inbox.size()));
+    constexpr std::string_view answers = "answers.";
+    if (subject.starts_with(answers)) {
+        subject.remove_prefix(answers.size());
+        // Without a body it may be the engine's word that the caller is not there now.
+        if (natsMsg_GetDataLength(msg) > 0)
+            m_answers.confirmed(cutNumber(subject));
+        return;
+    }
+    if (subject.starts_with("wake."))
+        return;
     const unsigned long number = cutNumber(subject);
     if (number < m_partitions.size())
         m_partitions[number].takeStatus(msg, cutNumber(subject));

@@ -11,15 +11,19 @@
 
 namespace mirel {
 
+class NatsAnswers;
+
 /// The thread of a channel: reads the partitions that are this process's and puts what they deliver
 /// into the queue, and tells the engine what is still in work.
 class NatsReader : public Threadable {
 public:
     /// Starts the thread. `NatsError`. The other objects must outlive this one.
     NatsReader(NatsConnection& connection, const NatsChannelOptions& options, MessageQueue& queue,
-               NatsLedger& ledger, ChannelCounters& counters);
+               NatsLedger& ledger, ChannelCounters& counters, NatsAnswers& answers,
+               const std::string& inbox);
 
-    /// Ends the thread, and gives the partitions back. What is not acknowledged by then is left to
+    /// Ends the thread, when the answers are confirmed or after a bounded time, and gives the
+    /// partitions back. What is not acknowledged by then is left to
     /// others.
     ~NatsReader() override;
 
@@ -34,10 +38,12 @@ private:
     void follow(NatsPartition& partition, unsigned number);
     void receiveSome();
     void take(natsMsg* msg);
+    void takeOwn(natsMsg* msg);
     void tellProgress();
     void leaveAll();
 
     NatsAttempts m_attempts;
+    NatsAnswers& m_answers;
     NatsReading m_reading;
     NatsLeases m_leases;
     NatsSubscription m_subscription;

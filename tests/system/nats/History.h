@@ -12,6 +12,7 @@ namespace mirel {
 /// numbers of each source being sent from 1 upwards.
 class History {
 public:
+    /// `file` may not be there yet.
     explicit History(const std::string& file) {
         std::ifstream in(file);
         std::string source;
@@ -22,6 +23,7 @@ public:
             else if (!seen.empty() && number < *seen.rbegin())
                 ++m_outOfOrder;
             seen.insert(number);
+            ++m_count;
         }
     }
 
@@ -36,6 +38,7 @@ public:
         return count;
     }
 
+    unsigned long count() const { return m_count; }
     unsigned long repeated() const { return m_repeated; }
 
     /// Requests that ran for the first time after a later one of their source.
@@ -43,6 +46,7 @@ public:
 
 private:
     std::map<std::string, std::set<long>> m_seen;
+    unsigned long m_count = 0;
     unsigned long m_repeated = 0;
     unsigned long m_outOfOrder = 0;
 };

@@ -42,10 +42,11 @@ public:
             Arguments{MIREL_NATS_SERVER, "-c", m_folder.path("conf"), "-l", m_folder.path("log")});
     }
     void kill() { m_process.reset(); }
+    void pause() { m_process->signal(SIGSTOP); }
+    void resume() { m_process->signal(SIGCONT); }
 
-    std::string url(const std::string& service = "service") const {
-        return "nats://127.0.0.1:" + std::to_string(m_port) + "/" + service;
-    }
+    std::string hostAndPort() const { return "127.0.0.1:" + std::to_string(m_port); }
+    std::string url() const { return "nats://" + hostAndPort() + "/service"; }
 
 private:
     const TemporaryFolder m_folder;

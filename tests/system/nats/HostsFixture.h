@@ -1,0 +1,77 @@
+#pragma once
+
+#include "tests/system/nats/History.h"
+#include "tests/system/nats/NatsServer.h"
+
+#include <memory>
+#include <sys/inotify.h>
+
+namespace mirel {
+
+/// A service that writes down what it runs, hosted by mirel-host and called by mirel-call.
+class HostsFixture : public testing::Test {
+protected:
+    HostsFixture() { setenv("MIREL_HISTORY", m_history.c_str(), 1); }
+
+    /// A host that is connected; it need not have any partition.
+    std::unique_ptr<Process> newHost(const std::string& url, const Arguments& more = {}) const {
+        Arguments arguments{MIREL_HOST,  "--library",   RECORDING_LIBRARY, "--creator",
+                            "makeRecordingService", "--interface", "Recording", "--channel",
+                            url,         "--lease",     "1000",            "--patience",
+                            "60000"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        auto host = std::make_unique<Process>(arguments);
+        EXPECT_TRUE(host->waitFor("serving")) << host->finish().errors;
+        return host;
+    }
+
+    std::unique_ptr<Process> newCall(const std::string& url, const Arguments& more) const {
+        Arguments arguments{MIREL_CALL,   "--channel", url,          "--interface", "Recording",
+                            "--protocol", "run",       "--deadline", "60000"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return std::make_unique<Process>(arguments);
+    }
+
+    /// Requests that take a while; their data ends with what is to be done.
+    std::unique_ptr<Process> newLoad(const std::string& url, unsigned sources, long ofEach,
+                                     const std::string& what = "work 200") const {
+        return newCall(url, {"--load", std::to_string(sources * ofEach), "--sources",
+                             std::to_string(sources), "--source", "source", "--data",
+                             "{source} {n} " + what});
+    }
+
+    History history() const { return History(m_history); }
+
+    /// Waits until the service has run `more` requests from now on; false after a minute without
+    /// any.
+    bool waitForProgress(unsigned long more) const {
+        const unsigned long wanted = history().count() + more;
+        const int watch = inotify_init1(IN_CLOEXEC);
+        inotify_add_watch(watch, m_folder.path("").c_str(), IN_MODIFY | IN_CREATE);
+        pollfd changed{watch, POLLIN, 0};
+        bool good = true;
+        while (good && history().count() < wanted) {
+            std::array<char, 4096> events{};
+            good = poll(&changed, 1, 60000) == 1 && read(watch, events.data(), events.size()) > 0;
+        }
+        close(watch);
+        return good;
+    }
+
+    /// Every request was run, each source's in its order.
+    void expectAll(unsigned sources, long ofEach, unsigned long mayRepeat) const {
+        const History result = history();
+        EXPECT_EQ(result.lost("source", sources, ofEach), 0U);
+        EXPECT_EQ(result.outOfOrder(), 0U);
+        EXPECT_LE(result.repeated(), mayRepeat);
+    }
+
+    static void expectGood(const Process::Result& result) {
+        EXPECT_EQ(result.status, 0) << result.output << result.errors;
+    }
+
+    const TemporaryFolder m_folder;
+    const std::string m_history = m_folder.path("history");
+};
+
+} // namespace mirel
