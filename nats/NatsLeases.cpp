@@ -30,7 +30,8 @@ std::string keyOf(unsigned partition) { return kPartition + std::to_string(parti
 } // namespace
 
 NatsLeases::NatsLeases(NatsConnection& connection, const NatsChannelOptions& options)
-    : m_partitions(options.stream.partitions),
+    : m_connection(connection),
+      m_partitions(options.stream.partitions),
       m_lifetime(options.lease),
       m_owner(newOwner()),
       m_bucket(connection, connection.address().leases(), options.lease, options.stream.replicas) {
@@ -100,6 +101,8 @@ void NatsLeases::run() {
         }
         lock.lock();
     }
+    if (!m_connection.connected())
+        return; // they run out by themselves
     try {
         {
             const std::lock_guard lock(m_mutex);
@@ -109,7 +112,7 @@ void NatsLeases::run() {
         releaseGivenBack();
         m_bucket.remove(kHost + m_owner);
     } catch (const std::exception&) {
-        // They run out by themselves.
+        // The same.
     }
 }
 

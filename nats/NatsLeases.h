@@ -63,6 +63,7 @@ private:
     void releaseGivenBack();
     void chooseSurplus(unsigned share);
 
+    const NatsConnection& m_connection;
     const unsigned m_partitions;
     const std::chrono::milliseconds m_lifetime;
     const std::string m_owner; ///< this process, as the others see it

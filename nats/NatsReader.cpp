@@ -89,8 +89,12 @@ void NatsReader::run() {
 void NatsReader::follow(NatsPartition& partition, unsigned number) {
     const unsigned long tenure = m_leases.tenure(number);
     const bool surplus = m_leases.isSurplus(number);
-    if (partition.tenure() != 0 && (partition.tenure() != tenure || surplus))
+    if (partition.tenure() != 0 && (partition.tenure() != tenure || surplus)) {
+        logAppUni("NatsChannel", __FILE__, 3, __LINE__,
+                  "partition %u: nothing more is handed out, because %s", number,
+                  surplus ? "another host has too few" : "its lease ran out");
         partition.close();
+    }
     if (tenure != 0 && surplus && partition.isIdle()) {
         m_reading.connection.flush(std::chrono::milliseconds(kTickMs));
         partition.leave();
@@ -158,6 +162,8 @@ void NatsReader::tellProgress() {
 }
 
 void NatsReader::leaveAll() {
+    if (!m_reading.connection.connected())
+        return; // the successor does the rest
     m_reading.connection.flush(std::chrono::milliseconds(kTickMs));
     for (unsigned number = 0; number < m_partitions.size(); ++number) {
         NatsPartition& partition = m_partitions[number];

@@ -15,9 +15,18 @@ protected:
 
     /// A host that is connected; it need not have any partition.
     std::unique_ptr<Process> newHost(const std::string& url, const Arguments& more = {}) const {
-        Arguments arguments{MIREL_HOST,  "--library",   RECORDING_LIBRARY, "--creator",
-                            "makeRecordingService", "--interface", "Recording", "--channel",
-                            url,         "--lease",     "1000",            "--patience",
+        Arguments arguments{MIREL_HOST,
+                            "--library",
+                            RECORDING_LIBRARY,
+                            "--creator",
+                            "makeRecordingService",
+                            "--interface",
+                            "Recording",
+                            "--channel",
+                            url,
+                            "--lease",
+                            "1000",
+                            "--patience",
                             "60000"};
         arguments.insert(arguments.end(), more.begin(), more.end());
         auto host = std::make_unique<Process>(arguments);
@@ -25,11 +34,13 @@ protected:
         return host;
     }
 
-    std::unique_ptr<Process> newCall(const std::string& url, const Arguments& more) const {
-        Arguments arguments{MIREL_CALL,   "--channel", url,          "--interface", "Recording",
-                            "--protocol", "run",       "--deadline", "60000"};
+    std::unique_ptr<Process> newCall(const std::string& url, const Arguments& more,
+                                     const std::string& input = "") const {
+        Arguments arguments{MIREL_CALL, "--channel", url, "--deadline", "60000"};
+        if (input.empty())
+            arguments.insert(arguments.end(), {"--interface", "Recording", "--protocol", "run"});
         arguments.insert(arguments.end(), more.begin(), more.end());
-        return std::make_unique<Process>(arguments);
+        return std::make_unique<Process>(arguments, input);
     }
 
     /// Requests that take a while; their data ends with what is to be done.

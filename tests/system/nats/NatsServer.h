@@ -29,10 +29,11 @@ inline int freePort() {
 class NatsServer {
 public:
     /// `more` is added to its configuration.
-    explicit NatsServer(const std::string& more = "") {
+    explicit NatsServer(const std::string& more = "", const std::string& name = "n1")
+        : m_name(name) {
         std::ofstream(m_folder.path("conf"))
-            << "listen: \"127.0.0.1:" << m_port << "\"\njetstream { store_dir: \""
-            << m_folder.path("store") << "\" }\n"
+            << "server_name: " << name << "\nlisten: \"127.0.0.1:" << m_port
+            << "\"\njetstream { store_dir: \"" << m_folder.path("store") << "\" }\n"
             << more;
         start();
     }
@@ -45,10 +46,12 @@ public:
     void pause() { m_process->signal(SIGSTOP); }
     void resume() { m_process->signal(SIGCONT); }
 
+    const std::string& name() const { return m_name; }
     std::string hostAndPort() const { return "127.0.0.1:" + std::to_string(m_port); }
     std::string url() const { return "nats://" + hostAndPort() + "/service"; }
 
 private:
+    const std::string m_name;
     const TemporaryFolder m_folder;
     const int m_port = freePort();
     std::optional<Process> m_process;

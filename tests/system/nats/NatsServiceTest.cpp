@@ -1,3 +1,4 @@
+#include "nats/NatsConnection.h"
 #include "tests/system/nats/HostsFixture.h"
 
 namespace mirel {
@@ -29,8 +30,10 @@ TEST_F(NatsServiceTest, ServesInOrderAndLeavesNothingBehind) {
 }
 
 TEST_F(NatsServiceTest, AHostThatIsKilledAgainAndAgainLosesNothing) {
-    constexpr int kills = 3;
-    const auto load = newLoad(2000);
+    const char* const wanted = std::getenv("MIREL_NATS_KILLS");
+    const int kills = wanted ? std::atoi(wanted) : 3;
+    const long ofEach = 700 * kills;
+    const auto load = newLoad(ofEach);
     for (int i = 0; i < kills; ++i) {
         const auto host = newHost();
         ASSERT_TRUE(waitForProgress(500));
@@ -39,7 +42,7 @@ TEST_F(NatsServiceTest, AHostThatIsKilledAgainAndAgainLosesNothing) {
     }
     const auto last = newHost();
     expectGood(load->finish());
-    expectAll(4, 2000, kills * kUnacknowledged);
+    expectAll(4, ofEach, static_cast<unsigned long>(kills) * kUnacknowledged);
 }
 
 TEST_F(NatsServiceTest, AServerThatIsKilledLosesNothing) {
@@ -104,6 +107,91 @@ TEST_F(NatsServiceTest, ARequestThatKillsItsHostsIsGivenUp) {
     host->signal(SIGTERM);
     EXPECT_TRUE(contains(host->finish().errors, "given up"));
     expectAll(4, 100, deliveries * kUnacknowledged);
+}
+
+TEST_F(NatsServiceTest, ASilentServerHoldsUpAndLosesNothing) {
+    const auto host = newHost();
+    const auto load = newLoad(1000);
+    ASSERT_TRUE(waitForProgress(500));
+    m_server.pause();
+    ASSERT_TRUE(host->waitFor("its lease ran out")) << "the host never noticed";
+    m_server.resume();
+    expectGood(load->finish());
+    expectAll(4, 1000, 0);
+}
+
+TEST_F(NatsServiceTest, AHostEndsWithoutItsServer) {
+    const auto host = newHost();
+    const auto load = newLoad(1000);
+    ASSERT_TRUE(waitForProgress(500));
+    m_server.kill();
+    host->signal(SIGTERM);
+    expectGood(host->finish());
+}
+
+TEST_F(NatsServiceTest, WhatTakesLongIsNotDeliveredAgain) {
+    const auto host = newHost({"--acknowledge-within", "1000", "--max-unacknowledged", "4"});
+    // Four are in work at any time, and each takes longer than it may stay unmentioned.
+    expectGood(HostsFixture::newLoad(m_server.url(), 2, 4, "work 700000")->finish());
+    expectAll(2, 4, 0);
+    host->signal(SIGTERM);
+    const auto result = host->finish();
+    EXPECT_TRUE(contains(result.output, "8 requests"));
+    EXPECT_FALSE(contains(result.errors, "begins again"));
+}
+
+TEST_F(NatsServiceTest, RefusesWhatCannotBeARequest) {
+    const auto host = newHost();
+    NatsConnectionOptions options;
+    options.url = m_server.url();
+    NatsConnection stranger(options);
+    ASSERT_TRUE(stranger.publish("service.requests.0.stranger", "garbage"));
+    ASSERT_TRUE(stranger.publish("service.requests.0", "on no caller's subject"));
+
+    const auto large = newCall(m_server.url(), {"--input", "-", "--max-message", "10000000"},
+                               "{\"kind\": \"request\", \"interface\": \"Recording\", "
+                               "\"protocol\": \"run\", \"data\": \"" +
+                                   std::string(2000000, 'x') + "\"}\n")
+                           ->finish();
+    EXPECT_EQ(large.status, 2);
+    EXPECT_TRUE(contains(large.errors, "are the limit"));
+
+    expectGood(newLoad(10)->finish());
+    host->signal(SIGTERM);
+    EXPECT_TRUE(
+        contains(host->finish().output, "40 requests, 0 timer events, 0 legacy; 1 refused"));
+}
+
+TEST(NatsRefusalTest, SaysWhyThereIsNoService) {
+    const TemporaryFolder folder;
+    std::ofstream(folder.path("wrong")) << "wrong\n";
+    std::ofstream(folder.path("right")) << "right\n";
+    const NatsServer server(
+        "authorization { users: [ { user: \"service\", password: \"right\" } ] }");
+    const std::string nobody = "nats://127.0.0.1:" + std::to_string(freePort()) + "/service";
+    const struct {
+        Arguments arguments;
+        const char* says;
+    } cases[] = {
+        {{nobody, "--deadline", "300"}, "no NATS server answers"},
+        {{server.url()}, "does not let us in"},
+        {{server.url(), "--user", "service", "--password-file", folder.path("wrong")},
+         "does not let us in"},
+        {{server.url(), "--user", "service"}, "a user needs a password file"},
+        {{server.url(), "--user", "service", "--password-file", folder.path("right"), "--deadline",
+          "300"},
+         "no host has served it yet"},
+        {{server.url() + "/more"}, "the service's name must have"},
+        {{"nats://127.0.0.1"}, "the service's name is missing"},
+        {{"ipc:///nowhere", "--user", "service"}, "is for channels over NATS only"},
+    };
+    for (const auto& [arguments, says] : cases) {
+        Arguments command{MIREL_CALL, "--kind", "legacy", "--channel"};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        const auto result = Process::run(command);
+        EXPECT_EQ(result.status, 2) << says;
+        EXPECT_TRUE(contains(result.errors, says));
+    }
 }
 
 } // namespace
