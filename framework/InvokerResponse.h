@@ -36,6 +36,10 @@ public:
 
     bool answered() const;
 
+    /// To be asked before the request runs. False when it has become another process's: it must not
+    /// run, and counts as answered.
+    bool mayRun();
+
 private:
     bool send(bool succeeded, std::string data);
 

@@ -63,10 +63,13 @@ NatsAddress::NatsAddress(const std::string& url) : m_url(url) {
         refuse(url, "the server is missing");
 }
 
-std::string NatsAddress::requests(unsigned partition) const { return requests(partition, "*"); }
+std::string NatsAddress::requests(unsigned partition) const {
+    return requests(partition, "*", "*");
+}
 
-std::string NatsAddress::requests(unsigned partition, const std::string& caller) const {
-    return m_service + ".requests." + std::to_string(partition) + "." + caller;
+std::string NatsAddress::requests(unsigned partition, const std::string& caller,
+                                  const std::string& run) const {
+    return m_service + ".requests." + std::to_string(partition) + "." + caller + "." + run;
 }
 
 } // namespace mirel

@@ -22,7 +22,8 @@ public:
     const std::string& stream() const { return m_service; }
     std::string requests() const { return m_service + ".requests.>"; }
     std::string requests(unsigned partition) const;
-    std::string requests(unsigned partition, const std::string& caller) const;
+    std::string requests(unsigned partition, const std::string& caller,
+                         const std::string& run) const;
     std::string answers(const std::string& caller) const {
         return m_service + ".answers." + caller;
     }

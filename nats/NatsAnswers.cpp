@@ -2,6 +2,7 @@
 
 #include "nats/NatsConnection.h"
 #include "nats/NatsDelivery.h"
+#include "nats/NatsLeases.h"
 #include "nats/NatsLedger.h"
 #include "standalone/ChannelCounters.h"
 #include "standalone/Envelope.h"
@@ -14,8 +15,10 @@ namespace mirel {
 namespace {
 
 constexpr std::chrono::milliseconds kConfirmation{
-    1000}; ///< after which an answer is sent once more
+    1000}; ///< after which an answer is sent once more; then twice as long
 constexpr std::chrono::seconds kGivenUp{30};
+constexpr std::size_t kMostKept = 20000;
+constexpr std::size_t kMostKeptBytes = std::size_t{64} << 20;
 
 } // namespace
 
@@ -35,6 +38,8 @@ void NatsAnswers::answer(Answer answer) {
         m_counters->answersDropped.refuse("it belongs to no request of this channel");
         return;
     }
+    if (isLeft(*way))
+        return;
     std::string bytes = encode(answer);
     const std::size_t most = std::min(m_maxAnswerBytes, m_connection->largestMessage());
     if (bytes.size() > most) {
@@ -43,17 +48,62 @@ void NatsAnswers::answer(Answer answer) {
                       std::to_string(most) + " are the limit";
         bytes = encode(answer);
     }
-    {
-        const std::lock_guard lock(m_mutex);
-        const auto now = Clock::now();
-        const auto kept = m_unconfirmed.emplace(
-            ++m_last, Unconfirmed{way->answersTo, std::move(bytes), now, now});
-        send(m_last, kept.first->second);
-    }
+    keep(way->answersTo, std::move(bytes));
     ++m_counters->answersSent;
     // The answer first: whoever dies between the two leaves a request that is run again, and not one
     // that is never answered.
     acknowledge(answer.callbackChannel);
+}
+
+bool NatsAnswers::isLeft(const NatsReturn& way) {
+    {
+        const std::lock_guard lock(m_mutex);
+        if (!m_leavesRest)
+            return false;
+    }
+    m_ledger->drop(way.streamSequence);
+    return true;
+}
+
+bool NatsAnswers::mayRun(const std::string& callbackChannel) {
+    const auto way = NatsReturn::parse(callbackChannel);
+    {
+        const std::lock_guard lock(m_mutex);
+        if (way && m_leases && m_leases->tenure(way->partition) == way->tenure)
+            return true;
+    }
+    if (way)
+        m_ledger->drop(way->streamSequence);
+    return false;
+}
+
+void NatsAnswers::setLeases(const NatsLeases* leases) {
+    const std::lock_guard lock(m_mutex);
+    m_leases = leases;
+}
+
+void NatsAnswers::leaveRest() {
+    const std::lock_guard lock(m_mutex);
+    m_leavesRest = true;
+}
+
+void NatsAnswers::keep(std::string answersTo, std::string bytes) {
+    const std::lock_guard lock(m_mutex);
+    const auto now = Clock::now();
+    m_keptBytes += bytes.size();
+    const auto kept =
+        m_unconfirmed.emplace(++m_last, Unconfirmed{std::move(answersTo), std::move(bytes), now,
+                                                    now + kConfirmation, 2 * kConfirmation});
+    send(m_last, kept.first->second);
+    while (m_unconfirmed.size() > kMostKept || m_keptBytes > kMostKeptBytes)
+        forgetFirst();
+}
+
+/// The caller holds m_mutex.
+void NatsAnswers::forgetFirst() {
+    m_counters->answersDropped.refuse("its caller does not confirm it");
+    m_keptBytes -= m_unconfirmed.begin()->second.bytes.size();
+    m_unconfirmed.erase(m_unconfirmed.begin());
 }
 
 /// What cannot be sent now is repeated in its time.
@@ -73,24 +123,23 @@ void NatsAnswers::acknowledge(const std::string& callbackChannel) {
 
 void NatsAnswers::confirmed(std::uint64_t number) {
     const std::lock_guard lock(m_mutex);
-    m_unconfirmed.erase(number);
+    const auto found = m_unconfirmed.find(number);
+    if (found == m_unconfirmed.end())
+        return;
+    m_keptBytes -= found->second.bytes.size();
+    m_unconfirmed.erase(found);
 }
 
 void NatsAnswers::repeat() {
     const std::lock_guard lock(m_mutex);
     const auto now = Clock::now();
-    for (auto next = m_unconfirmed.begin(); next != m_unconfirmed.end();) {
-        auto& [number, answer] = *next;
-        if (now - answer.given >= kGivenUp) {
-            m_counters->answersDropped.refuse("its caller does not confirm it");
-            next = m_unconfirmed.erase(next);
+    while (!m_unconfirmed.empty() && now - m_unconfirmed.begin()->second.given >= kGivenUp)
+        forgetFirst();
+    for (auto& [number, answer] : m_unconfirmed) {
+        if (now < answer.nextTime)
             continue;
-        }
-        if (now - answer.sent >= kConfirmation) {
-            answer.sent = now;
-            send(number, answer);
-        }
-        ++next;
+        answer.nextTime = now + std::exchange(answer.patience, 2 * answer.patience);
+        send(number, answer);
     }
 }
 

@@ -13,8 +13,10 @@
 namespace mirel {
 
 class NatsConnection;
+class NatsLeases;
 class NatsLedger;
 struct ChannelCounters;
+struct NatsReturn;
 
 /// Sends answers to their callers and acknowledges the requests. An answer is repeated until its
 /// caller has confirmed it, because the engine forgets a message for somebody who is not connected
@@ -28,6 +30,13 @@ public:
                 std::string inbox);
 
     void answer(Answer answer) override;
+    bool mayRun(const std::string& callbackChannel) override;
+
+    /// By whose leases a request may run; null: none may any more. To be set before the first message.
+    void setLeases(const NatsLeases* leases);
+
+    /// Answers nothing from now on: what has no answer yet is left to the next host.
+    void leaveRest();
 
     /// Acknowledges a message that has no answer, by what it carries as its callback channel.
     void acknowledge(const std::string& callbackChannel);
@@ -47,9 +56,13 @@ private:
         std::string answersTo;
         std::string bytes;
         Clock::time_point given;
-        Clock::time_point sent;
+        Clock::time_point nextTime;
+        Clock::duration patience; ///< before the time after that
     };
 
+    bool isLeft(const NatsReturn& way);
+    void keep(std::string answersTo, std::string bytes);
+    void forgetFirst();
     void send(std::uint64_t number, const Unconfirmed& answer);
 
     const std::shared_ptr<NatsConnection> m_connection;
@@ -60,6 +73,9 @@ private:
 
     // Guarded by m_mutex.
     mutable std::mutex m_mutex;
+    const NatsLeases* m_leases = nullptr;
+    bool m_leavesRest = false;
+    std::size_t m_keptBytes = 0;
     std::uint64_t m_last = 0;                           ///< number given
     std::map<std::uint64_t, Unconfirmed> m_unconfirmed; ///< by number
 };

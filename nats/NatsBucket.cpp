@@ -11,7 +11,11 @@ namespace {
 
 constexpr std::chrono::milliseconds kCallPatience{2000};
 
-[[noreturn]] void fail(natsStatus status) { throw NatsError(0, natsStatus_GetText(status)); }
+[[noreturn]] void fail(natsStatus status) {
+    natsStatus last = NATS_OK;
+    const char* const text = nats_GetLastError(&last);
+    throw NatsError(0, last == status && text && *text ? text : natsStatus_GetText(status));
+}
 
 void require(natsStatus status) {
     if (status != NATS_OK)
@@ -44,7 +48,10 @@ NatsBucket::NatsBucket(NatsConnection& connection, const std::string& name,
     config.TTL = std::chrono::nanoseconds(lifetime).count();
     config.Replicas = replicas;
     kvStore* store = nullptr;
-    require(js_CreateKeyValue(&store, context, &config));
+    if (js_CreateKeyValue(&store, context, &config) != NATS_OK)
+        throw NatsError(0, "the bucket " + name +
+                               " cannot be made; all hosts of a service must say "
+                               "the same lease and replicas");
     m_store.reset(store);
 }
 
@@ -60,8 +67,10 @@ std::optional<NatsBucket::Value> NatsBucket::get(const std::string& key) {
                  kvEntry_Revision(found)};
 }
 
-void NatsBucket::put(const std::string& key, const std::string& text) {
-    require(kvStore_PutString(nullptr, m_store.get(), key.c_str(), text.c_str()));
+std::uint64_t NatsBucket::put(const std::string& key, const std::string& text) {
+    std::uint64_t revision = 0;
+    require(kvStore_PutString(&revision, m_store.get(), key.c_str(), text.c_str()));
+    return revision;
 }
 
 std::optional<std::uint64_t> NatsBucket::create(const std::string& key, const std::string& text) {
@@ -87,8 +96,9 @@ std::optional<std::uint64_t> NatsBucket::update(const std::string& key, const st
     return std::nullopt;
 }
 
-void NatsBucket::remove(const std::string& key) {
-    m_connection.call("STREAM.PURGE." + m_stream, {{"filter", m_prefix + key}}, kCallPatience);
+void NatsBucket::remove(const std::string& key, std::uint64_t revision) {
+    m_connection.call("STREAM.PURGE." + m_stream,
+                      {{"filter", m_prefix + key}, {"seq", revision + 1}}, kCallPatience);
 }
 
 std::vector<std::string> NatsBucket::keys() {

@@ -28,7 +28,7 @@ public:
                std::chrono::milliseconds lifetime, int replicas);
 
     std::optional<Value> get(const std::string& key);
-    void put(const std::string& key, const std::string& text);
+    std::uint64_t put(const std::string& key, const std::string& text);
 
     /// Writes only if the key has no value. The new revision; nothing when it has one.
     std::optional<std::uint64_t> create(const std::string& key, const std::string& text);
@@ -37,8 +37,8 @@ public:
     std::optional<std::uint64_t> update(const std::string& key, const std::string& text,
                                         std::uint64_t revision);
 
-    /// Removes the value; nothing stays of it.
-    void remove(const std::string& key);
+    /// Removes the value if it has that revision still; nothing stays of it.
+    void remove(const std::string& key, std::uint64_t revision);
 
     /// The keys that have values.
     std::vector<std::string> keys();

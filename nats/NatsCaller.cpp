@@ -10,6 +10,7 @@
 #include "standalone/PendingWakeUps.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <random>
 #include <sstream>
 #include <string_view>
@@ -24,14 +25,15 @@ constexpr std::size_t kOverhead = 200; ///< of the engine's header, which counts
 
 [[noreturn]] void fail(const std::string& text) { throw MirelException(text, __FILE__, __LINE__); }
 
-/// Who knows a caller's name could take its answers, so nobody should be able to guess it.
-std::string newName() {
+std::string unguessable() {
     std::random_device random;
-    std::ostringstream name;
-    name << "mirel-call-" << getpid() << '-' << std::hex
-         << ((std::uint64_t{random()} << 32) | random());
-    return name.str();
+    std::ostringstream text;
+    text << std::hex << ((std::uint64_t{random()} << 32) | random());
+    return text.str();
 }
+
+/// Who knows a caller's name could take its answers, so nobody should be able to guess it.
+std::string newName() { return "mirel-call-" + std::to_string(getpid()) + '-' + unguessable(); }
 
 const std::string& checked(const std::string& name) {
     if (!name.empty() && !NatsAddress::isToken(name))
@@ -44,6 +46,7 @@ const std::string& checked(const std::string& name) {
 NatsCaller::NatsCaller(const NatsCallerOptions& options)
     : m_options(options),
       m_name(checked(options.name).empty() ? newName() : options.name),
+      m_run(unguessable()),
       m_connection(std::make_unique<NatsConnection>(options.connection)) {
     m_partitions = partitionsOf(*m_connection, options.connection.patience);
     natsSubscription* made = nullptr;
@@ -72,13 +75,31 @@ bool NatsCaller::send(CommsChannelDataContainerMessage& msg, std::chrono::millis
     if (bytes.size() > most)
         fail("the message has " + std::to_string(bytes.size()) + " bytes and " +
              std::to_string(most) + " are the limit");
-    const std::string& source = msg.sourceChannel();
-    if (isInvokerRequest(msg))
-        m_order.sent(source, msg.requestId());
-    return m_publisher->send(
-        {source, m_connection->address().requests(partitionOf(source, m_partitions), m_name),
-         m_name + "." + std::to_string(msg.requestId()), std::move(bytes)},
+    checkConnection();
+    const std::string source = msg.sourceChannel();
+    const bool taken = m_publisher->send(
+        {source, m_connection->address().requests(partitionOf(source, m_partitions), m_name, m_run),
+         idOf(msg), std::move(bytes)},
         patience);
+    if (taken && isInvokerRequest(msg))
+        m_order.sent(source, msg.requestId());
+    return taken;
+}
+
+/// By which the engine knows a message that is sent once more. Request numbers tell the requests of
+/// one source apart; nothing tells other messages apart.
+std::string NatsCaller::idOf(CommsChannelDataContainerMessage& msg) {
+    if (!isInvokerRequest(msg))
+        return m_name + "." + m_run + "." + std::to_string(++m_unanswerable);
+    std::ostringstream id;
+    id << m_name << '.' << std::hex << stableHash(msg.sourceChannel()) << std::dec << '.'
+       << msg.requestId();
+    return id.str();
+}
+
+void NatsCaller::checkConnection() {
+    if (m_connection->closed())
+        fail("the connection to " + m_connection->address().url() + " is refused again and again");
 }
 
 std::optional<Answer> NatsCaller::receive(std::chrono::milliseconds patience) {
@@ -97,7 +118,9 @@ std::optional<Answer> NatsCaller::receive(std::chrono::milliseconds patience) {
         const NatsMessage owned(msg);
         if (status == NATS_OK)
             take(msg);
-        else if (now >= deadline)
+        else
+            checkConnection();
+        if (status != NATS_OK && now >= deadline)
             return std::nullopt;
     }
 }

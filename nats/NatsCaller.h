@@ -32,9 +32,13 @@ public:
 
 private:
     void take(natsMsg* msg);
+    std::string idOf(CommsChannelDataContainerMessage& msg);
+    void checkConnection();
 
     const NatsCallerOptions m_options;
     const std::string m_name;
+    const std::string m_run;          ///< tells this process from others of the same name
+    unsigned long m_unanswerable = 0; ///< timer events and legacy messages so far
     const std::unique_ptr<NatsConnection> m_connection;
     unsigned m_partitions = 0;
     NatsSubscription m_answers;

@@ -52,24 +52,31 @@ NatsChannel::NatsChannel(const NatsChannelOptions& options)
     try {
         m_reader = std::make_unique<NatsReader>(*m_connection, m_options, *m_queue, *m_ledger,
                                                 *m_counters, *m_answers, m_inbox);
+        m_answers->setLeases(&m_reader->leases());
     } catch (const NatsError& failure) {
         throw MirelException("the service at " + url() + " cannot be read: " + failure.what(),
                              __FILE__, __LINE__);
     }
 }
 
-NatsChannel::~NatsChannel() { NatsChannel::close(); }
+NatsChannel::~NatsChannel() {
+    NatsChannel::close();
+    for (CommsChannelDataContainerMessage& msg : m_queue->takeRest())
+        if (const auto way = NatsReturn::parse(msg.callbackChannel()))
+            m_ledger->drop(way->streamSequence);
+    m_answers->setLeases(nullptr); // they go with the reader
+}
+
+void NatsChannel::leaveRest() { m_answers->leaveRest(); }
 
 bool NatsChannel::readMessage(CommsChannelDataContainerMessage& msg) {
     settleLastRead();
     for (;;) {
         if (!m_queue->read(msg))
             return false;
-        if (mayRun(msg))
+        // Otherwise it is another host's by now, or again ours but out of its turn.
+        if (m_answers->mayRun(msg.callbackChannel()))
             break;
-        // It is another host's by now, or again ours but out of its turn.
-        if (const auto way = NatsReturn::parse(msg.callbackChannel()))
-            m_ledger->drop(way->streamSequence);
     }
     m_lastRead = msg.callbackChannel();
     return true;
@@ -78,11 +85,6 @@ bool NatsChannel::readMessage(CommsChannelDataContainerMessage& msg) {
 void NatsChannel::settleLastRead() {
     if (!m_lastRead.empty())
         m_answers->acknowledge(std::exchange(m_lastRead, {}));
-}
-
-bool NatsChannel::mayRun(CommsChannelDataContainerMessage& msg) const {
-    const auto way = NatsReturn::parse(msg.callbackChannel());
-    return way && m_reader->leases().tenure(way->partition) == way->tenure;
 }
 
 void NatsChannel::close() { m_queue->close(); }

@@ -36,12 +36,15 @@ public:
     /// asked will not be answered, and is acknowledged like any other message.
     std::shared_ptr<AnswerSink> answerSink() override;
 
+    /// To be called when nothing runs any more and the executor is about to be destroyed: what it
+    /// holds back is left to the next host then, instead of failing. Any thread.
+    void leaveRest();
+
     const std::string& url() const;
     std::shared_ptr<const ChannelCounters> counters() const;
 
 private:
     void settleLastRead();
-    bool mayRun(CommsChannelDataContainerMessage& msg) const;
 
     const NatsChannelOptions m_options;
     const std::shared_ptr<ChannelCounters> m_counters;

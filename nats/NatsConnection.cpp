@@ -19,11 +19,11 @@ using Options = std::unique_ptr<natsOptions, NatsDestroy<natsOptions_Destroy>>;
 
 constexpr milliseconds kBetweenAttempts{100};
 constexpr milliseconds kLastFlush{2000};
-constexpr milliseconds kClosing{2000};
 
 // A server that is killed is noticed at once; one that is cut off, by its silence.
 constexpr std::int64_t kPingMs = 2000;
 constexpr int kPingsUnanswered = 2;
+constexpr std::int64_t kWriteMs = 2000;
 
 [[noreturn]] void fail(const std::string& text) { throw MirelException(text, __FILE__, __LINE__); }
 
@@ -101,6 +101,8 @@ NatsConnection::NatsConnection(const NatsConnectionOptions& wanted) : m_address(
     natsOptions_SetPingInterval(made, kPingMs);
     natsOptions_SetMaxPingsOut(made, kPingsUnanswered);
     natsOptions_SetSendAsap(made, true); // otherwise each message waits a millisecond for others
+    // A server that is stopped would otherwise hold up every thread that sends, for ever.
+    natsOptions_SetWriteDeadline(made, kWriteMs);
     natsOptions_SetErrorHandler(made, &logError, nullptr);
     natsOptions_SetReconnectedCB(made, &onConnected, this);
     natsOptions_SetDisconnectedCB(made, &onLost, this);
@@ -140,7 +142,7 @@ NatsConnection::~NatsConnection() {
     {
         // The library calls this object until it has said that the connection is closed.
         std::unique_lock lock(m_mutex);
-        m_changed.wait_for(lock, kClosing, [this] { return m_closed; });
+        m_changed.wait(lock, [this] { return m_closed; });
     }
     natsConnection_Destroy(m_connection);
 }
@@ -170,6 +172,11 @@ void NatsConnection::onClosed(natsConnection*, void* self) {
 bool NatsConnection::connected() const {
     const std::lock_guard lock(m_mutex);
     return m_connected;
+}
+
+bool NatsConnection::closed() const {
+    const std::lock_guard lock(m_mutex);
+    return m_closed;
 }
 
 unsigned long NatsConnection::losses() const {

@@ -43,6 +43,10 @@ public:
 
     bool connected() const;
 
+    /// For good, without having been told to: the engine's library gives up when a server refuses us
+    /// again and again.
+    bool closed() const;
+
     /// How often the connection has been lost so far.
     unsigned long losses() const;
 

@@ -102,7 +102,7 @@ void NatsConsumer::removeFormer(const std::string& name) {
         [&] { return m_connection.call("CONSUMER.DELETE." + path, nullptr, kCallPatience); });
 }
 
-void NatsConsumer::remove() noexcept {
+bool NatsConsumer::remove() noexcept {
     try {
         if (!m_name.empty())
             unlessGone([&] {
@@ -110,8 +110,9 @@ void NatsConsumer::remove() noexcept {
                                              "." + m_name,
                                          nullptr, kCallPatience);
             });
+        return true;
     } catch (const std::exception&) {
-        // as the header says
+        return false;
     }
 }
 

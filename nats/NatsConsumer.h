@@ -33,8 +33,11 @@ public:
     /// Asks for `batch` messages, which are delivered to the subject as they come.
     void pull(std::size_t batch, const std::string& deliverTo);
 
-    /// Deletes it: nobody's delivery is in doubt. Failures are ignored, the next one deletes it too.
-    void remove() noexcept;
+    /// Deletes it: nobody's delivery is in doubt. False when the engine does not answer.
+    bool remove() noexcept;
+
+    /// Of a stream that is not there any more.
+    void forgetDoubt() { m_inDoubt = 0; }
 
     const std::string& name() const { return m_name; }
 

@@ -10,6 +10,7 @@
 #include <ctime>
 #include <random>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace mirel {
@@ -78,6 +79,7 @@ void NatsLeases::giveBack(unsigned partition) {
     const std::lock_guard lock(m_mutex);
     if (const auto lease = m_leases.find(partition); lease != m_leases.end()) {
         lease->second.givenBack = true;
+        m_giveBackAsked = true;
         m_changed.notify_all();
     }
 }
@@ -86,10 +88,7 @@ void NatsLeases::run() {
     sigset_t all;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, nullptr); // signals are for the program's own threads
-    const auto goOn = [this] {
-        return m_stop || std::any_of(m_leases.begin(), m_leases.end(),
-                                     [](const auto& entry) { return entry.second.givenBack; });
-    };
+    const auto goOn = [this] { return m_stop || std::exchange(m_giveBackAsked, false); };
     for (std::unique_lock lock(m_mutex); !m_stop;
          m_changed.wait_for(lock, m_lifetime / kRoundsPerLifetime, goOn)) {
         lock.unlock();
@@ -110,7 +109,7 @@ void NatsLeases::run() {
                 lease.givenBack = true;
         }
         releaseGivenBack();
-        m_bucket.remove(kHost + m_owner);
+        m_bucket.remove(kHost + m_owner, m_presence);
     } catch (const std::exception&) {
         // The same.
     }
@@ -118,7 +117,7 @@ void NatsLeases::run() {
 
 void NatsLeases::round() {
     releaseGivenBack();
-    m_bucket.put(kHost + m_owner, m_owner);
+    m_presence = m_bucket.put(kHost + m_owner, m_owner);
     std::vector<unsigned> held;
     {
         const std::lock_guard lock(m_mutex);
@@ -167,8 +166,8 @@ void NatsLeases::renew(unsigned partition) {
         lease.validUntil = asked + m_lifetime;
     } else {
         m_leases.erase(partition);
-        logAppUni("NatsLeases", __FILE__, 3, __LINE__, "partition %u belongs to another host now",
-                  partition);
+        logAppUni("NatsLeases", __FILE__, 3, __LINE__,
+                  "partition %u: the lease could not be renewed in time", partition);
     }
 }
 
@@ -198,14 +197,13 @@ void NatsLeases::releaseGivenBack() {
                 released.push_back(partition);
     }
     for (const unsigned partition : released) {
-        // Not if it has run out and is another's by now: only who renews it may remove it.
+        // With its revision: if it has run out and is another's by now, it stays.
         std::uint64_t revision = 0;
         {
             const std::lock_guard lock(m_mutex);
             revision = m_leases.at(partition).revision;
         }
-        if (m_bucket.update(keyOf(partition), m_owner, revision))
-            m_bucket.remove(keyOf(partition));
+        m_bucket.remove(keyOf(partition), revision);
         const std::lock_guard lock(m_mutex);
         m_leases.erase(partition);
     }

@@ -66,14 +66,16 @@ private:
     const NatsConnection& m_connection;
     const unsigned m_partitions;
     const std::chrono::milliseconds m_lifetime;
-    const std::string m_owner; ///< this process, as the others see it
-    NatsBucket m_bucket;       ///< the thread's
+    const std::string m_owner;    ///< this process, as the others see it
+    NatsBucket m_bucket;          ///< the thread's
+    std::uint64_t m_presence = 0; ///< the thread's: revision of this process's own key
 
     // Guarded by m_mutex; only the thread adds and removes leases.
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     std::map<unsigned, Lease> m_leases;
     unsigned long m_tenures = 0; ///< so far
+    bool m_giveBackAsked = false;
     bool m_stop = false;
 };
 

@@ -5,6 +5,7 @@
 #include "nats/NatsConnection.h"
 #include "nats/NatsDeadLetter.h"
 #include "nats/NatsDelivery.h"
+#include "nats/NatsStream.h"
 #include "standalone/Answer.h"
 #include "standalone/ChannelCounters.h"
 #include "standalone/Envelope.h"
@@ -21,7 +22,10 @@ namespace {
 
 constexpr int kHeartbeatsMissed = 3;
 constexpr std::chrono::milliseconds kFlush{1000};
-constexpr std::size_t kManySources = 10000; ///< from which on those are forgotten that were silent
+
+// Sources are forgotten that were silent for long, when there are many.
+constexpr std::size_t kManySources = 10000;
+constexpr std::chrono::minutes kRemembered{60};
 
 // What the engine says about a pull; anything else ends it for good.
 constexpr std::string_view kHeartbeatStatus = "100";
@@ -35,10 +39,17 @@ std::string_view dataOf(natsMsg* msg) {
     return {natsMsg_GetData(msg), static_cast<std::size_t>(natsMsg_GetDataLength(msg))};
 }
 
-/// The last token of the subject.
-std::string callerOf(natsMsg* msg) {
+/// The end of the subject: CALLER.RUN, the run being one process that called under that name.
+std::string callerAndRun(natsMsg* msg) {
     const std::string subject = natsMsg_GetSubject(msg);
-    return subject.substr(subject.rfind('.') + 1);
+    const std::size_t run = subject.rfind('.');
+    return run == std::string::npos || run == 0 ? std::string()
+                                                : subject.substr(subject.rfind('.', run - 1) + 1);
+}
+
+std::string callerOf(natsMsg* msg) {
+    const std::string both = callerAndRun(msg);
+    return both.substr(0, both.find('.'));
 }
 
 } // namespace
@@ -63,25 +74,28 @@ bool NatsPartition::isIdle() const {
     return m_reading.ledger.unsettled(m_number) == m_waiting.size();
 }
 
-void NatsPartition::tick(unsigned long connectionLosses) {
+void NatsPartition::tick(unsigned long connectionLosses, bool allRead) {
     if (m_state == State::eOpen && connectionLosses != m_connectionLosses)
         disturbed("the connection was lost");
-    if (m_state == State::eOpen && Clock::now() - m_lastHeard > kHeartbeatsMissed * kHeartbeat)
+    if (m_state == State::eOpen && allRead &&
+        Clock::now() - m_lastHeard > kHeartbeatsMissed * kHeartbeat)
         disturbed("nothing is heard from the engine");
-    if (m_state == State::eOpening && isIdle() && m_reading.connection.connected()) {
-        m_connectionLosses = connectionLosses;
-        tryToOpen();
-    }
     if (m_state == State::eOpen && m_expected == 0)
         pull();
     if (m_state == State::eOpen)
         handOut();
 }
 
-void NatsPartition::tryToOpen() {
+bool NatsPartition::wantsToOpen() const {
+    return m_state == State::eOpening && isIdle() && m_reading.connection.connected();
+}
+
+void NatsPartition::tryToOpen(unsigned long connectionLosses) {
+    m_connectionLosses = connectionLosses;
     try {
         if (!m_reading.connection.flush(kFlush)) // the last acknowledgements
             return;
+        lookAtStream();
         if (const std::uint64_t dropped = m_reading.ledger.takeFirstDropped(m_number))
             m_handedOut = std::min(m_handedOut, dropped - 1);
         m_consumer.renew();
@@ -96,6 +110,20 @@ void NatsPartition::tryToOpen() {
                       "partition %u cannot be read now, and is tried again: %s", m_number,
                       failure.what());
     }
+}
+
+/// What is known about messages is known by their number in this stream, and worth nothing in another
+/// one that was made in its place.
+void NatsPartition::lookAtStream() {
+    std::string created = createdAt(m_reading.connection);
+    if (!m_streamCreated.empty() && created != m_streamCreated) {
+        logAppUni("NatsChannel", __FILE__, 2, __LINE__,
+                  "partition %u: the stream was made anew; what it held is gone", m_number);
+        m_handedOut = 0;
+        m_lastStored.clear();
+        m_consumer.forgetDoubt();
+    }
+    m_streamCreated = std::move(created);
 }
 
 void NatsPartition::pull() {
@@ -157,11 +185,12 @@ bool NatsPartition::isStoredTwice(natsMsg* msg, Waiting& waiting) {
     if (natsMsgHeader_Get(msg, "Nats-Msg-Id", &id) != NATS_OK)
         return false;
     const auto now = Clock::now();
-    if (m_lastStored.size() >= kManySources)
-        std::erase_if(m_lastStored, [&](const auto& entry) {
-            return now - entry.second.taken > m_reading.options.stream.duplicateWindow;
-        });
-    Stored& last = m_lastStored[callerOf(msg) + ' ' + waiting.msg.sourceChannel()];
+    if (m_lastStored.size() >= m_sweepAt) {
+        std::erase_if(m_lastStored,
+                      [now](const auto& entry) { return now - entry.second.taken > kRemembered; });
+        m_sweepAt = std::max(kManySources, 2 * m_lastStored.size());
+    }
+    Stored& last = m_lastStored[callerAndRun(msg) + ' ' + waiting.msg.sourceChannel()];
     const bool again = last.id == id && last.sequence < waiting.sequence;
     if (!again)
         last = {id, waiting.sequence, now};

@@ -49,8 +49,9 @@ public:
     /// Whether nothing is in work that was handed out.
     bool isIdle() const;
 
-    /// Deletes its consumer, so that a successor need not doubt anything. Closed and idle only.
-    void leave() { m_consumer.remove(); }
+    /// Deletes its consumer, so that a successor need not doubt anything. Closed and idle only. False
+    /// when the engine does not answer.
+    bool leave() { return m_consumer.remove(); }
 
     /// A message that was delivered to this partition.
     void take(natsMsg* msg, const NatsDelivery& delivery);
@@ -59,7 +60,12 @@ public:
     void takeStatus(natsMsg* msg, unsigned long pull);
 
     /// Hands out what has been taken, and looks after the rest. To be called again and again.
-    void tick(unsigned long connectionLosses);
+    /// `allRead`: nothing that was delivered waits to be taken, so that silence means something.
+    void tick(unsigned long connectionLosses, bool allRead);
+
+    /// Opening asks the engine several things, and takes seconds in a bad moment.
+    bool wantsToOpen() const;
+    void tryToOpen(unsigned long connectionLosses);
 
 private:
     using Clock = NatsLedger::Clock;
@@ -72,14 +78,14 @@ private:
         CommsChannelDataContainerMessage msg;
     };
 
-    /// The last message of one caller and one source.
+    /// The last message of one caller's process and one source.
     struct Stored {
         std::string id;
         std::uint64_t sequence = 0;
         Clock::time_point taken{};
     };
 
-    void tryToOpen();
+    void lookAtStream();
     void pull();
     void disturbed(const std::string& why);
     void forgetWaiting();
@@ -104,6 +110,8 @@ private:
     std::uint64_t m_handedOut = 0;
     Clock::time_point m_lastHeard{};
     bool m_toldFailure = false;
+    std::string m_streamCreated; ///< when, as the engine tells it; empty: not known yet
+    std::size_t m_sweepAt = 0;
     std::unordered_map<std::string, Stored> m_lastStored;
     std::deque<Waiting> m_waiting; ///< taken, in the ledger, and not handed out yet
     std::deque<CommsChannelDataContainerMessage> m_ready;

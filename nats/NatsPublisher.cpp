@@ -35,7 +35,9 @@ NatsPublisher::NatsPublisher(NatsConnection& connection, std::size_t most)
 NatsPublisher::~NatsPublisher() {
     {
         std::unique_lock lock(m_mutex);
-        m_confirmed.wait_for(lock, kLast, [this] { return m_unconfirmed == 0; });
+        if (!m_confirmed.wait_for(lock, kLast, [this] { return m_unconfirmed == 0; }))
+            logAppUni("NatsCaller", __FILE__, 2, __LINE__,
+                      "%zu messages were not confirmed, and may be lost", m_unconfirmed);
     }
     m_stop = true;
     waitForThreadCompletion();
@@ -74,13 +76,17 @@ void NatsPublisher::run() {
     sigset_t all;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, nullptr); // signals are for the program's own threads
-    while (!m_stop) {
+    auto nextLook = Clock::now();
+    while (!m_stop && !m_connection.closed()) {
         natsMsg* msg = nullptr;
         if (natsSubscription_NextMsg(&msg, m_subscription.get(), kTickMs) == NATS_OK) {
             const NatsMessage owned(msg);
             confirm(msg);
         }
-        repeatOverdue();
+        if (Clock::now() >= nextLook) {
+            repeatOverdue();
+            nextLook = Clock::now() + milliseconds(kTickMs);
+        }
     }
 }
 
@@ -100,8 +106,13 @@ void NatsPublisher::confirm(natsMsg* msg) {
     Source& source = found->second;
     if (!stored) {
         source.sent = Clock::now() - kConfirmation + kAfterRefusal;
+        if (answer.is_object() && !std::exchange(m_toldRefusal, true))
+            logAppUni("NatsCaller", __FILE__, 3, __LINE__,
+                      "the engine does not take messages now, and is asked again: %s",
+                      answer["error"].value("description", "no reason").c_str());
         return;
     }
+    m_toldRefusal = false;
     m_expected.erase(expected);
     source.messages.pop_front();
     --m_unconfirmed;

@@ -67,6 +67,7 @@ private:
     std::condition_variable m_confirmed;
     std::size_t m_unconfirmed = 0;
     unsigned long m_transmissions = 0;
+    bool m_toldRefusal = false;                              ///< that the engine refuses
     std::unordered_map<std::string, Source> m_sources;       ///< those that have messages
     std::unordered_map<std::string, std::string> m_expected; ///< replyTo to source
 };

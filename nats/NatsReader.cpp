@@ -5,9 +5,12 @@
 #include "nats/NatsAnswers.h"
 #include "nats/NatsConnection.h"
 #include "nats/NatsDelivery.h"
+#include "standalone/MessageQueue.h"
 
 #include <charconv>
 #include <csignal>
+#include <cxxabi.h>
+#include <stdexcept>
 #include <string_view>
 #include <utility>
 
@@ -16,8 +19,8 @@ namespace mirel {
 namespace {
 
 constexpr std::int64_t kTickMs = 100;
-constexpr std::chrono::seconds kLinger{1}; ///< for the last answers to be confirmed
-constexpr int kBatch = 256; ///< messages taken before the partitions are looked after
+constexpr std::chrono::seconds kLinger{1};      ///< for the last answers to be confirmed
+constexpr std::chrono::milliseconds kRound{20}; ///< after which the partitions are looked after
 constexpr const char* kInProgress = "+WPI";
 
 /// The number that ends at the end of the text or before the next point; both are cut off.
@@ -73,17 +76,38 @@ void NatsReader::run() {
     sigset_t all;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, nullptr); // signals are for the program's own threads
+    try {
+        read();
+    } catch (const abi::__forced_unwind&) {
+        throw;
+    } catch (const std::exception& failure) {
+        logAppUni("NatsChannel", __FILE__, 2, __LINE__, "the channel ends: %s", failure.what());
+    }
+    m_reading.queue.close(); // ends the executor's loop if it has not ended
+}
+
+void NatsReader::read() {
+    bool allRead = false;
     while (!m_stop) {
-        for (unsigned number = 0; number < m_partitions.size(); ++number)
+        if (m_reading.connection.closed())
+            throw std::runtime_error("the connection is refused again and again");
+        bool opened = false; // one in a round, because the others must be read meanwhile
+        for (unsigned number = 0; number < m_partitions.size() && !m_stop; ++number) {
             follow(m_partitions[number], number);
+            if (!opened && m_partitions[number].wantsToOpen()) {
+                m_partitions[number].tryToOpen(m_reading.connection.losses());
+                opened = true;
+            }
+            m_partitions[number].tick(m_reading.connection.losses(), allRead);
+        }
         tellProgress();
         m_answers.repeat();
-        receiveSome();
+        allRead = receiveSome(opened ? 0 : kTickMs);
     }
     leaveAll();
     const auto deadline = NatsLedger::Clock::now() + kLinger;
     while (!m_answers.allConfirmed() && NatsLedger::Clock::now() < deadline)
-        receiveSome();
+        receiveSome(kTickMs);
 }
 
 void NatsReader::follow(NatsPartition& partition, unsigned number) {
@@ -97,30 +121,31 @@ void NatsReader::follow(NatsPartition& partition, unsigned number) {
     }
     if (tenure != 0 && surplus && partition.isIdle()) {
         m_reading.connection.flush(std::chrono::milliseconds(kTickMs));
-        partition.leave();
+        static_cast<void>(partition.leave());
         m_leases.giveBack(number);
     } else if (tenure != 0 && !surplus && partition.tenure() == 0) {
         partition.open(tenure);
     }
-    partition.tick(m_reading.connection.losses());
 }
 
-void NatsReader::receiveSome() {
-    std::int64_t patience = kTickMs;
-    for (int received = 0; received < kBatch; ++received) {
+/// Whether it has read all that was delivered.
+bool NatsReader::receiveSome(std::int64_t patienceMs) {
+    const auto end = NatsLedger::Clock::now() + kRound;
+    do {
         natsMsg* msg = nullptr;
-        if (natsSubscription_NextMsg(&msg, m_subscription.get(), patience) != NATS_OK)
-            return;
+        if (natsSubscription_NextMsg(&msg, m_subscription.get(), patienceMs) != NATS_OK)
+            return true;
         const NatsMessage owned(msg);
         take(msg);
-        patience = 0;
-    }
+        patienceMs = 0;
+    } while (NatsLedger::Clock::now() < end);
+    return false;
 }
 
 void NatsReader::take(natsMsg* msg) {
     const char* const reply = natsMsg_GetReply(msg);
     if (const auto delivery = NatsDelivery::parse(reply ? reply : "")) {
-        // SERVICE.requests.PARTITION.CALLER
+        // SERVICE.requests.PARTITION.CALLER.RUN
         std::string_view subject = natsMsg_GetSubject(msg);
         const std::size_t fixed =
             m_reading.connection.address().stream().size() + std::string_view(".requests.").size();
@@ -170,8 +195,8 @@ void NatsReader::leaveAll() {
         if (partition.tenure() == 0)
             continue;
         partition.close();
-        if (partition.isIdle())
-            partition.leave();
+        if (partition.isIdle() && !partition.leave())
+            return;
     }
 }
 

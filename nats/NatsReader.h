@@ -36,7 +36,8 @@ public:
 private:
     void subscribe();
     void follow(NatsPartition& partition, unsigned number);
-    void receiveSome();
+    void read();
+    bool receiveSome(std::int64_t patienceMs);
     void take(natsMsg* msg);
     void takeOwn(natsMsg* msg);
     void tellProgress();

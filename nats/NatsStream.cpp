@@ -20,6 +20,7 @@ using Clock = std::chrono::steady_clock;
 // The engine's numbers for reasons.
 constexpr int kNoAnswer = 0;
 constexpr int kNoLeader = 10008;
+constexpr int kNoPeers = 10005; ///< for all replicas
 constexpr int kStreamNotFound = 10059;
 constexpr int kStreamNameInUse = 10058;
 
@@ -47,7 +48,7 @@ json patiently(milliseconds patience, const std::function<bool(int)>& passes,
     }
 }
 
-bool electionPasses(int code) { return code == kNoAnswer || code == kNoLeader; }
+bool electionPasses(int code) { return code == kNoAnswer || code == kNoLeader || code == kNoPeers; }
 
 json infoOf(NatsConnection& connection, const std::string& stream) {
     return connection.call("STREAM.INFO." + stream, nullptr, kCallPatience).at("config");
@@ -137,11 +138,20 @@ unsigned partitionsOf(NatsConnection& connection, milliseconds patience) {
     }
 }
 
-unsigned partitionOf(const std::string& sourceChannel, unsigned partitions) {
+std::string createdAt(NatsConnection& connection) {
+    return connection.call("STREAM.INFO." + connection.address().stream(), nullptr, kCallPatience)
+        .value("created", "");
+}
+
+std::uint64_t stableHash(const std::string& text) {
     std::uint64_t hash = 14695981039346656037ULL;
-    for (const char c : sourceChannel)
+    for (const char c : text)
         hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211ULL;
-    return static_cast<unsigned>(hash % partitions);
+    return hash;
+}
+
+unsigned partitionOf(const std::string& sourceChannel, unsigned partitions) {
+    return static_cast<unsigned>(stableHash(sourceChannel) % partitions);
 }
 
 } // namespace mirel

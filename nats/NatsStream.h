@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <string>
 
 namespace mirel {
@@ -22,8 +23,13 @@ void provideStream(NatsConnection& connection, const NatsStreamOptions& options,
 /// How many partitions the service has. `MirelException` when it has no stream within `patience`.
 unsigned partitionsOf(NatsConnection& connection, std::chrono::milliseconds patience);
 
-/// The partition of a source channel: the same for all callers, for ever. FNV-1a, 64 bits (Fowler,
-/// Noll, Vo).
+/// When the service's stream was made, as the engine tells it. `NatsError`.
+std::string createdAt(NatsConnection& connection);
+
+/// The same for ever, everywhere: FNV-1a, 64 bits (Fowler, Noll, Vo).
+std::uint64_t stableHash(const std::string& text);
+
+/// The partition of a source channel, by its hash.
 unsigned partitionOf(const std::string& sourceChannel, unsigned partitions);
 
 } // namespace mirel

@@ -2,6 +2,8 @@
 
 #include "standalone/Answer.h"
 
+#include <string>
+
 namespace mirel {
 
 /// Takes answers on their way back to the callers of one channel.
@@ -12,6 +14,10 @@ public:
     /// Any thread. Does not wait for the executor's thread, which a service may be blocking. Drops
     /// the answer, and counts that, when the way back is gone. Has not taken it when this throws.
     virtual void answer(Answer answer) = 0;
+
+    /// Asked before a request runs, with its callback channel. False when it is another process's by
+    /// now: then it must not run, and has no answer. Any thread.
+    virtual bool mayRun(const std::string&) { return true; }
 };
 
 } // namespace mirel

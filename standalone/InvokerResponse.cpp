@@ -32,6 +32,13 @@ bool InvokerResponse::answerError(std::string text) { return send(false, std::mo
 
 bool InvokerResponse::answered() const { return m_answered; }
 
+bool InvokerResponse::mayRun() {
+    if (!m_sink || m_sink->mayRun(m_callbackChannel))
+        return true;
+    m_answered = true;
+    return false;
+}
+
 bool InvokerResponse::send(bool succeeded, std::string data) {
     if (m_answered)
         return false;

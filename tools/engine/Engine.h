@@ -3,6 +3,7 @@
 #include "nats/NatsCallerOptions.h"
 #include "nats/NatsChannelOptions.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -25,6 +26,9 @@ struct ServedChannel {
     std::unique_ptr<CommsChannelIfc> channel;
     std::string url;
     std::shared_ptr<const ChannelCounters> counters;
+
+    /// To be called when nothing runs any more; see NatsChannel.
+    std::function<void()> leaveRest = [] {};
 };
 
 // Both: `MirelException` also when the programs were built without NATS.

@@ -26,6 +26,13 @@ public:
         m_flow->requestAnswered();
     }
 
+    bool mayRun(const std::string& callbackChannel) override {
+        const bool may = m_sink->mayRun(callbackChannel);
+        if (!may)
+            m_flow->requestAnswered();
+        return may;
+    }
+
 private:
     const std::shared_ptr<AnswerSink> m_sink;
     const std::shared_ptr<Tally> m_tally;
@@ -47,15 +54,16 @@ CountingChannel::CountingChannel(std::unique_ptr<CommsChannelIfc> channel,
       m_channel(std::move(channel)) {}
 
 bool CountingChannel::readMessage(CommsChannelDataContainerMessage& msg) {
-    if (!m_flow->waitForRoom() || !m_channel->readMessage(msg))
+    m_flow->waitForRoom(); // closed, it lets through, and the channel is closed before it
+    if (!m_channel->readMessage(msg))
         return false;
     ++countOf(msg, *m_tally);
     return true;
 }
 
 void CountingChannel::close() {
-    m_flow->close();
     m_channel->close();
+    m_flow->close();
 }
 
 /// Asked for once by the response of each request that is accepted, as the channel within expects it.

@@ -35,7 +35,7 @@ ServedChannel open(const HostOptions& options) {
     auto channel = std::make_unique<ZmqChannel>(options.channel);
     std::string url = channel->url();
     auto counters = channel->counters();
-    return {std::move(channel), std::move(url), std::move(counters)};
+    return {std::move(channel), std::move(url), std::move(counters), [] {}};
 }
 
 void announce(const HostOptions& options, const std::string& url) {
@@ -76,6 +76,7 @@ int serve(const HostOptions& options) {
         const bool stoppedBySignal = waitForEnd(std::move(signals), executor);
         executor.shutdown(); // no more messages
         pool.shutdown();     // what runs comes to its end; the executor must still be there
+        served.leaveRest();
         // Asked now, because a failure may have ended the loop while it was being stopped.
         failed = executor.hasStarted() || !stoppedBySignal;
         if (failed)

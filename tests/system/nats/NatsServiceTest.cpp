@@ -145,7 +145,7 @@ TEST_F(NatsServiceTest, RefusesWhatCannotBeARequest) {
     NatsConnectionOptions options;
     options.url = m_server.url();
     NatsConnection stranger(options);
-    ASSERT_TRUE(stranger.publish("service.requests.0.stranger", "garbage"));
+    ASSERT_TRUE(stranger.publish("service.requests.0.stranger.run", "garbage"));
     ASSERT_TRUE(stranger.publish("service.requests.0", "on no caller's subject"));
 
     const auto large = newCall(m_server.url(), {"--input", "-", "--max-message", "10000000"},
