@@ -73,6 +73,10 @@ void addManyOptions(CLI::App& app, CallOptions& options) {
         ->delimiter(',')
         ->check(CLI::Range(0, 2))
         ->needs(load);
+    app.add_option("--timeline", options.timeline,
+                   "Write the load's answers over time to this file, as CSV: the seconds from the "
+                   "start to the end of each 100 ms, and the answers within them")
+        ->needs(load);
 }
 
 void checkComplete(const CallOptions& options) {

@@ -32,6 +32,7 @@ struct CallOptions {
     unsigned long load = 0; ///< requests of a load; 0: none
     unsigned long sources = 1;
     std::vector<int> priorities; ///< taken in turn by each source; empty: the sender's
+    std::string timeline;        ///< file for the load's answers over time; empty: none
 };
 
 /// Connects to the service that the options name.

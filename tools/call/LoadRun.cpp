@@ -4,8 +4,10 @@
 #include "call/Exchange.h"
 #include "call/LoadReport.h"
 #include "call/ProgressBar.h"
+#include "call/Timeline.h"
 
 #include <iostream>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -15,7 +17,10 @@ namespace {
 
 class Measurement : public Exchange::Listener {
 public:
-    Measurement(LoadReport& report, ProgressBar& bar) : m_report(report), m_bar(bar) {}
+    Measurement(LoadReport& report, ProgressBar& bar, std::optional<Timeline>& timeline)
+        : m_report(report),
+          m_bar(bar),
+          m_timeline(timeline) {}
 
     void sent(const std::string&) override {}
 
@@ -24,6 +29,8 @@ public:
         if (!answer.succeeded && m_report.firstFailure.empty())
             m_report.firstFailure = answer.sourceChannel + ": " + answer.data;
         m_bar.show(m_report.latencies.size());
+        if (m_timeline)
+            m_timeline->answered();
     }
 
     void unanswered(const std::string&) override {}
@@ -31,6 +38,7 @@ public:
 private:
     LoadReport& m_report;
     ProgressBar& m_bar;
+    std::optional<Timeline>& m_timeline;
 };
 
 std::string replaced(std::string text, std::string_view placeholder, const std::string& value) {
@@ -61,10 +69,13 @@ bool runLoad(const CallOptions& options) {
     LoadReport report;
     report.requests = options.load;
     report.sources = options.sources;
+    std::optional<Timeline> timeline;
+    if (!options.timeline.empty())
+        timeline.emplace(options.timeline);
     const auto begin = Exchange::Clock::now();
     {
         ProgressBar bar(options.load);
-        Measurement measurement(report, bar);
+        Measurement measurement(report, bar, timeline);
         Exchange exchange(*caller, options.window, options.deadline, measurement);
         for (unsigned long index = 0; index < options.load; ++index) {
             auto msg = loadRequest(options, index);
@@ -74,6 +85,8 @@ bool runLoad(const CallOptions& options) {
         report.outcome = exchange.outcome();
     }
     report.time = Exchange::Clock::now() - begin;
+    if (timeline)
+        timeline->finish();
     const bool good = report.outcome.good();
     write(std::cout, std::move(report));
     return good;
