@@ -41,12 +41,4 @@ struct Echo {
     std::unique_ptr<EchoCaller> (*call)(const std::string& url, int requests, int sources);
 };
 
-/// A service executor on the channel of `mirel-host`, and the caller of `mirel-call`.
-std::unique_ptr<EchoService> serveMirelEcho(const std::string& url);
-std::unique_ptr<EchoCaller> callMirelEcho(const std::string& url, int requests, int sources);
-
-/// As little as ZeroMQ can do it with: a ROUTER that sends back, and a DEALER. Knows no sources.
-std::unique_ptr<EchoService> serveBareEcho(const std::string& url);
-std::unique_ptr<EchoCaller> callBareEcho(const std::string& url, int requests, int sources);
-
 } // namespace bench

@@ -1,15 +1,14 @@
-#include "bench/Echo.h"
+#include "bench/MirelEcho.h"
+
 #include "bench/SharedPool.h"
 #include "bench/Workload.h"
 #include "framework/Executable.h"
-#include "standalone/ZmqCaller.h"
-#include "standalone/ZmqChannel.h"
 
 #include <chrono>
-#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace bench {
@@ -22,13 +21,11 @@ constexpr std::chrono::milliseconds kPatience{5000};
 
 class MirelService : public EchoService {
 public:
-    explicit MirelService(const std::string& url) : m_workload(HandlerCost{}) {
+    explicit MirelService(std::unique_ptr<CommsChannelIfc> channel) : m_workload(HandlerCost{}) {
         m_workload.context().addHandler<Executable>(
             Workload::kInterface, kProtocol,
             [](Executable&, std::string_view data) { return std::string(data); });
-        mirel::ZmqChannelOptions options;
-        options.url = url;
-        m_pool.serve(std::make_unique<mirel::ZmqChannel>(options), m_workload);
+        m_pool.serve(std::move(channel), m_workload);
     }
 
 private:
@@ -38,8 +35,8 @@ private:
 
 class MirelCaller : public EchoCaller {
 public:
-    MirelCaller(const std::string& url, int requests, int sources)
-        : m_caller(optionsFor(url)),
+    MirelCaller(std::unique_ptr<mirel::Caller> caller, int requests, int sources)
+        : m_caller(std::move(caller)),
           m_requests(Workload::requests(requests, sources)) {
         for (std::size_t number = 0; number < m_requests.size(); ++number) {
             m_requests[number].protocol() = kProtocol;
@@ -48,12 +45,14 @@ public:
     }
 
     void send(std::size_t number) override {
-        if (!m_caller.send(m_requests.at(number), kPatience))
+        CommsChannelDataContainerMessage& request = m_requests.at(number);
+        request.setRequestId(++m_lastId); // with the same one it would be a repetition
+        if (!m_caller->send(request, kPatience))
             throw std::runtime_error("the service takes no request");
     }
 
     std::size_t receive() override {
-        const std::optional<mirel::Answer> answer = m_caller.receive(kPatience);
+        const std::optional<mirel::Answer> answer = m_caller->receive(kPatience);
         if (!answer)
             throw std::runtime_error("the service does not answer");
         if (!answer->succeeded)
@@ -62,24 +61,20 @@ public:
     }
 
 private:
-    static mirel::ZmqCallerOptions optionsFor(const std::string& url) {
-        mirel::ZmqCallerOptions options;
-        options.url = url;
-        return options;
-    }
-
-    mirel::ZmqCaller m_caller;
+    const std::unique_ptr<mirel::Caller> m_caller;
     std::vector<CommsChannelDataContainerMessage> m_requests;
+    long m_lastId = 0;
 };
 
 } // namespace
 
-std::unique_ptr<EchoService> serveMirelEcho(const std::string& url) {
-    return std::make_unique<MirelService>(url);
+std::unique_ptr<EchoService> serveMirelEcho(std::unique_ptr<CommsChannelIfc> channel) {
+    return std::make_unique<MirelService>(std::move(channel));
 }
 
-std::unique_ptr<EchoCaller> callMirelEcho(const std::string& url, int requests, int sources) {
-    return std::make_unique<MirelCaller>(url, requests, sources);
+std::unique_ptr<EchoCaller> callMirelEcho(std::unique_ptr<mirel::Caller> caller, int requests,
+                                          int sources) {
+    return std::make_unique<MirelCaller>(std::move(caller), requests, sources);
 }
 
 } // namespace bench

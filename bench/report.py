@@ -33,7 +33,8 @@ def arguments():
     parser.add_argument("--min-time", type=float, default=0.3, metavar="SECONDS",
                         help="of each benchmark in each round (%(default)s)")  # fmt: skip
     parser.add_argument("--quick", action="store_true",
-                        help="only what the aims speak of, without 512 sources")  # fmt: skip
+                        help="only what the aims speak of, without 512 sources"
+                        " and three servers")  # fmt: skip
     parser.add_argument("--check", action="store_true", help="the quick version, and no report")
     stored = parser.add_mutually_exclusive_group()
     stored.add_argument("--resume", action="store_true", help="keep the rounds that are there")
@@ -80,7 +81,9 @@ def about(files):
     told = {key: "; ".join(found) for key, found in facts.items()}
     told["rounds"] = f"{len(files)}, each benchmark for at least {min_time} s in each"
     if are_quick(files):
-        told["left out"] = "what no aim speaks of, and 512 sources: this is the quick version"
+        told["left out"] = (
+            "what no aim speaks of, 512 sources, and three servers: this is the quick version"
+        )
     if others:
         told["other processes"] = (
             f"had {statistics.median(others):.0%} of the processors while a benchmark ran"

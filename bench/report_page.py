@@ -10,8 +10,8 @@ from report_figures import (
 
 SETTINGS = {
     "mirel": "this library: a multi-threaded executor, and a pool that keeps up to as many idle"
-    " workers as there are sources (`channel/`: 16); `inline/`: a single-threaded executor, which"
-    " has no workers",
+    " workers as there are sources (`channel/`, `nats/`: 16); `inline/`: a single-threaded"
+    " executor, which has no workers",
     "asio": "Boost.Asio: a `thread_pool` with as many threads as sources, and a strand per source",
     "tbb": "oneTBB: a `task_arena` with as many slots as sources, none of them reserved, and a"
     " serial `function_node` per source; `max_allowed_parallelism` is one more, for the reader",
@@ -24,7 +24,9 @@ SETTINGS = {
     "caf_cores": "as caf, with as many threads as cores",
     "student_cores": "as student, with as many threads as cores",
     "hand_over": "two threads that wake each other in turn by `FUTEX_WAKE`, without spinning",
-    "bare": "ZeroMQ by itself: a DEALER sends, a ROUTER in another process sends back",
+    "bare": "`channel/`: ZeroMQ by itself, a DEALER sends and a ROUTER in another process sends"
+    " back; `nats/`: the same stream, consumer and connections as ours, and one thread that pulls,"
+    " answers and acknowledges; no envelopes, and answers are neither confirmed nor repeated",
 }
 
 FIGURE_TITLES = {TIME: "µs", CPU_TIME: "processor µs", RATE: "requests per second",
@@ -58,6 +60,13 @@ SECTIONS = {
         "Channel between processes",
         "Requests of 64 bytes and their answers over `ipc://`, between two processes: one in flight"
         " (`closed`), or 100 (`saturated/SOURCES`).",
+    ),
+    "nats": (
+        "Channel over NATS JetStream",
+        "The same through a stream in files: one request in flight (`closed`), or 256"
+        " (`saturated/SOURCES`), with one server; and with three on this machine, each of which"
+        " keeps every request (`replicated/SOURCES`). Of each source one request at a time is on"
+        " its way into the stream.",
     ),
 }
 

@@ -22,7 +22,8 @@ import paths
 from report_figures import by_cell, figures_of, short_name
 from report_machine import describe
 
-PROGRAMS = ("throughput_bench", "latency_bench", "growth_bench", "channel_bench")
+PROGRAMS = ("throughput_bench", "latency_bench", "growth_bench", "channel_bench",
+            "nats_bench")  # fmt: skip
 
 # Longer than any benchmark takes. One that hangs fails, and the others go on.
 TIMEOUT = 600

@@ -1,4 +1,4 @@
-#include "bench/Echo.h"
+#include "bench/ZmqEcho.h"
 
 #include <stdexcept>
 #include <thread>
@@ -75,11 +75,11 @@ private:
 
 } // namespace
 
-std::unique_ptr<EchoService> serveBareEcho(const std::string& url) {
+std::unique_ptr<EchoService> serveBareZmqEcho(const std::string& url) {
     return std::make_unique<BareService>(url);
 }
 
-std::unique_ptr<EchoCaller> callBareEcho(const std::string& url, int requests, int) {
+std::unique_ptr<EchoCaller> callBareZmqEcho(const std::string& url, int requests, int) {
     return std::make_unique<BareCaller>(url, requests);
 }
 
