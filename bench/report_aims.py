@@ -81,7 +81,7 @@ CONFIRMED = ("answers that the caller confirms, which is a fourth message for th
 SHORTFALLS = {
     "throughput/8/0us: asio": Shortfall(0.9, WAKES_EACH),
     "throughput/512/0us: asio": Shortfall(0.9, FAIR_SHARE),
-    "throughput/8/2us: asio": Shortfall(0.7, TWO_CORES),
+    "throughput/8/2us: asio": Shortfall(0.7, WAKES_EACH),
     "throughput/512/2us: asio": Shortfall(0.9, FAIR_SHARE),
     "throughput/512/20us: asio": Shortfall(0.9, FAIR_SHARE),
     "throughput/64/0us: student": Shortfall(1.0, WAKES_EACH),
@@ -94,14 +94,18 @@ SHORTFALLS = {
     "throughput/8/1000us_blocking: student": Shortfall(0.7, SLEEPING),
     "throughput/64/1000us_blocking: student": Shortfall(0.7, SLEEPING),
     "throughput/512/1000us_blocking: student": Shortfall(0.6, SLEEPING),
-    "throughput/64/20us: asio_cores": Shortfall(0.65, FAIR_SHARE),
+    "throughput/64/20us: asio_cores": Shortfall(0.6, FAIR_SHARE),
+    "throughput/512/20us: asio_cores": Shortfall(0.48, FAIR_SHARE),
+    "throughput/1/0us: asio_cores": Shortfall(
+        0.68, "runs fall into two kinds: in one the executor's thread has a lead and the worker never"
+        " sleeps, in the other it is woken again and again"),
     "throughput/1/2us: asio_cores": Shortfall(
         0.7, "the handler's 2 us and what the worker does around it follow each other"),
     "latency/closed_one_core/1/0us: hand_over_one_core": Shortfall(
         0.42, "on one core a bare hand-over takes 1.1 us, and the library's dispatch of 3,000"
         " instructions lies before ours"),
-    "channel/saturated/1: bare": Shortfall(0.19, SOCKETS),
-    "channel/saturated/8: bare": Shortfall(0.1, SOCKETS),
+    "channel/saturated/1: bare": Shortfall(0.22, SOCKETS),
+    "channel/saturated/8: bare": Shortfall(0.2, SOCKETS),
     "nats/saturated/8: bare": Shortfall(0.39, CONFIRMED),
     "nats/saturated/64: bare": Shortfall(0.29, CONFIRMED),
     "nats/replicated/64: bare": Shortfall(0.35, CONFIRMED),

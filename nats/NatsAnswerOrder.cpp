@@ -24,7 +24,8 @@ void NatsAnswerOrder::came(Answer answer) {
         source.unanswered.end())
         return;
     const long id = answer.requestId;
-    source.waiting.try_emplace(id, Waiting{std::move(answer), Clock::now() + kPatience});
+    if (source.waiting.try_emplace(id, Waiting{std::move(answer), Clock::now() + kPatience}).second)
+        ++m_waiting;
     release(source);
     if (source.unanswered.empty())
         m_sources.erase(found);
@@ -38,12 +39,13 @@ void NatsAnswerOrder::release(Source& source) {
             return;
         m_ready.push_back(std::move(first->second.answer));
         source.waiting.erase(first);
+        --m_waiting;
         source.unanswered.pop_front();
     }
 }
 
 std::optional<Answer> NatsAnswerOrder::next() {
-    if (m_ready.empty()) {
+    if (m_ready.empty() && m_waiting > 0) {
         const auto now = Clock::now();
         for (auto& [name, source] : m_sources) {
             const bool late =
@@ -68,6 +70,8 @@ std::optional<Answer> NatsAnswerOrder::next() {
 
 std::optional<NatsAnswerOrder::Clock::time_point> NatsAnswerOrder::nextChange() const {
     std::optional<Clock::time_point> result;
+    if (m_waiting == 0)
+        return result;
     for (const auto& [name, source] : m_sources)
         for (const auto& [id, waiting] : source.waiting)
             result = std::min(result.value_or(waiting.until), waiting.until);

@@ -3,6 +3,7 @@
 #include "standalone/Answer.h"
 
 #include <chrono>
+#include <cstddef>
 #include <deque>
 #include <map>
 #include <optional>
@@ -42,6 +43,7 @@ private:
     void release(Source& source);
 
     std::unordered_map<std::string, Source> m_sources; ///< those with unanswered requests
+    std::size_t m_waiting = 0;                         ///< answers in all of them
     std::deque<Answer> m_ready;
 };
 

@@ -24,7 +24,8 @@ struct NatsReturn;
 /// and the caller puts them in their order again. Any thread.
 class NatsAnswers : public AnswerSink {
 public:
-    /// Confirmations come to `inbox`answers.NUMBER, and `inbox`wake.0 wakes the channel's thread.
+    /// Answers ask for their confirmation at `inbox`answers.NUMBER; what comes to `inbox`answers.0 has
+    /// the numbers in its body. What comes to `inbox`wake.0 wakes the channel's thread.
     NatsAnswers(std::shared_ptr<NatsConnection> connection, std::shared_ptr<NatsLedger> ledger,
                 std::shared_ptr<ChannelCounters> counters, std::size_t maxAnswerBytes,
                 std::string inbox);

@@ -21,7 +21,8 @@ namespace mirel {
 namespace {
 
 constexpr std::size_t kMostUnconfirmed = 1000;
-constexpr std::size_t kOverhead = 200; ///< of the engine's header, which counts to its limit
+constexpr std::size_t kConfirmedAtOnce = 64; ///< answers
+constexpr std::size_t kOverhead = 200;       ///< of the engine's header, which counts to its limit
 
 [[noreturn]] void fail(const std::string& text) { throw MirelException(text, __FILE__, __LINE__); }
 
@@ -63,7 +64,10 @@ NatsCaller::NatsCaller(const NatsCallerOptions& options)
     }
 }
 
-NatsCaller::~NatsCaller() { natsSubscription_Unsubscribe(m_answers.get()); }
+NatsCaller::~NatsCaller() {
+    confirmTaken();
+    natsSubscription_Unsubscribe(m_answers.get());
+}
 
 bool NatsCaller::connected() { return m_connection->connected(); }
 
@@ -112,9 +116,13 @@ std::optional<Answer> NatsCaller::receive(std::chrono::milliseconds patience) {
         const auto now = NatsAnswerOrder::Clock::now();
         const auto until = std::min(deadline, m_order.nextChange().value_or(deadline));
         natsMsg* msg = nullptr;
-        const natsStatus status = natsSubscription_NextMsg(
-            &msg, m_answers.get(),
-            std::chrono::ceil<milliseconds>(std::max(until - now, {})).count());
+        natsStatus status = natsSubscription_NextMsg(&msg, m_answers.get(), 0);
+        if (status == NATS_TIMEOUT) {
+            confirmTaken(); // together what came together, but before we wait
+            status = natsSubscription_NextMsg(
+                &msg, m_answers.get(),
+                std::chrono::ceil<milliseconds>(std::max(until - now, {})).count());
+        }
         const NatsMessage owned(msg);
         if (status == NATS_OK)
             take(msg);
@@ -125,9 +133,21 @@ std::optional<Answer> NatsCaller::receive(std::chrono::milliseconds patience) {
     }
 }
 
+void NatsCaller::confirmTaken() {
+    for (const auto& [where, numbers] : m_toConfirm)
+        if (!where.empty())
+            m_connection->publish(where + "0", numbers);
+    m_toConfirm.clear();
+    m_unconfirmed = 0;
+}
+
 void NatsCaller::take(natsMsg* msg) {
-    if (const char* const confirmTo = natsMsg_GetReply(msg))
-        m_connection->publish(confirmTo, "+OK");
+    // ...answers.NUMBER
+    const std::string confirmTo = natsMsg_GetReply(msg) ? natsMsg_GetReply(msg) : "";
+    const std::size_t number = confirmTo.rfind('.') + 1;
+    m_toConfirm[confirmTo.substr(0, number)] += confirmTo.substr(number) + ' ';
+    if (++m_unconfirmed >= kConfirmedAtOnce)
+        confirmTaken();
     try {
         m_order.came(decodeAnswer(std::string_view(
             natsMsg_GetData(msg), static_cast<std::size_t>(natsMsg_GetDataLength(msg)))));

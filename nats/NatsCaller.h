@@ -5,7 +5,9 @@
 #include "nats/NatsHandles.h"
 #include "standalone/Caller.h"
 
+#include <map>
 #include <memory>
+#include <string>
 
 namespace mirel {
 
@@ -32,6 +34,7 @@ public:
 
 private:
     void take(natsMsg* msg);
+    void confirmTaken();
     std::string idOf(CommsChannelDataContainerMessage& msg);
     void checkConnection();
 
@@ -43,6 +46,8 @@ private:
     unsigned m_partitions = 0;
     NatsSubscription m_answers;
     NatsAnswerOrder m_order;
+    std::map<std::string, std::string> m_toConfirm; ///< numbers of answers, by where to tell them
+    std::size_t m_unconfirmed = 0;                  ///< numbers in there
     std::unique_ptr<NatsPublisher> m_publisher;
 };
 

@@ -7,7 +7,6 @@
 #include "standalone/PendingWakeUps.h"
 
 #include <csignal>
-#include <nlohmann/json.hpp>
 #include <string_view>
 #include <utility>
 
@@ -92,11 +91,9 @@ void NatsPublisher::run() {
 
 /// The engine's answer: stored, known already, or not now.
 void NatsPublisher::confirm(natsMsg* msg) {
-    const auto answer = nlohmann::json::parse(
-        std::string_view(natsMsg_GetData(msg),
-                         static_cast<std::size_t>(natsMsg_GetDataLength(msg))),
-        nullptr, false);
-    const bool stored = answer.is_object() && !answer.contains("error");
+    const std::string_view bytes(natsMsg_GetData(msg),
+                                 static_cast<std::size_t>(natsMsg_GetDataLength(msg)));
+    const bool stored = !bytes.empty() && bytes.find("\"error\"") == bytes.npos;
 
     const std::lock_guard lock(m_mutex);
     const auto expected = m_expected.find(natsMsg_GetSubject(msg));
@@ -106,10 +103,10 @@ void NatsPublisher::confirm(natsMsg* msg) {
     Source& source = found->second;
     if (!stored) {
         source.sent = Clock::now() - kConfirmation + kAfterRefusal;
-        if (answer.is_object() && !std::exchange(m_toldRefusal, true))
+        if (!bytes.empty() && !std::exchange(m_toldRefusal, true))
             logAppUni("NatsCaller", __FILE__, 3, __LINE__,
-                      "the engine does not take messages now, and is asked again: %s",
-                      answer["error"].value("description", "no reason").c_str());
+                      "the engine does not take messages now, and is asked again: %.*s",
+                      static_cast<int>(bytes.size()), bytes.data());
         return;
     }
     m_toldRefusal = false;

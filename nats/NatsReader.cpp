@@ -157,16 +157,16 @@ void NatsReader::take(natsMsg* msg) {
     takeOwn(msg);
 }
 
-/// INBOX.PARTITION.PULL, INBOX.answers.NUMBER or INBOX.wake.0
+/// INBOX.PARTITION.PULL, INBOX.answers.0 with numbers in its body, or INBOX.wake.0
 void NatsReader::takeOwn(natsMsg* msg) {
     std::string_view subject = natsMsg_GetSubject(msg);
     subject.remove_prefix(std::min(subject.size(), m_reading.inbox.size()));
-    constexpr std::string_view answers = "answers.";
-    if (subject.starts_with(answers)) {
-        subject.remove_prefix(answers.size());
-        // Without a body it may be the engine's word that the caller is not there now.
-        if (natsMsg_GetDataLength(msg) > 0)
-            m_answers.confirmed(cutNumber(subject));
+    if (subject.starts_with("answers.")) {
+        // Without a body it is the engine's word that the caller is not there now.
+        std::string_view numbers(natsMsg_GetData(msg),
+                                 static_cast<std::size_t>(natsMsg_GetDataLength(msg)));
+        while (!numbers.empty())
+            m_answers.confirmed(cutNumber(numbers));
         return;
     }
     if (subject.starts_with("wake."))
