@@ -38,8 +38,6 @@ void NatsAnswers::answer(Answer answer) {
         m_counters->answersDropped.refuse("it belongs to no request of this channel");
         return;
     }
-    if (isLeft(*way))
-        return;
     std::string bytes = encode(answer);
     const std::size_t most = std::min(m_maxAnswerBytes, m_connection->largestMessage());
     if (bytes.size() > most) {
@@ -55,14 +53,14 @@ void NatsAnswers::answer(Answer answer) {
     acknowledge(answer.callbackChannel);
 }
 
-bool NatsAnswers::isLeft(const NatsReturn& way) {
-    {
-        const std::lock_guard lock(m_mutex);
-        if (!m_leavesRest)
-            return false;
+bool NatsAnswers::unanswered(Answer failure) {
+    const auto way = NatsReturn::parse(failure.callbackChannel);
+    if (!m_leavesRest || !way) {
+        answer(std::move(failure));
+        return true;
     }
-    m_ledger->drop(way.streamSequence);
-    return true;
+    m_ledger->drop(way->streamSequence);
+    return false;
 }
 
 bool NatsAnswers::mayRun(const std::string& callbackChannel) {
@@ -82,10 +80,7 @@ void NatsAnswers::setLeases(const NatsLeases* leases) {
     m_leases = leases;
 }
 
-void NatsAnswers::leaveRest() {
-    const std::lock_guard lock(m_mutex);
-    m_leavesRest = true;
-}
+void NatsAnswers::leaveRest() { m_leavesRest = true; }
 
 void NatsAnswers::keep(std::string answersTo, std::string bytes) {
     const std::lock_guard lock(m_mutex);

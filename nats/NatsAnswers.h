@@ -2,6 +2,7 @@
 
 #include "standalone/AnswerSink.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -31,12 +32,13 @@ public:
                 std::string inbox);
 
     void answer(Answer answer) override;
+    bool unanswered(Answer failure) override;
     bool mayRun(const std::string& callbackChannel) override;
 
     /// By whose leases a request may run; null: none may any more. To be set before the first message.
     void setLeases(const NatsLeases* leases);
 
-    /// Answers nothing from now on: what has no answer yet is left to the next host.
+    /// From now on a request that is not answered is left to the next host.
     void leaveRest();
 
     /// Acknowledges a message that has no answer, by what it carries as its callback channel.
@@ -61,7 +63,6 @@ private:
         Clock::duration patience; ///< before the time after that
     };
 
-    bool isLeft(const NatsReturn& way);
     void keep(std::string answersTo, std::string bytes);
     void forgetFirst();
     void send(std::uint64_t number, const Unconfirmed& answer);
@@ -71,11 +72,11 @@ private:
     const std::shared_ptr<ChannelCounters> m_counters;
     const std::size_t m_maxAnswerBytes;
     const std::string m_inbox;
+    std::atomic<bool> m_leavesRest{false};
 
     // Guarded by m_mutex.
     mutable std::mutex m_mutex;
     const NatsLeases* m_leases = nullptr;
-    bool m_leavesRest = false;
     std::size_t m_keptBytes = 0;
     std::uint64_t m_last = 0;                           ///< number given
     std::map<std::uint64_t, Unconfirmed> m_unconfirmed; ///< by number

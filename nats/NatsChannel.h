@@ -36,8 +36,8 @@ public:
     /// asked will not be answered, and is acknowledged like any other message.
     std::shared_ptr<AnswerSink> answerSink() override;
 
-    /// To be called when nothing runs any more and the executor is about to be destroyed: what it
-    /// holds back is left to the next host then, instead of failing. Any thread.
+    /// To be called between the executor's shutdown and the pool's: what is not answered from then on
+    /// is left to the next host, instead of failing. Any thread.
     void leaveRest();
 
     const std::string& url() const;

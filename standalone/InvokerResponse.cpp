@@ -18,7 +18,9 @@ InvokerResponse::~InvokerResponse() noexcept(false) {
     if (m_answered)
         return;
     try {
-        answerError("the request was not answered: it failed or was dropped");
+        if (m_sink)
+            m_sink->unanswered({false, m_requestId, m_sourceChannel, m_callbackChannel,
+                                "the request was not answered: it failed or was dropped"});
     } catch (const abi::__forced_unwind&) {
         throw;
     } catch (...) {

@@ -1,7 +1,7 @@
 #include "standalone/ZmqChannel.h"
 
-#include "standalone/MessageQueue.h"
 #include "standalone/ChannelCounters.h"
+#include "standalone/MessageQueue.h"
 #include "standalone/ZmqOutbox.h"
 #include "standalone/ZmqSocketThread.h"
 

@@ -3,10 +3,10 @@
 #include "framework/Logging.h"
 #include "framework/MirelException.h"
 #include "framework/Threader.h"
+#include "standalone/ChannelCounters.h"
 #include "standalone/Envelope.h"
 #include "standalone/MessageQueue.h"
 #include "standalone/MessageRules.h"
-#include "standalone/ChannelCounters.h"
 #include "standalone/ZmqOutbox.h"
 #include "standalone/ZmqSecurity.h"
 

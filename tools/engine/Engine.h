@@ -27,7 +27,7 @@ struct ServedChannel {
     std::string url;
     std::shared_ptr<const ChannelCounters> counters;
 
-    /// To be called when nothing runs any more; see NatsChannel.
+    /// To be called when the executor has been shut down; see NatsChannel.
     std::function<void()> leaveRest = [] {};
 };
 

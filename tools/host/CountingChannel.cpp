@@ -26,6 +26,14 @@ public:
         m_flow->requestAnswered();
     }
 
+    bool unanswered(Answer failure) override {
+        const bool told = m_sink->unanswered(std::move(failure));
+        if (told)
+            ++m_tally->failed;
+        m_flow->requestAnswered();
+        return told;
+    }
+
     bool mayRun(const std::string& callbackChannel) override {
         const bool may = m_sink->mayRun(callbackChannel);
         if (!may)

@@ -75,8 +75,8 @@ int serve(const HostOptions& options) {
 
         const bool stoppedBySignal = waitForEnd(std::move(signals), executor);
         executor.shutdown(); // no more messages
-        pool.shutdown();     // what runs comes to its end; the executor must still be there
         served.leaveRest();
+        pool.shutdown(); // what runs comes to its end; the executor must still be there
         // Asked now, because a failure may have ended the loop while it was being stopped.
         failed = executor.hasStarted() || !stoppedBySignal;
         if (failed)

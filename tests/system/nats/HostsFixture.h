@@ -3,6 +3,7 @@
 #include "tests/system/nats/History.h"
 #include "tests/system/nats/NatsServer.h"
 
+#include <algorithm>
 #include <memory>
 #include <sys/inotify.h>
 
@@ -36,7 +37,9 @@ protected:
 
     std::unique_ptr<Process> newCall(const std::string& url, const Arguments& more,
                                      const std::string& input = "") const {
-        Arguments arguments{MIREL_CALL, "--channel", url, "--deadline", "60000"};
+        Arguments arguments{MIREL_CALL, "--channel", url};
+        if (std::find(more.begin(), more.end(), "--deadline") == more.end())
+            arguments.insert(arguments.end(), {"--deadline", "60000"});
         if (input.empty())
             arguments.insert(arguments.end(), {"--interface", "Recording", "--protocol", "run"});
         arguments.insert(arguments.end(), more.begin(), more.end());

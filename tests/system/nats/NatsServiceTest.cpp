@@ -1,6 +1,8 @@
 #include "nats/NatsConnection.h"
 #include "tests/system/nats/HostsFixture.h"
 
+#include <nlohmann/json.hpp>
+
 namespace mirel {
 namespace {
 
@@ -73,6 +75,58 @@ TEST_F(NatsServiceTest, AStandbyTakesOverFromAHostThatIsPaused) {
         expectGood(host->finish());
     }
     expectAll(4, 2000, kUnacknowledged);
+}
+
+TEST_F(NatsServiceTest, APausedHostLeavesWhatItHeldBack) {
+    // All of one source, so that the executor holds them back behind the one that runs.
+    const auto paused = newHost();
+    const auto load = HostsFixture::newLoad(m_server.url(), 1, 100, "work 10000");
+    ASSERT_TRUE(waitForProgress(10));
+    paused->signal(SIGSTOP);
+    const auto standby = newHost();
+    ASSERT_TRUE(waitForProgress(10));
+    paused->signal(SIGCONT);
+    expectGood(load->finish());
+    expectAll(1, 100, 2); // what ran when it was paused, and what had just been done
+}
+
+TEST_F(NatsServiceTest, AnOrderlyStopLeavesTheRestToTheNextHost) {
+    auto host = newHost();
+    const auto load = HostsFixture::newLoad(m_server.url(), 4, 200, "work 5000");
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_TRUE(waitForProgress(50));
+        host->signal(SIGTERM);
+        expectGood(host->finish());
+        host = newHost();
+    }
+    expectGood(load->finish()); // no request has failed
+    expectAll(4, 200, 0);
+}
+
+TEST_F(NatsServiceTest, AStreamMadeAnewIsReadFromItsBeginning) {
+    const auto host = newHost();
+    expectGood(newLoad(50)->finish());
+    NatsConnectionOptions options;
+    options.url = m_server.url();
+    NatsConnection(options).call("STREAM.DELETE.service", nullptr, std::chrono::seconds(5));
+    const auto maker = newHost();
+    expectGood(newLoad(50)->finish());
+    EXPECT_EQ(history().count(), 400U);
+}
+
+TEST_F(NatsServiceTest, KnowsARepeatedRequestAndNoOtherOne) {
+    const auto host = newHost();
+    const auto callAs = [this](const std::string& caller, const std::string& source) {
+        return newCall(m_server.url(), {"--caller", caller, "--source", source, "--data",
+                                        source + " 1", "--deadline", "1000"})
+            ->finish()
+            .status;
+    };
+    EXPECT_EQ(callAs("anna", "source"), 0);
+    EXPECT_EQ(callAs("anna", "source"), 1) << "the first call was answered, this is not run";
+    EXPECT_EQ(callAs("anna", "other"), 0);
+    EXPECT_EQ(callAs("bert", "source"), 0);
+    EXPECT_EQ(history().count(), 3U);
 }
 
 TEST_F(NatsServiceTest, HostsShareThePartitionsAndTakeOverThoseOfADeadOne) {
