@@ -115,7 +115,7 @@ std::optional<int> parseCallOptions(int argc, char** argv, CallOptions& options)
     try {
         app.parse(argc, argv);
         checkComplete(options);
-        checkNatsOptions(*natsGroup, options.connection.url);
+        checkNatsOptions(app, *natsGroup, options.connection.url, {"--server-key", "--curve-key"});
         options.connection.patience = options.deadline;
         options.nats.connection.url = options.connection.url;
         options.nats.connection.patience = options.deadline;

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 class CommsChannelIfc;
 
@@ -38,7 +39,9 @@ std::unique_ptr<Caller> newNatsCaller(const NatsCallerOptions& options);
 /// The options of both programs, in a group of their own.
 CLI::App* addNatsOptions(CLI::App& app, NatsConnectionOptions& options);
 
-/// Throws CLI's error when an option of the group was given for another kind of channel.
-void checkNatsOptions(const CLI::App& group, const std::string& url);
+/// Throws CLI's error when an option of the group was given for another kind of channel, or one of
+/// `others` for a channel over NATS.
+void checkNatsOptions(const CLI::App& app, const CLI::App& group, const std::string& url,
+                      const std::vector<std::string>& others);
 
 } // namespace mirel

@@ -23,9 +23,14 @@ CLI::App* addNatsOptions(CLI::App& app, NatsConnectionOptions& options) {
     return group;
 }
 
-void checkNatsOptions(const CLI::App& group, const std::string& url) {
-    if (isNats(url))
+void checkNatsOptions(const CLI::App& app, const CLI::App& group, const std::string& url,
+                      const std::vector<std::string>& others) {
+    if (isNats(url)) {
+        for (const std::string& name : others)
+            if (app.get_option(name)->count() > 0)
+                throw CLI::ValidationError(name, "is for channels over ipc:// and tcp:// only");
         return;
+    }
     for (const CLI::Option* option : group.get_options())
         if (option->count() > 0)
             throw CLI::ValidationError(option->get_name(),

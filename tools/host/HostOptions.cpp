@@ -154,7 +154,8 @@ std::optional<int> parseHostOptions(int argc, char** argv, HostOptions& options)
         app.parse(argc, argv);
         if (options.generateKeys.empty())
             checkComplete(options);
-        checkNatsOptions(*natsGroup, options.channel.url);
+        checkNatsOptions(app, *natsGroup, options.channel.url,
+                         {"--queue", "--allow-plain-tcp", "--curve-key", "--allowed-callers"});
         options.nats.connection.url = options.channel.url;
         options.nats.maxMessageBytes = options.channel.maxMessageBytes;
         return std::nullopt;

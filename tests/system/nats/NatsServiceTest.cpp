@@ -23,10 +23,23 @@ protected:
 
 TEST_F(NatsServiceTest, ServesInOrderAndLeavesNothingBehind) {
     const auto host = newHost();
-    expectGood(newLoad(500)->finish());
+    const std::string timeline = m_folder.path("timeline");
+    expectGood(newCall(m_server.url(), {"--load", "2000", "--sources", "4", "--source", "source",
+                                        "--data", "{source} {n} work 200", "--timeline", timeline})
+                   ->finish());
     host->signal(SIGTERM);
     const auto result = host->finish();
     expectGood(result);
+
+    std::ifstream steps(timeline);
+    std::string heading;
+    std::getline(steps, heading);
+    char comma = 0;
+    double second = 0;
+    unsigned long answers = 0, all = 0;
+    while (steps >> second >> comma >> answers)
+        all += answers;
+    EXPECT_EQ(all, 2000U);
     EXPECT_TRUE(contains(result.output, "2000 requests, 0 timer events, 0 legacy; 0 refused"));
     expectAll(4, 500, 0);
 }
@@ -238,6 +251,7 @@ TEST(NatsRefusalTest, SaysWhyThereIsNoService) {
         {{server.url() + "/more"}, "the service's name must have"},
         {{"nats://127.0.0.1"}, "the service's name is missing"},
         {{"ipc:///nowhere", "--user", "service"}, "is for channels over NATS only"},
+        {{server.url(), "--curve-key", "key"}, "is for channels over ipc:// and tcp:// only"},
     };
     for (const auto& [arguments, says] : cases) {
         Arguments command{MIREL_CALL, "--kind", "legacy", "--channel"};
