@@ -4,9 +4,9 @@
 #include "framework/MirelException.h"
 #include "standalone/Answer.h"
 #include "standalone/AnswerSink.h"
+#include "standalone/ChannelCounters.h"
 #include "standalone/ZmqCaller.h"
 #include "standalone/ZmqChannel.h"
-#include "standalone/ChannelCounters.h"
 #include "tests/system/Support.h"
 
 #include <chrono>
