@@ -23,10 +23,10 @@ public:
     void timerEvent(int) override {}
     void handleMessage(const char* data, int size, std::string, CommsChannelIfc*,
                        CommsChannelDataContainerMessage&) override {
-        run({data, static_cast<std::size_t>(size)});
+        perform({data, static_cast<std::size_t>(size)});
     }
 
-    std::string run(std::string_view data) const {
+    std::string perform(std::string_view data) const {
         std::istringstream words{std::string(data)};
         std::string source, verb;
         long number = 0;
@@ -50,6 +50,6 @@ private:
 extern "C" Executable* makeRecordingService(mirel::ServiceSetup& setup) {
     setup.context.addHandler<RecordingService>(
         "Recording", "run",
-        [](RecordingService& service, std::string_view data) { return service.run(data); });
+        [](RecordingService& service, std::string_view data) { return service.perform(data); });
     return new RecordingService;
 }
