@@ -50,7 +50,7 @@ void NatsAnswers::answer(Answer answer) {
     ++m_counters->answersSent;
     // The answer first: whoever dies between the two leaves a request that is run again, and not one
     // that is never answered.
-    acknowledge(answer.callbackChannel);
+    acknowledge(*way);
 }
 
 bool NatsAnswers::unanswered(Answer failure) {
@@ -108,11 +108,13 @@ void NatsAnswers::send(std::uint64_t number, const Unconfirmed& answer) {
 }
 
 void NatsAnswers::acknowledge(const std::string& callbackChannel) {
-    const auto way = NatsReturn::parse(callbackChannel);
-    if (!way)
-        return;
-    m_connection->publish(way->acknowledgeTo, "+ACK");
-    if (m_ledger->remove(way->streamSequence))
+    if (const auto way = NatsReturn::parse(callbackChannel))
+        acknowledge(*way);
+}
+
+void NatsAnswers::acknowledge(const NatsReturn& way) {
+    m_connection->publish(way.acknowledgeTo, "+ACK");
+    if (m_ledger->remove(way.streamSequence))
         m_connection->publish(m_inbox + "wake.0", "");
 }
 

@@ -63,6 +63,7 @@ private:
         Clock::duration patience; ///< before the time after that
     };
 
+    void acknowledge(const NatsReturn& way);
     void keep(std::string answersTo, std::string bytes);
     void forgetFirst();
     void send(std::uint64_t number, const Unconfirmed& answer);

@@ -149,8 +149,7 @@ void NatsCaller::take(natsMsg* msg) {
     if (++m_unconfirmed >= kConfirmedAtOnce)
         confirmTaken();
     try {
-        m_order.came(decodeAnswer(std::string_view(
-            natsMsg_GetData(msg), static_cast<std::size_t>(natsMsg_GetDataLength(msg)))));
+        m_order.came(decodeAnswer(bytesOf(msg)));
     } catch (const EnvelopeError& failure) {
         fail(std::string("the service sent something that is no answer: ") + failure.what());
     }

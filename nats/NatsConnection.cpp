@@ -212,10 +212,7 @@ nlohmann::json NatsConnection::call(const std::string& name, const nlohmann::jso
                            "cluster has no leader now");
     if (status != NATS_OK)
         throw NatsError(0, reason(status));
-    const auto answer = nlohmann::json::parse(
-        std::string_view(natsMsg_GetData(received),
-                         static_cast<std::size_t>(natsMsg_GetDataLength(received))),
-        nullptr, false);
+    const auto answer = nlohmann::json::parse(bytesOf(received), nullptr, false);
     if (!answer.is_object())
         throw NatsError(0, "the server's answer to " + name + " cannot be read");
     if (const auto error = answer.find("error"); error != answer.end())

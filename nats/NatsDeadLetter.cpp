@@ -33,10 +33,7 @@ void storeDeadLetter(NatsConnection& connection, const std::string& bytes, const
     const NatsMessage reply(received);
     if (status != NATS_OK)
         throw NatsError(0, natsStatus_GetText(status));
-    const auto answer = nlohmann::json::parse(
-        std::string_view(natsMsg_GetData(received),
-                         static_cast<std::size_t>(natsMsg_GetDataLength(received))),
-        nullptr, false);
+    const auto answer = nlohmann::json::parse(bytesOf(received), nullptr, false);
     if (!answer.is_object() || answer.contains("error"))
         throw NatsError(0, "the engine did not store it");
 }

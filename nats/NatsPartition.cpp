@@ -5,6 +5,7 @@
 #include "nats/NatsConnection.h"
 #include "nats/NatsDeadLetter.h"
 #include "nats/NatsDelivery.h"
+#include "nats/NatsHandles.h"
 #include "nats/NatsStream.h"
 #include "standalone/Answer.h"
 #include "standalone/ChannelCounters.h"
@@ -34,10 +35,6 @@ constexpr std::string_view kTimeOut = "408";
 // How a message is acknowledged: it is done with, or nobody can do anything with it.
 constexpr const char* kDone = "+ACK";
 constexpr const char* kHopeless = "+TERM";
-
-std::string_view dataOf(natsMsg* msg) {
-    return {natsMsg_GetData(msg), static_cast<std::size_t>(natsMsg_GetDataLength(msg))};
-}
 
 /// The end of the subject: CALLER.RUN, the run being one process that called under that name.
 std::string callerAndRun(natsMsg* msg) {
@@ -213,9 +210,9 @@ void NatsPartition::takeStatus(natsMsg* msg, unsigned long pull) {
 bool NatsPartition::decode(natsMsg* msg, CommsChannelDataContainerMessage& result) {
     std::string why;
     try {
-        result = decodeMessage(dataOf(msg));
-        why = dataOf(msg).size() > m_reading.options.maxMessageBytes
-                  ? "it has " + std::to_string(dataOf(msg).size()) + " bytes and " +
+        result = decodeMessage(bytesOf(msg));
+        why = bytesOf(msg).size() > m_reading.options.maxMessageBytes
+                  ? "it has " + std::to_string(bytesOf(msg).size()) + " bytes and " +
                         std::to_string(m_reading.options.maxMessageBytes) + " are the limit"
                   : whyRefused(result);
     } catch (const EnvelopeError& failure) {

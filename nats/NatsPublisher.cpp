@@ -91,8 +91,7 @@ void NatsPublisher::run() {
 
 /// The engine's answer: stored, known already, or not now.
 void NatsPublisher::confirm(natsMsg* msg) {
-    const std::string_view bytes(natsMsg_GetData(msg),
-                                 static_cast<std::size_t>(natsMsg_GetDataLength(msg)));
+    const std::string_view bytes = bytesOf(msg);
     const bool stored = !bytes.empty() && bytes.find("\"error\"") == bytes.npos;
 
     const std::lock_guard lock(m_mutex);

@@ -163,8 +163,7 @@ void NatsReader::takeOwn(natsMsg* msg) {
     subject.remove_prefix(std::min(subject.size(), m_reading.inbox.size()));
     if (subject.starts_with("answers.")) {
         // Without a body it is the engine's word that the caller is not there now.
-        std::string_view numbers(natsMsg_GetData(msg),
-                                 static_cast<std::size_t>(natsMsg_GetDataLength(msg)));
+        std::string_view numbers = bytesOf(msg);
         while (!numbers.empty())
             m_answers.confirmed(cutNumber(numbers));
         return;

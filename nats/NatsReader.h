@@ -23,8 +23,7 @@ public:
                const std::string& inbox);
 
     /// Ends the thread, when the answers are confirmed or after a bounded time, and gives the
-    /// partitions back. What is not acknowledged by then is left to
-    /// others.
+    /// partitions back. What is not acknowledged by then is left to others.
     ~NatsReader() override;
 
     const NatsLeases& leases() const { return m_leases; }
