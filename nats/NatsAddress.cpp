@@ -64,12 +64,13 @@ NatsAddress::NatsAddress(const std::string& url) : m_url(url) {
 }
 
 std::string NatsAddress::requests(unsigned partition) const {
-    return requests(partition, "*", "*");
+    return requests(partition, "*", "*", "*");
 }
 
 std::string NatsAddress::requests(unsigned partition, const std::string& caller,
-                                  const std::string& run) const {
-    return m_service + ".requests." + std::to_string(partition) + "." + caller + "." + run;
+                                  const std::string& run, const std::string& line) const {
+    return m_service + ".requests." + std::to_string(partition) + "." + caller + "." + run + "." +
+           line;
 }
 
 } // namespace mirel

@@ -22,8 +22,11 @@ public:
     const std::string& stream() const { return m_service; }
     std::string requests() const { return m_service + ".requests.>"; }
     std::string requests(unsigned partition) const;
-    std::string requests(unsigned partition, const std::string& caller,
-                         const std::string& run) const;
+
+    /// `run` is one process that calls under that name; `line` stands for what it sends one after the
+    /// other.
+    std::string requests(unsigned partition, const std::string& caller, const std::string& run,
+                         const std::string& line) const;
     std::string answers(const std::string& caller) const {
         return m_service + ".answers." + caller;
     }

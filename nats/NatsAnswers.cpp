@@ -113,8 +113,7 @@ void NatsAnswers::acknowledge(const std::string& callbackChannel) {
 }
 
 void NatsAnswers::acknowledge(const NatsReturn& way) {
-    m_connection->publish(way.acknowledgeTo, "+ACK");
-    if (m_ledger->remove(way.streamSequence))
+    if (m_ledger->settle(way.streamSequence, kAcknowledged))
         m_connection->publish(m_inbox + "wake.0", "");
 }
 

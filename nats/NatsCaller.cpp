@@ -26,15 +26,25 @@ constexpr std::size_t kOverhead = 200;       ///< of the engine's header, which 
 
 [[noreturn]] void fail(const std::string& text) { throw MirelException(text, __FILE__, __LINE__); }
 
+std::string hexadecimal(std::uint64_t number) {
+    std::ostringstream text;
+    text << std::hex << number;
+    return text.str();
+}
+
 std::string unguessable() {
     std::random_device random;
-    std::ostringstream text;
-    text << std::hex << ((std::uint64_t{random()} << 32) | random());
-    return text.str();
+    return hexadecimal((std::uint64_t{random()} << 32) | random());
 }
 
 /// Who knows a caller's name could take its answers, so nobody should be able to guess it.
 std::string newName() { return "mirel-call-" + std::to_string(getpid()) + '-' + unguessable(); }
+
+/// What is acknowledged one after the other is on one subject: the requests of a source, and all that
+/// is no request. See NatsLedger.
+std::string lineOf(CommsChannelDataContainerMessage& msg) {
+    return isInvokerRequest(msg) ? hexadecimal(stableHash(msg.sourceChannel())) : "-";
+}
 
 const std::string& checked(const std::string& name) {
     if (!name.empty() && !NatsAddress::isToken(name))
@@ -81,10 +91,12 @@ bool NatsCaller::send(CommsChannelDataContainerMessage& msg, std::chrono::millis
              std::to_string(most) + " are the limit");
     checkConnection();
     const std::string source = msg.sourceChannel();
-    const bool taken = m_publisher->send(
-        {source, m_connection->address().requests(partitionOf(source, m_partitions), m_name, m_run),
-         idOf(msg), std::move(bytes)},
-        patience);
+    const bool taken =
+        m_publisher->send({source,
+                           m_connection->address().requests(partitionOf(source, m_partitions),
+                                                            m_name, m_run, lineOf(msg)),
+                           idOf(msg), std::move(bytes)},
+                          patience);
     if (taken && isInvokerRequest(msg))
         m_order.sent(source, msg.requestId());
     return taken;
@@ -95,10 +107,8 @@ bool NatsCaller::send(CommsChannelDataContainerMessage& msg, std::chrono::millis
 std::string NatsCaller::idOf(CommsChannelDataContainerMessage& msg) {
     if (!isInvokerRequest(msg))
         return m_name + "." + m_run + "." + std::to_string(++m_unanswerable);
-    std::ostringstream id;
-    id << m_name << '.' << std::hex << stableHash(msg.sourceChannel()) << std::dec << '.'
-       << msg.requestId();
-    return id.str();
+    return m_name + "." + hexadecimal(stableHash(msg.sourceChannel())) + "." +
+           std::to_string(msg.requestId());
 }
 
 void NatsCaller::checkConnection() {

@@ -41,10 +41,13 @@ const NatsChannelOptions& checked(const NatsChannelOptions& options) {
 NatsChannel::NatsChannel(const NatsChannelOptions& options)
     : m_options(checked(options)),
       m_counters(std::make_shared<ChannelCounters>("NatsChannel", options.connection.url)),
-      m_ledger(std::make_shared<NatsLedger>()),
+      m_connection(std::make_shared<NatsConnection>(options.connection)),
+      m_ledger(std::make_shared<NatsLedger>(
+          [connection = m_connection](const std::string& to, const char* how) {
+              connection->publish(to, how);
+          })),
       m_queue(
           std::make_unique<MessageQueue>(options.maxUnacknowledged * options.stream.partitions)),
-      m_connection(std::make_shared<NatsConnection>(options.connection)),
       m_inbox(newInbox()),
       m_answers(std::make_shared<NatsAnswers>(m_connection, m_ledger, m_counters,
                                               options.maxMessageBytes, m_inbox)) {

@@ -48,9 +48,9 @@ private:
 
     const NatsChannelOptions m_options;
     const std::shared_ptr<ChannelCounters> m_counters;
+    const std::shared_ptr<NatsConnection> m_connection;
     const std::shared_ptr<NatsLedger> m_ledger;
     const std::unique_ptr<MessageQueue> m_queue;
-    const std::shared_ptr<NatsConnection> m_connection;
     const std::string m_inbox;
     const std::shared_ptr<NatsAnswers> m_answers;
     std::unique_ptr<NatsReader> m_reader; ///< uses all of the above

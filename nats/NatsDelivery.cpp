@@ -44,7 +44,7 @@ std::optional<NatsDelivery> NatsDelivery::parse(std::string_view subject) {
 
 std::string NatsReturn::text() const {
     return answersTo + ' ' + std::to_string(partition) + ' ' + std::to_string(tenure) + ' ' +
-           std::to_string(streamSequence) + ' ' + acknowledgeTo;
+           std::to_string(streamSequence);
 }
 
 std::optional<NatsReturn> NatsReturn::parse(const std::string& text) {
@@ -52,9 +52,8 @@ std::optional<NatsReturn> NatsReturn::parse(const std::string& text) {
     NatsReturn result;
     result.answersTo = cut(rest, ' ');
     if (!read(cut(rest, ' '), result.partition) || !read(cut(rest, ' '), result.tenure) ||
-        !read(cut(rest, ' '), result.streamSequence) || rest.empty())
+        !read(rest, result.streamSequence))
         return std::nullopt;
-    result.acknowledgeTo = rest;
     return result;
 }
 

@@ -7,6 +7,9 @@
 
 namespace mirel {
 
+/// How a message is acknowledged that is done with.
+inline constexpr const char* kAcknowledged = "+ACK";
+
 /// What the engine says about one message that it delivers, in the subject for acknowledging it.
 struct NatsDelivery {
     std::string consumer;
@@ -18,15 +21,14 @@ struct NatsDelivery {
     static std::optional<NatsDelivery> parse(std::string_view subject);
 };
 
-/// What a message carries as its callback channel: where its answer goes, what it is acknowledged
-/// by, and by what right it was read. So an answer needs nothing else to find its way, whoever gives
-/// it.
+/// What a message carries as its callback channel: where its answer goes, which message of the stream
+/// it is, and by what right it was read. So an answer needs nothing else to find its way, whoever
+/// gives it.
 struct NatsReturn {
     std::string answersTo;
     unsigned partition = 0;
     unsigned long tenure = 0; ///< see NatsLeases
     std::uint64_t streamSequence = 0;
-    std::string acknowledgeTo;
 
     std::string text() const;
     static std::optional<NatsReturn> parse(const std::string& text);

@@ -1,38 +1,58 @@
 #include "nats/NatsLedger.h"
 
-#include <utility>
-
 namespace mirel {
 
-void NatsLedger::add(unsigned partition, std::uint64_t sequence, std::string acknowledgeTo) {
+NatsLedger::NatsLedger(Acknowledge acknowledge) : m_acknowledge(std::move(acknowledge)) {}
+
+void NatsLedger::add(unsigned partition, std::uint64_t subject, std::uint64_t sequence,
+                     std::string acknowledgeTo) {
     const std::lock_guard lock(m_mutex);
-    if (m_entries
-            .insert_or_assign(sequence, Entry{partition, std::move(acknowledgeTo), Clock::now()})
-            .second)
-        ++m_partitions[partition].unsettled;
+    if (!m_subjects.emplace(sequence, subject).second)
+        return;
+    m_entries.emplace(Place(subject, sequence),
+                      Entry{partition, std::move(acknowledgeTo), Clock::now()});
+    ++m_partitions[partition].unsettled;
 }
 
-bool NatsLedger::remove(std::uint64_t sequence) {
+bool NatsLedger::settle(std::uint64_t sequence, const char* how) {
     const std::lock_guard lock(m_mutex);
-    const auto entry = m_entries.find(sequence);
-    if (entry == m_entries.end())
+    const auto entry = find(sequence);
+    if (entry == m_entries.end() || entry->second.settled)
         return false;
     Partition& partition = m_partitions[entry->second.partition];
+    if (entry->second.stays) {
+        erase(entry);
+    } else {
+        entry->second.settled = how;
+        acknowledgeFirst(entry->first.first);
+    }
     --partition.unsettled;
-    m_entries.erase(entry);
     return std::exchange(partition.readerWaits, false);
+}
+
+/// Called with m_mutex held.
+void NatsLedger::acknowledgeFirst(std::uint64_t subject) {
+    auto entry = m_entries.lower_bound(Place(subject, 0));
+    while (entry != m_entries.end() && entry->first.first == subject && entry->second.settled) {
+        m_acknowledge(entry->second.acknowledgeTo, entry->second.settled);
+        entry = erase(entry);
+    }
 }
 
 void NatsLedger::drop(std::uint64_t sequence) {
     const std::lock_guard lock(m_mutex);
-    const auto entry = m_entries.find(sequence);
-    if (entry == m_entries.end())
+    auto entry = find(sequence);
+    if (entry == m_entries.end() || entry->second.settled)
         return;
     Partition& partition = m_partitions[entry->second.partition];
     --partition.unsettled;
     if (partition.firstDropped == 0 || sequence < partition.firstDropped)
         partition.firstDropped = sequence;
-    m_entries.erase(entry);
+    const std::uint64_t subject = entry->first.first;
+    for (entry = erase(entry); entry != m_entries.end() && entry->first.first == subject;) {
+        entry->second.stays = true;
+        entry = entry->second.settled ? erase(entry) : std::next(entry);
+    }
 }
 
 std::uint64_t NatsLedger::takeFirstDropped(unsigned partition) {
@@ -55,13 +75,26 @@ std::vector<std::string> NatsLedger::silentFor(Clock::duration silence) {
     std::vector<std::string> result;
     const Clock::time_point now = Clock::now();
     const std::lock_guard lock(m_mutex);
-    for (auto& [sequence, entry] : m_entries) {
+    for (auto& [place, entry] : m_entries) {
         if (now - entry.heardAbout < silence)
             continue;
         entry.heardAbout = now;
         result.push_back(entry.acknowledgeTo);
     }
     return result;
+}
+
+/// Called with m_mutex held.
+NatsLedger::Entries::iterator NatsLedger::find(std::uint64_t sequence) {
+    const auto subject = m_subjects.find(sequence);
+    return subject == m_subjects.end() ? m_entries.end()
+                                       : m_entries.find(Place(subject->second, sequence));
+}
+
+/// Called with m_mutex held.
+NatsLedger::Entries::iterator NatsLedger::erase(Entries::iterator entry) {
+    m_subjects.erase(entry->first.second);
+    return m_entries.erase(entry);
 }
 
 } // namespace mirel

@@ -3,34 +3,50 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace mirel {
 
 /// The messages that were delivered to this process and are not acknowledged yet. Any thread.
+///
+/// Those of one subject are acknowledged in the order in which they were delivered, because the
+/// engine needs it: nats-server 2.9.10 keeps the first and the last message of each subject, and does
+/// not correct the last one when that is removed. When one message is left in the end, it takes that
+/// removed one for it, and no new consumer finds the message that is there.
 class NatsLedger {
 public:
     using Clock = std::chrono::steady_clock;
 
-    void add(unsigned partition, std::uint64_t sequence, std::string acknowledgeTo);
+    /// `acknowledge(to, how)` sends an acknowledgement; called with the ledger locked.
+    using Acknowledge = std::function<void(const std::string& to, const char* how)>;
+    explicit NatsLedger(Acknowledge acknowledge);
 
-    /// Called after the acknowledgement has been sent, so that none is on its way once nothing is
-    /// left. True when the partition's reader wants to be woken.
-    bool remove(std::uint64_t sequence);
+    /// `subject` is a number that stands for the message's subject.
+    void add(unsigned partition, std::uint64_t subject, std::uint64_t sequence,
+             std::string acknowledgeTo);
 
-    /// Instead of `remove`, for a message that was handed out and has not been run.
+    /// The message is done with: acknowledged as `how` says, now or behind those before it. True when
+    /// the partition's reader wants to be woken.
+    bool settle(std::uint64_t sequence, const char* how);
+
+    /// Instead of `settle`, for a message that has not been run. It stays in the stream, and with it
+    /// all that was delivered of its subject behind it.
     void drop(std::uint64_t sequence);
 
     /// The first message of the partition that was dropped since the last time; 0: none was.
     std::uint64_t takeFirstDropped(unsigned partition);
 
-    /// Makes the next `remove` of one of the partition return true.
+    /// Makes the next `settle` of one of the partition return true.
     void wakeReader(unsigned partition);
 
-    /// How many of the partition are not acknowledged.
+    /// How many of the partition are neither settled nor dropped. Once there are none, none of its
+    /// acknowledgements is still to be sent.
     std::size_t unsettled(unsigned partition) const;
 
     /// What the messages are acknowledged by that the engine has heard nothing about for `silence`;
@@ -44,15 +60,28 @@ private:
         bool readerWaits = false;
     };
 
+    using Place = std::pair<std::uint64_t, std::uint64_t>; ///< subject, sequence in the stream
+
     struct Entry {
         unsigned partition;
         std::string acknowledgeTo;
         Clock::time_point heardAbout;
+        const char* settled = nullptr; ///< how, if it only waits for those before it
+        bool stays = false;            ///< in the stream, because one before it does
     };
+
+    using Entries = std::map<Place, Entry>;
+
+    Entries::iterator find(std::uint64_t sequence);
+    Entries::iterator erase(Entries::iterator entry);
+    void acknowledgeFirst(std::uint64_t subject);
+
+    const Acknowledge m_acknowledge;
 
     // Guarded by m_mutex.
     mutable std::mutex m_mutex;
-    std::map<std::uint64_t, Entry> m_entries; ///< by the sequence in the stream
+    Entries m_entries;
+    std::unordered_map<std::uint64_t, std::uint64_t> m_subjects; ///< of each entry's sequence
     std::map<unsigned, Partition> m_partitions;
 };
 

@@ -32,21 +32,16 @@ constexpr std::chrono::minutes kRemembered{60};
 constexpr std::string_view kHeartbeatStatus = "100";
 constexpr std::string_view kTimeOut = "408";
 
-// How a message is acknowledged: it is done with, or nobody can do anything with it.
-constexpr const char* kDone = "+ACK";
+// How a message is acknowledged that nobody can do anything with.
 constexpr const char* kHopeless = "+TERM";
 
-/// The end of the subject: CALLER.RUN, the run being one process that called under that name.
-std::string callerAndRun(natsMsg* msg) {
-    const std::string subject = natsMsg_GetSubject(msg);
-    const std::size_t run = subject.rfind('.');
-    return run == std::string::npos || run == 0 ? std::string()
-                                                : subject.substr(subject.rfind('.', run - 1) + 1);
-}
-
+/// SERVICE.requests.PARTITION.CALLER.RUN.LINE
 std::string callerOf(natsMsg* msg) {
-    const std::string both = callerAndRun(msg);
-    return both.substr(0, both.find('.'));
+    const std::string_view subject = natsMsg_GetSubject(msg);
+    std::size_t begin = 0;
+    for (int point = 0; point < 3; ++point)
+        begin = subject.find('.', begin) + 1;
+    return std::string(subject.substr(begin, subject.find('.', begin) - begin));
 }
 
 } // namespace
@@ -101,12 +96,17 @@ void NatsPartition::tryToOpen(unsigned long connectionLosses) {
         m_lastHeard = Clock::now();
         m_state = State::eOpen;
         m_toldFailure = false;
+        logAppUni("NatsChannel", __FILE__, 4, __LINE__, "partition %u is read, in doubt up to %llu",
+                  m_number, static_cast<unsigned long long>(m_consumer.inDoubt()));
     } catch (const std::exception& failure) { // its answers may be unreadable, too
-        if (!std::exchange(m_toldFailure, true))
-            logAppUni("NatsChannel", __FILE__, 3, __LINE__,
-                      "partition %u cannot be read now, and is tried again: %s", m_number,
-                      failure.what());
+        tellFailure("it cannot be read now, and is tried again", failure.what());
     }
+}
+
+void NatsPartition::tellFailure(const char* what, const char* why) {
+    if (!std::exchange(m_toldFailure, true))
+        logAppUni("NatsChannel", __FILE__, 3, __LINE__, "partition %u: %s: %s", m_number, what,
+                  why);
 }
 
 /// What is known about messages is known by their number in this stream, and worth nothing in another
@@ -138,7 +138,7 @@ void NatsPartition::disturbed(const std::string& why) {
 
 void NatsPartition::forgetWaiting() {
     for (const Waiting& waiting : m_waiting)
-        m_reading.ledger.remove(waiting.sequence);
+        m_reading.ledger.drop(waiting.sequence);
     m_waiting.clear();
 }
 
@@ -154,22 +154,25 @@ void NatsPartition::take(natsMsg* msg, const NatsDelivery& delivery) {
     m_expected -= std::min<std::size_t>(m_expected, 1);
     const std::string acknowledgeTo = natsMsg_GetReply(msg);
     if (delivery.streamSequence <= m_handedOut) {
-        m_reading.connection.publish(acknowledgeTo, kDone); // the first time, that got lost
+        logSkipped(delivery.streamSequence, "was handed out before");
+        m_reading.connection.publish(acknowledgeTo, kAcknowledged); // the first time, that got lost
         return;
     }
-    Waiting waiting{delivery.streamSequence, acknowledgeTo, {}};
-    m_reading.ledger.add(m_number, waiting.sequence, acknowledgeTo);
+    Waiting waiting{delivery.streamSequence, {}};
+    m_reading.ledger.add(m_number, std::hash<std::string_view>()(natsMsg_GetSubject(msg)),
+                         waiting.sequence, acknowledgeTo);
     if (!decode(msg, waiting.msg)) {
-        settle(waiting.sequence, acknowledgeTo, kHopeless);
+        m_reading.ledger.settle(waiting.sequence, kHopeless);
         return;
     }
     if (isStoredTwice(msg, waiting)) {
-        settle(waiting.sequence, acknowledgeTo, kDone);
+        logSkipped(delivery.streamSequence, "repeats the one before it of its source");
+        m_reading.ledger.settle(waiting.sequence, kAcknowledged);
         return;
     }
     waiting.msg.callbackChannel() =
         NatsReturn{m_reading.connection.address().answers(callerOf(msg)), m_number, m_tenure,
-                   waiting.sequence, acknowledgeTo}
+                   waiting.sequence}
             .text();
     m_waiting.push_back(std::move(waiting));
 }
@@ -187,11 +190,17 @@ bool NatsPartition::isStoredTwice(natsMsg* msg, Waiting& waiting) {
                       [now](const auto& entry) { return now - entry.second.taken > kRemembered; });
         m_sweepAt = std::max(kManySources, 2 * m_lastStored.size());
     }
-    Stored& last = m_lastStored[callerAndRun(msg) + ' ' + waiting.msg.sourceChannel()];
+    Stored& last = m_lastStored[natsMsg_GetSubject(msg) + (' ' + waiting.msg.sourceChannel())];
     const bool again = last.id == id && last.sequence < waiting.sequence;
     if (!again)
         last = {id, waiting.sequence, now};
     return again;
+}
+
+/// The only messages that are acknowledged without being run.
+void NatsPartition::logSkipped(std::uint64_t sequence, const char* why) const {
+    logAppUni("NatsChannel", __FILE__, 4, __LINE__, "partition %u: message %llu is not run: it %s",
+              m_number, static_cast<unsigned long long>(sequence), why);
 }
 
 void NatsPartition::takeStatus(natsMsg* msg, unsigned long pull) {
@@ -237,8 +246,9 @@ void NatsPartition::handOut() {
             ++m_reading.counters.received;
             m_ready.push_back(std::move(m_waiting.front().msg));
         }
-    } catch (const NatsError&) {
-        // What is in doubt waits until its attempt can be written down.
+        m_toldFailure = false;
+    } catch (const NatsError& failure) {
+        tellFailure("what its host may have died of waits", failure.what());
     }
     if (!m_ready.empty())
         m_reading.queue.sendWhatFits(m_ready);
@@ -273,13 +283,7 @@ void NatsPartition::giveUp(Waiting& waiting) {
                                      encode(Answer{false, msg.requestId(), msg.sourceChannel(), "",
                                                    "the request was " + text}));
     m_handedOut = waiting.sequence;
-    settle(waiting.sequence, waiting.acknowledgeTo, kHopeless);
-}
-
-void NatsPartition::settle(std::uint64_t sequence, const std::string& acknowledgeTo,
-                           const char* how) {
-    m_reading.connection.publish(acknowledgeTo, how);
-    m_reading.ledger.remove(sequence);
+    m_reading.ledger.settle(waiting.sequence, kHopeless);
 }
 
 } // namespace mirel

@@ -74,7 +74,6 @@ private:
 
     struct Waiting {
         std::uint64_t sequence;
-        std::string acknowledgeTo;
         CommsChannelDataContainerMessage msg;
     };
 
@@ -85,16 +84,17 @@ private:
         Clock::time_point taken{};
     };
 
+    void tellFailure(const char* what, const char* why);
     void lookAtStream();
     void pull();
     void disturbed(const std::string& why);
     void forgetWaiting();
     bool isStoredTwice(natsMsg* msg, Waiting& waiting);
+    void logSkipped(std::uint64_t sequence, const char* why) const;
     bool decode(natsMsg* msg, CommsChannelDataContainerMessage& result);
     void handOut();
     bool mayTry(const Waiting& waiting);
     void giveUp(Waiting& waiting);
-    void settle(std::uint64_t sequence, const std::string& acknowledgeTo, const char* how);
 
     const NatsReading& m_reading;
     const unsigned m_number;

@@ -145,7 +145,7 @@ bool NatsReader::receiveSome(std::int64_t patienceMs) {
 void NatsReader::take(natsMsg* msg) {
     const char* const reply = natsMsg_GetReply(msg);
     if (const auto delivery = NatsDelivery::parse(reply ? reply : "")) {
-        // SERVICE.requests.PARTITION.CALLER.RUN
+        // SERVICE.requests.PARTITION.CALLER.RUN.LINE
         std::string_view subject = natsMsg_GetSubject(msg);
         const std::size_t fixed =
             m_reading.connection.address().stream().size() + std::string_view(".requests.").size();

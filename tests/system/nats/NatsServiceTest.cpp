@@ -18,6 +18,20 @@ protected:
         return HostsFixture::newLoad(m_server.url(), 4, ofEach);
     }
 
+    /// Waits until the stream holds as many messages; false after a minute.
+    bool waitForRest(unsigned long messages) const {
+        NatsConnectionOptions options;
+        options.url = m_server.url();
+        NatsConnection connection(options);
+        const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+        while (connection.call("STREAM.INFO.service", nullptr, std::chrono::seconds(5))
+                   .at("state")
+                   .at("messages") != messages)
+            if (std::chrono::steady_clock::now() > end)
+                return false;
+        return true;
+    }
+
     NatsServer m_server;
 };
 
@@ -142,6 +156,21 @@ TEST_F(NatsServiceTest, KnowsARepeatedRequestAndNoOtherOne) {
     EXPECT_EQ(history().count(), 3U);
 }
 
+TEST_F(NatsServiceTest, FindsTheLastOfThoseThatWereAcknowledgedOutOfTheirOrder) {
+    std::ostringstream input;
+    for (const char* const data : {"first 1 work 100000", "left 1 work 2000000", "last 1"})
+        input << R"({"kind": "request", "interface": "Recording", "protocol": "run", "source": ")"
+              << std::string(data).substr(0, std::string(data).find(' ')) << R"(", "data": ")"
+              << data << "\"}\n";
+    auto host = newHost();
+    const auto call = newCall(m_server.url(), {"--input", "-"}, input.str());
+    ASSERT_TRUE(waitForProgress(2));
+    ASSERT_TRUE(waitForRest(1));
+    host->signal(SIGKILL);
+    host = newHost();
+    expectGood(call->finish());
+}
+
 TEST_F(NatsServiceTest, HostsShareThePartitionsAndTakeOverThoseOfADeadOne) {
     const Arguments partitions{"--partitions", "8"};
     std::vector<std::unique_ptr<Process>> hosts;
@@ -212,7 +241,7 @@ TEST_F(NatsServiceTest, RefusesWhatCannotBeARequest) {
     NatsConnectionOptions options;
     options.url = m_server.url();
     NatsConnection stranger(options);
-    ASSERT_TRUE(stranger.publish("service.requests.0.stranger.run", "garbage"));
+    ASSERT_TRUE(stranger.publish("service.requests.0.stranger.run.line", "garbage"));
     ASSERT_TRUE(stranger.publish("service.requests.0", "on no caller's subject"));
 
     const auto large = newCall(m_server.url(), {"--input", "-", "--max-message", "10000000"},
