@@ -95,8 +95,9 @@ void NatsLeases::run() {
         try {
             round();
         } catch (const std::exception& failure) {
-            logAppUni("NatsLeases", __FILE__, 4, __LINE__, "leases cannot be renewed now: %s",
-                      failure.what());
+            if (loggingOnAppUni("NatsLeases", 4))
+                logAppUni("NatsLeases", __FILE__, 4, __LINE__, "leases cannot be renewed now: %s",
+                          failure.what());
         }
         lock.lock();
     }
@@ -178,7 +179,8 @@ void NatsLeases::seize(unsigned partition) {
         return; // another host was faster
     const std::lock_guard lock(m_mutex);
     m_leases[partition] = Lease{*revision, asked + m_lifetime, ++m_tenures};
-    logAppUni("NatsLeases", __FILE__, 4, __LINE__, "partition %u is ours", partition);
+    if (loggingOnAppUni("NatsLeases", 4))
+        logAppUni("NatsLeases", __FILE__, 4, __LINE__, "partition %u is ours", partition);
 }
 
 void NatsLeases::chooseSurplus(unsigned share) {

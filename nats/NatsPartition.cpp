@@ -96,8 +96,10 @@ void NatsPartition::tryToOpen(unsigned long connectionLosses) {
         m_lastHeard = Clock::now();
         m_state = State::eOpen;
         m_toldFailure = false;
-        logAppUni("NatsChannel", __FILE__, 4, __LINE__, "partition %u is read, in doubt up to %llu",
-                  m_number, static_cast<unsigned long long>(m_consumer.inDoubt()));
+        if (loggingOnAppUni("NatsChannel", 4))
+            logAppUni("NatsChannel", __FILE__, 4, __LINE__,
+                      "partition %u is read, in doubt up to %llu", m_number,
+                      static_cast<unsigned long long>(m_consumer.inDoubt()));
     } catch (const std::exception& failure) { // its answers may be unreadable, too
         tellFailure("it cannot be read now, and is tried again", failure.what());
     }
@@ -199,8 +201,10 @@ bool NatsPartition::isStoredTwice(natsMsg* msg, Waiting& waiting) {
 
 /// The only messages that are acknowledged without being run.
 void NatsPartition::logSkipped(std::uint64_t sequence, const char* why) const {
-    logAppUni("NatsChannel", __FILE__, 4, __LINE__, "partition %u: message %llu is not run: it %s",
-              m_number, static_cast<unsigned long long>(sequence), why);
+    if (loggingOnAppUni("NatsChannel", 4))
+        logAppUni("NatsChannel", __FILE__, 4, __LINE__,
+                  "partition %u: message %llu is not run: it %s", m_number,
+                  static_cast<unsigned long long>(sequence), why);
 }
 
 void NatsPartition::takeStatus(natsMsg* msg, unsigned long pull) {

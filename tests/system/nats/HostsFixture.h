@@ -57,14 +57,22 @@ protected:
     History history() const { return History(m_history); }
 
     /// Waits until the service has run `more` requests from now on; false after a minute without
-    /// any.
+    /// any. Counts lines, because the history may be read while it grows fast.
     bool waitForProgress(unsigned long more) const {
-        const unsigned long wanted = history().count() + more;
         const int watch = inotify_init1(IN_CLOEXEC);
         inotify_add_watch(watch, m_folder.path("").c_str(), IN_MODIFY | IN_CREATE);
         pollfd changed{watch, POLLIN, 0};
+        std::ifstream lines;
+        const auto newLines = [&] {
+            if (!lines.is_open())
+                lines.open(m_history);
+            lines.clear(); // its end may have been met before
+            return static_cast<unsigned long>(
+                std::count(std::istreambuf_iterator<char>(lines), {}, '\n'));
+        };
+        newLines();
         bool good = true;
-        while (good && history().count() < wanted) {
+        for (unsigned long seen = 0; good && seen < more; seen += newLines()) {
             std::array<char, 4096> events{};
             good = poll(&changed, 1, 60000) == 1 && read(watch, events.data(), events.size()) > 0;
         }
