@@ -49,7 +49,7 @@ public:
           m_connection(m_options.connection),
           m_inbox(mirel::newInbox() + "pull"),
           m_consumer(m_connection, m_options, 0) {
-        mirel::provideStream(m_connection, m_options.stream, m_options.connection.patience);
+        mirel::provideStream(m_connection, m_options.stream, m_options.connection);
         m_consumer.renew();
         m_subscription = subscribe(m_connection, m_inbox);
         m_thread = std::thread([this] { echo(); });

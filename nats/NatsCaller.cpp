@@ -59,7 +59,7 @@ NatsCaller::NatsCaller(const NatsCallerOptions& options)
       m_name(checked(options.name).empty() ? newName() : options.name),
       m_run(unguessable()),
       m_connection(std::make_unique<NatsConnection>(options.connection)) {
-    m_partitions = partitionsOf(*m_connection, options.connection.patience);
+    m_partitions = partitionsOf(*m_connection, options.connection);
     natsSubscription* made = nullptr;
     const natsStatus status = natsConnection_SubscribeSync(
         &made, m_connection->get(), m_connection->address().answers(m_name).c_str());

@@ -51,7 +51,7 @@ NatsChannel::NatsChannel(const NatsChannelOptions& options)
       m_inbox(newInbox()),
       m_answers(std::make_shared<NatsAnswers>(m_connection, m_ledger, m_counters,
                                               options.maxMessageBytes, m_inbox)) {
-    provideStream(*m_connection, options.stream, options.connection.patience);
+    provideStream(*m_connection, options.stream, options.connection);
     try {
         m_reader = std::make_unique<NatsReader>(*m_connection, m_options, *m_queue, *m_ledger,
                                                 *m_counters, *m_answers, m_inbox);

@@ -107,11 +107,11 @@ NatsConnection::NatsConnection(const NatsConnectionOptions& wanted) : m_address(
     natsOptions_SetReconnectedCB(made, &onConnected, this);
     natsOptions_SetDisconnectedCB(made, &onLost, this);
     natsOptions_SetClosedCB(made, &onClosed, this);
-    connect(*made, wanted.patience);
+    connect(*made, wanted);
 }
 
-void NatsConnection::connect(natsOptions& options, milliseconds patience) {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
+void NatsConnection::connect(natsOptions& options, const NatsConnectionOptions& wanted) {
+    const auto deadline = std::chrono::steady_clock::now() + wanted.patience;
     for (bool told = false;; told = true) {
         const natsStatus status = natsConnection_Connect(&m_connection, &options);
         if (status == NATS_OK) {
@@ -126,11 +126,13 @@ void NatsConnection::connect(natsOptions& options, milliseconds patience) {
             fail("cannot connect to " + m_address.url() + ": " + reason(status));
         if (std::chrono::steady_clock::now() >= deadline)
             fail("no NATS server answers at " + m_address.url() + " within " +
-                 std::to_string(patience.count()) + " ms");
+                 std::to_string(wanted.patience.count()) + " ms");
+        if (wanted.giveUp())
+            fail("told to stop while no NATS server answers at " + m_address.url());
         if (!told)
             logAppUni("NatsConnection", __FILE__, 3, __LINE__,
                       "no NATS server answers at %s yet; looking for %ld ms",
-                      m_address.url().c_str(), static_cast<long>(patience.count()));
+                      m_address.url().c_str(), static_cast<long>(wanted.patience.count()));
         std::unique_lock lock(m_mutex); // nothing tells when a server has come; it is asked again
         m_changed.wait_for(lock, kBetweenAttempts);
     }

@@ -68,7 +68,7 @@ public:
     const NatsAddress& address() const { return m_address; }
 
 private:
-    void connect(natsOptions& options, std::chrono::milliseconds patience);
+    void connect(natsOptions& options, const NatsConnectionOptions& wanted);
 
     // Called by threads of the engine's library.
     static void onConnected(natsConnection*, void* self);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <string>
 
 namespace mirel {
@@ -11,6 +12,9 @@ struct NatsConnectionOptions {
 
     /// How long to look for a server when connecting.
     std::chrono::milliseconds patience{5000};
+
+    /// Asked a few times a second meanwhile, and never afterwards; true ends the search.
+    std::function<bool()> giveUp = [] { return false; };
 
     // Authentication; empty: none. The password is the first line of its file, so that it is on no
     // command line.

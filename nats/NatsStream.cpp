@@ -33,16 +33,16 @@ constexpr const char* kDescription = "requests of a service, partitions: ";
 [[noreturn]] void fail(const std::string& text) { throw MirelException(text, __FILE__, __LINE__); }
 
 /// Repeats the call until it gives an answer, while its failure may pass by itself.
-json patiently(milliseconds patience, const std::function<bool(int)>& passes,
+json patiently(const NatsConnectionOptions& search, const std::function<bool(int)>& passes,
                const std::function<json()>& call) {
-    const auto deadline = Clock::now() + patience;
+    const auto deadline = Clock::now() + search.patience;
     std::mutex mutex;
     std::condition_variable never; // nothing tells when a cluster has found its leader
     for (std::unique_lock lock(mutex);; never.wait_for(lock, kBetweenAttempts)) {
         try {
             return call();
         } catch (const NatsError& failure) {
-            if (!passes(failure.code()) || Clock::now() >= deadline)
+            if (!passes(failure.code()) || Clock::now() >= deadline || search.giveUp())
                 throw;
         }
     }
@@ -66,9 +66,9 @@ std::string difference(const json& is, const json& wanted) {
     return text;
 }
 
-void provide(NatsConnection& connection, const json& wanted, milliseconds patience) {
+void provide(NatsConnection& connection, const NatsConnectionOptions& search, const json& wanted) {
     const std::string name = wanted.at("name");
-    const json is = patiently(patience, &electionPasses, [&] {
+    const json is = patiently(search, &electionPasses, [&] {
         try {
             return infoOf(connection, name);
         } catch (const NatsError& failure) {
@@ -91,37 +91,35 @@ void provide(NatsConnection& connection, const json& wanted, milliseconds patien
 } // namespace
 
 void provideStream(NatsConnection& connection, const NatsStreamOptions& options,
-                   milliseconds patience) {
+                   const NatsConnectionOptions& search) {
     const NatsAddress& address = connection.address();
     if (options.partitions == 0 || options.partitions > kMostPartitions)
         fail("a service has 1 to " + std::to_string(kMostPartitions) + " partitions");
     try {
-        provide(connection,
+        provide(connection, search,
                 {{"name", address.stream()},
                  {"subjects", {address.requests()}},
                  {"retention", "workqueue"},
                  {"storage", "file"},
                  {"num_replicas", options.replicas},
                  {"duplicate_window", std::chrono::nanoseconds(options.duplicateWindow).count()},
-                 {"description", kDescription + std::to_string(options.partitions)}},
-                patience);
-        provide(connection,
+                 {"description", kDescription + std::to_string(options.partitions)}});
+        provide(connection, search,
                 {{"name", address.deadLetterStream()},
                  {"subjects", {address.deadLetters()}},
                  {"retention", "limits"},
                  {"storage", "file"},
-                 {"num_replicas", options.replicas}},
-                patience);
+                 {"num_replicas", options.replicas}});
     } catch (const NatsError& failure) {
         fail("the stream of " + address.url() + " cannot be made: " + failure.what());
     }
 }
 
-unsigned partitionsOf(NatsConnection& connection, milliseconds patience) {
+unsigned partitionsOf(NatsConnection& connection, const NatsConnectionOptions& search) {
     const NatsAddress& address = connection.address();
     const auto passes = [](int code) { return electionPasses(code) || code == kStreamNotFound; };
     try {
-        const std::string description = patiently(patience, passes, [&] {
+        const std::string description = patiently(search, passes, [&] {
                                             return infoOf(connection, address.stream());
                                         }).value("description", "");
         const std::string count = description.starts_with(kDescription)

@@ -7,6 +7,7 @@
 namespace mirel {
 
 class NatsConnection;
+struct NatsConnectionOptions;
 
 struct NatsStreamOptions {
     unsigned partitions = 1;                   ///< 1 to 1000
@@ -15,13 +16,13 @@ struct NatsStreamOptions {
 };
 
 /// Makes the service's stream, and the one for messages that were given up, where they are missing.
-/// Waits at most `patience` for a cluster that has no leader yet. `MirelException` when a stream is
+/// Waits for a cluster that has no leader yet, as `search` says. `MirelException` when a stream is
 /// there with other settings, or cannot be made.
 void provideStream(NatsConnection& connection, const NatsStreamOptions& options,
-                   std::chrono::milliseconds patience);
+                   const NatsConnectionOptions& search);
 
-/// How many partitions the service has. `MirelException` when it has no stream within `patience`.
-unsigned partitionsOf(NatsConnection& connection, std::chrono::milliseconds patience);
+/// How many partitions the service has. `MirelException` when it has no stream in that time.
+unsigned partitionsOf(NatsConnection& connection, const NatsConnectionOptions& search);
 
 /// When the service's stream was made, as the engine tells it. `NatsError`.
 std::string createdAt(NatsConnection& connection);

@@ -29,9 +29,12 @@ void setUpProcess(const HostOptions& options) {
     StandaloneContext::loadCreator(options.serviceLibrary, options.creator);
 }
 
-ServedChannel open(const HostOptions& options) {
-    if (isNats(options.channel.url))
-        return openNatsChannel(options.nats);
+ServedChannel open(const HostOptions& options, const StopSignals& signals) {
+    if (isNats(options.channel.url)) {
+        NatsChannelOptions nats = options.nats;
+        nats.connection.giveUp = [&signals] { return signals.pending(); };
+        return openNatsChannel(nats);
+    }
     auto channel = std::make_unique<ZmqChannel>(options.channel);
     std::string url = channel->url();
     auto counters = channel->counters();
@@ -56,7 +59,7 @@ bool waitForEnd(std::unique_ptr<StopSignals> signals, const HostedExecutor& exec
 int serve(const HostOptions& options) {
     auto signals = std::make_unique<StopSignals>();
     setUpProcess(options);
-    ServedChannel served = open(options);
+    ServedChannel served = open(options, *signals);
     const auto tally = std::make_shared<Tally>();
     const auto flow = std::make_shared<FlowLimit>(options.maxUnfinished);
     const auto begin = std::chrono::steady_clock::now();

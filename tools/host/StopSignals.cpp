@@ -23,12 +23,16 @@ StopSignals::StopSignals() {
 StopSignals::~StopSignals() {
     // What has come already has been obeyed.
     signalfd_siginfo taken{};
-    std::array<pollfd, 1> item{{{m_descriptor, POLLIN, 0}}};
-    while (poll(item.data(), item.size(), 0) > 0 &&
+    while (pending() &&
            read(m_descriptor, &taken, sizeof(taken)) == static_cast<ssize_t>(sizeof(taken))) {
     }
     close(m_descriptor);
     pthread_sigmask(SIG_UNBLOCK, &m_signals, nullptr);
+}
+
+bool StopSignals::pending() const {
+    std::array<pollfd, 1> item{{{m_descriptor, POLLIN, 0}}};
+    return poll(item.data(), item.size(), 0) > 0;
 }
 
 bool StopSignals::waitForSignalOr(int otherDescriptor) const {

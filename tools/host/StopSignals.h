@@ -20,6 +20,9 @@ public:
     /// Returns when a signal has come (true) or the other descriptor is readable (false).
     bool waitForSignalOr(int otherDescriptor) const;
 
+    /// Whether one has come.
+    bool pending() const;
+
 private:
     sigset_t m_signals{};
     int m_descriptor = -1;

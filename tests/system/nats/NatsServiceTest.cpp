@@ -258,6 +258,17 @@ TEST_F(NatsServiceTest, RefusesWhatCannotBeARequest) {
         contains(host->finish().output, "40 requests, 0 timer events, 0 legacy; 1 refused"));
 }
 
+TEST(NatsRefusalTest, AHostCanBeStoppedWhileItLooksForItsServer) {
+    Process host({MIREL_HOST, "--library", RECORDING_LIBRARY, "--creator", "makeRecordingService",
+                  "--interface", "Recording", "--patience", "60000", "--channel",
+                  "nats://127.0.0.1:" + std::to_string(freePort()) + "/service"});
+    ASSERT_TRUE(host.waitFor("looking for"));
+    host.signal(SIGTERM);
+    const auto result = host.finish();
+    EXPECT_EQ(result.status, 2);
+    EXPECT_TRUE(contains(result.errors, "told to stop"));
+}
+
 TEST(NatsRefusalTest, SaysWhyThereIsNoService) {
     const TemporaryFolder folder;
     std::ofstream(folder.path("wrong")) << "wrong\n";
