@@ -51,6 +51,7 @@ public:
         arguments.push_back(nullptr);
         errno = posix_spawn(&m_pid, arguments[0], &actions, nullptr, arguments.data(), environ);
         check(errno == 0, arguments[0]);
+        m_started = m_pid;
         posix_spawn_file_actions_destroy(&actions);
         for (const int descriptor : ours)
             close(descriptor);
@@ -58,10 +59,13 @@ public:
     ~Process() {
         if (m_pid > 0) {
             kill(m_pid, SIGKILL);
-            waitpid(m_pid, nullptr, 0);
+            finish();
         }
         for (const Stream& stream : m_streams)
             close(stream.descriptor);
+        if (testing::Test::HasFailure())
+            std::cerr << "standard error of process " << m_started << ":\n"
+                      << m_streams[1].text << '\n';
     }
 
     Process(const Process&) = delete;
@@ -131,7 +135,8 @@ private:
         return true;
     }
 
-    pid_t m_pid = -1;
+    pid_t m_pid = -1; ///< until it has ended
+    pid_t m_started = -1;
     std::array<Stream, 2> m_streams; ///< standard output and standard error
 };
 

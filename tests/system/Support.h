@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <iostream>
 #include <stdexcept>
 #include <string>
 
@@ -17,7 +18,12 @@ public:
         if (!mkdtemp(m_path.data()))
             throw std::runtime_error("no temporary folder");
     }
-    ~TemporaryFolder() { fs::remove_all(m_path); }
+    ~TemporaryFolder() {
+        if (testing::Test::HasFailure())
+            std::cerr << "kept: " << m_path << '\n'; // it may tell why
+        else
+            fs::remove_all(m_path);
+    }
 
     TemporaryFolder(const TemporaryFolder&) = delete;
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
