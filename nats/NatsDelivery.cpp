@@ -37,7 +37,8 @@ std::optional<NatsDelivery> NatsDelivery::parse(std::string_view subject) {
     delivery.consumer = tokens[consumer];
     if (!read(tokens[consumer + 1], delivery.times) ||
         !read(tokens[consumer + 2], delivery.streamSequence) ||
-        !read(tokens[consumer + 3], delivery.consumerSequence))
+        !read(tokens[consumer + 3], delivery.consumerSequence) ||
+        !read(tokens[consumer + 4], delivery.stored))
         return std::nullopt;
     return delivery;
 }

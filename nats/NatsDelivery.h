@@ -16,6 +16,7 @@ struct NatsDelivery {
     unsigned long times = 0; ///< that this consumer has delivered the message, this one included
     std::uint64_t streamSequence = 0;
     std::uint64_t consumerSequence = 0;
+    std::uint64_t stored = 0; ///< when, in nanoseconds by the engine's clock
 
     /// Nothing when the subject is no such one.
     static std::optional<NatsDelivery> parse(std::string_view subject);

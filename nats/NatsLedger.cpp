@@ -41,13 +41,24 @@ void NatsLedger::acknowledgeFirst(std::uint64_t subject) {
 
 void NatsLedger::drop(std::uint64_t sequence) {
     const std::lock_guard lock(m_mutex);
-    auto entry = find(sequence);
+    const auto entry = find(sequence);
     if (entry == m_entries.end() || entry->second.settled)
         return;
     Partition& partition = m_partitions[entry->second.partition];
-    --partition.unsettled;
     if (partition.firstDropped == 0 || sequence < partition.firstDropped)
         partition.firstDropped = sequence;
+    leave(entry);
+}
+
+void NatsLedger::forget(std::uint64_t sequence) {
+    const std::lock_guard lock(m_mutex);
+    if (const auto entry = find(sequence); entry != m_entries.end() && !entry->second.settled)
+        leave(entry);
+}
+
+/// Called with m_mutex held.
+void NatsLedger::leave(Entries::iterator entry) {
+    --m_partitions[entry->second.partition].unsettled;
     const std::uint64_t subject = entry->first.first;
     for (entry = erase(entry); entry != m_entries.end() && entry->first.first == subject;) {
         entry->second.stays = true;

@@ -35,9 +35,12 @@ public:
     /// the partition's reader wants to be woken.
     bool settle(std::uint64_t sequence, const char* how);
 
-    /// Instead of `settle`, for a message that has not been run. It stays in the stream, and with it
-    /// all that was delivered of its subject behind it.
+    /// Instead of `settle`, for a message that was handed out and has not been run. It stays in the
+    /// stream, and with it all that was delivered of its subject behind it.
     void drop(std::uint64_t sequence);
+
+    /// The same for one that was not handed out.
+    void forget(std::uint64_t sequence);
 
     /// The first message of the partition that was dropped since the last time; 0: none was.
     std::uint64_t takeFirstDropped(unsigned partition);
@@ -74,6 +77,7 @@ private:
 
     Entries::iterator find(std::uint64_t sequence);
     Entries::iterator erase(Entries::iterator entry);
+    void leave(Entries::iterator entry);
     void acknowledgeFirst(std::uint64_t subject);
 
     const Acknowledge m_acknowledge;

@@ -88,8 +88,10 @@ void NatsPartition::tryToOpen(unsigned long connectionLosses) {
         if (!m_reading.connection.flush(kFlush)) // the last acknowledgements
             return;
         lookAtStream();
-        if (const std::uint64_t dropped = m_reading.ledger.takeFirstDropped(m_number))
+        if (const std::uint64_t dropped = m_reading.ledger.takeFirstDropped(m_number)) {
             m_handedOut = std::min(m_handedOut, dropped - 1);
+            m_lastOf.clear(); // some of these have not run
+        }
         m_consumer.renew();
         m_nextDelivery = 1;
         m_expected = 0;
@@ -119,7 +121,7 @@ void NatsPartition::lookAtStream() {
         logAppUni("NatsChannel", __FILE__, 2, __LINE__,
                   "partition %u: the stream was made anew; what it held is gone", m_number);
         m_handedOut = 0;
-        m_lastStored.clear();
+        m_lastOf.clear();
         m_consumer.forgetDoubt();
     }
     m_streamCreated = std::move(created);
@@ -140,7 +142,7 @@ void NatsPartition::disturbed(const std::string& why) {
 
 void NatsPartition::forgetWaiting() {
     for (const Waiting& waiting : m_waiting)
-        m_reading.ledger.drop(waiting.sequence);
+        m_reading.ledger.forget(waiting.sequence);
     m_waiting.clear();
 }
 
@@ -155,23 +157,22 @@ void NatsPartition::take(natsMsg* msg, const NatsDelivery& delivery) {
     ++m_nextDelivery;
     m_expected -= std::min<std::size_t>(m_expected, 1);
     const std::string acknowledgeTo = natsMsg_GetReply(msg);
-    if (delivery.streamSequence <= m_handedOut) {
+    if (wasHandedOut(delivery)) {
         logSkipped(delivery.streamSequence, "was handed out before");
         m_reading.connection.publish(acknowledgeTo, kAcknowledged); // the first time, that got lost
         return;
     }
-    Waiting waiting{delivery.streamSequence, {}};
-    m_reading.ledger.add(m_number, std::hash<std::string_view>()(natsMsg_GetSubject(msg)),
-                         waiting.sequence, acknowledgeTo);
+    Waiting waiting{delivery.streamSequence, delivery.stored, {}, natsMsg_GetSubject(msg), {}};
+    m_reading.ledger.add(m_number, std::hash<std::string>()(waiting.from), waiting.sequence,
+                         acknowledgeTo);
     if (!decode(msg, waiting.msg)) {
         m_reading.ledger.settle(waiting.sequence, kHopeless);
         return;
     }
-    if (isStoredTwice(msg, waiting)) {
-        logSkipped(delivery.streamSequence, "repeats the one before it of its source");
-        m_reading.ledger.settle(waiting.sequence, kAcknowledged);
-        return;
-    }
+    const char* id = nullptr;
+    if (natsMsgHeader_Get(msg, "Nats-Msg-Id", &id) == NATS_OK)
+        waiting.id = id;
+    waiting.from += ' ' + waiting.msg.sourceChannel();
     waiting.msg.callbackChannel() =
         NatsReturn{m_reading.connection.address().answers(callerOf(msg)), m_number, m_tenure,
                    waiting.sequence}
@@ -179,24 +180,20 @@ void NatsPartition::take(natsMsg* msg, const NatsDelivery& delivery) {
     m_waiting.push_back(std::move(waiting));
 }
 
+/// Its number alone does not tell: a server that was killed while its stream was empty may count on
+/// from a number that it had passed long before (nats-server 2.9.10). What it stores under a number
+/// for the second time is stored later than what we have seen.
+bool NatsPartition::wasHandedOut(const NatsDelivery& delivery) const {
+    return delivery.streamSequence <= m_handedOut && delivery.stored <= m_handedOutStored;
+}
+
 /// A server that was killed knows the ids of those messages only that it still holds, and stores one
 /// again whose caller has not heard of the first time. Since a caller has one message of a source on
 /// its way, that one follows the first directly among those of both.
-bool NatsPartition::isStoredTwice(natsMsg* msg, Waiting& waiting) {
-    const char* id = nullptr;
-    if (natsMsgHeader_Get(msg, "Nats-Msg-Id", &id) != NATS_OK)
-        return false;
-    const auto now = Clock::now();
-    if (m_lastStored.size() >= m_sweepAt) {
-        std::erase_if(m_lastStored,
-                      [now](const auto& entry) { return now - entry.second.taken > kRemembered; });
-        m_sweepAt = std::max(kManySources, 2 * m_lastStored.size());
-    }
-    Stored& last = m_lastStored[natsMsg_GetSubject(msg) + (' ' + waiting.msg.sourceChannel())];
-    const bool again = last.id == id && last.sequence < waiting.sequence;
-    if (!again)
-        last = {id, waiting.sequence, now};
-    return again;
+bool NatsPartition::isCopy(const Waiting& waiting) const {
+    const auto last = m_lastOf.find(waiting.from);
+    return last != m_lastOf.end() && !waiting.id.empty() && last->second.id == waiting.id &&
+           last->second.stored != waiting.stored;
 }
 
 /// The only messages that are acknowledged without being run.
@@ -245,11 +242,8 @@ bool NatsPartition::decode(natsMsg* msg, CommsChannelDataContainerMessage& resul
 
 void NatsPartition::handOut() {
     try {
-        for (; !m_waiting.empty() && mayTry(m_waiting.front()); m_waiting.pop_front()) {
-            m_handedOut = m_waiting.front().sequence;
-            ++m_reading.counters.received;
-            m_ready.push_back(std::move(m_waiting.front().msg));
-        }
+        while (!m_waiting.empty() && dealWithFirst())
+            m_waiting.pop_front();
         m_toldFailure = false;
     } catch (const NatsError& failure) {
         tellFailure("what its host may have died of waits", failure.what());
@@ -259,18 +253,40 @@ void NatsPartition::handOut() {
     m_ready.clear(); // not empty only if the queue is closed: then others will read it
 }
 
-/// Messages in doubt run one at a time, so that it is known of which one a host dies.
-bool NatsPartition::mayTry(const Waiting& waiting) {
-    if (waiting.sequence > m_consumer.inDoubt())
+/// False when it has to wait. Messages in doubt run one at a time, so that it is known of which one a
+/// host dies.
+bool NatsPartition::dealWithFirst() {
+    Waiting& first = m_waiting.front();
+    if (isCopy(first)) {
+        logSkipped(first.sequence, "was stored twice");
+        m_reading.ledger.settle(first.sequence, kAcknowledged);
         return true;
-    m_reading.ledger.wakeReader(m_number); // asked for first, or it may become idle in between
-    if (!isIdle())
-        return false;
-    if (m_reading.attempts.begin(m_number, waiting.sequence, m_reading.options.maxDeliveries))
-        return true;
-    giveUp(m_waiting.front());
-    m_waiting.pop_front();
-    return !m_waiting.empty() && mayTry(m_waiting.front());
+    }
+    if (first.sequence <= m_consumer.inDoubt()) {
+        m_reading.ledger.wakeReader(m_number); // asked for first, or it may become idle in between
+        if (!isIdle())
+            return false;
+        if (!m_reading.attempts.begin(m_number, first.sequence, m_reading.options.maxDeliveries)) {
+            giveUp(first);
+            return true;
+        }
+    }
+    remember(first);
+    ++m_reading.counters.received;
+    m_ready.push_back(std::move(first.msg));
+    return true;
+}
+
+void NatsPartition::remember(const Waiting& waiting) {
+    m_handedOut = waiting.sequence;
+    m_handedOutStored = waiting.stored;
+    const auto now = Clock::now();
+    if (m_lastOf.size() >= m_sweepAt) {
+        std::erase_if(m_lastOf,
+                      [now](const auto& entry) { return now - entry.second.at > kRemembered; });
+        m_sweepAt = std::max(kManySources, 2 * m_lastOf.size());
+    }
+    m_lastOf[waiting.from] = {waiting.id, waiting.stored, now};
 }
 
 void NatsPartition::giveUp(Waiting& waiting) {
@@ -286,7 +302,7 @@ void NatsPartition::giveUp(Waiting& waiting) {
         m_reading.connection.publish(NatsReturn::parse(msg.callbackChannel()).value().answersTo,
                                      encode(Answer{false, msg.requestId(), msg.sourceChannel(), "",
                                                    "the request was " + text}));
-    m_handedOut = waiting.sequence;
+    remember(waiting);
     m_reading.ledger.settle(waiting.sequence, kHopeless);
 }
 

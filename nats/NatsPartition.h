@@ -74,14 +74,17 @@ private:
 
     struct Waiting {
         std::uint64_t sequence;
+        std::uint64_t stored; ///< when, by the engine's clock
+        std::string id;       ///< empty: it has none
+        std::string from;     ///< the caller's process, and the source
         CommsChannelDataContainerMessage msg;
     };
 
-    /// The last message of one caller's process and one source.
-    struct Stored {
+    /// The last message of one caller's process and one source that was handed out.
+    struct HandedOut {
         std::string id;
-        std::uint64_t sequence = 0;
-        Clock::time_point taken{};
+        std::uint64_t stored = 0;
+        Clock::time_point at{};
     };
 
     void tellFailure(const char* what, const char* why);
@@ -89,12 +92,14 @@ private:
     void pull();
     void disturbed(const std::string& why);
     void forgetWaiting();
-    bool isStoredTwice(natsMsg* msg, Waiting& waiting);
+    bool wasHandedOut(const NatsDelivery& delivery) const;
+    bool isCopy(const Waiting& waiting) const;
     void logSkipped(std::uint64_t sequence, const char* why) const;
     bool decode(natsMsg* msg, CommsChannelDataContainerMessage& result);
     void handOut();
-    bool mayTry(const Waiting& waiting);
+    bool dealWithFirst();
     void giveUp(Waiting& waiting);
+    void remember(const Waiting& waiting);
 
     const NatsReading& m_reading;
     const unsigned m_number;
@@ -108,11 +113,12 @@ private:
     /// Every message up to this one in the stream was handed out here, or never delivered here. What
     /// is delivered once more has run, or it was dropped, which lowers this.
     std::uint64_t m_handedOut = 0;
+    std::uint64_t m_handedOutStored = 0; ///< when the last one was, by the engine's clock
     Clock::time_point m_lastHeard{};
     bool m_toldFailure = false;
     std::string m_streamCreated; ///< when, as the engine tells it; empty: not known yet
     std::size_t m_sweepAt = 0;
-    std::unordered_map<std::string, Stored> m_lastStored;
+    std::unordered_map<std::string, HandedOut> m_lastOf; ///< by `Waiting::from`
     std::deque<Waiting> m_waiting; ///< taken, in the ledger, and not handed out yet
     std::deque<CommsChannelDataContainerMessage> m_ready;
 };

@@ -43,6 +43,17 @@ public:
             Arguments{MIREL_NATS_SERVER, "-c", m_folder.path("conf"), "-l", m_folder.path("log")});
     }
     void kill() { m_process.reset(); }
+
+    /// What the server has stored, for a server that does not run.
+    void keepStore() {
+        fs::remove_all(m_folder.path("kept"));
+        fs::copy(m_folder.path("store"), m_folder.path("kept"), fs::copy_options::recursive);
+    }
+    void bringBackStore() {
+        fs::remove_all(m_folder.path("store"));
+        fs::rename(m_folder.path("kept"), m_folder.path("store"));
+    }
+
     void pause() { m_process->signal(SIGSTOP); }
     void resume() { m_process->signal(SIGCONT); }
 

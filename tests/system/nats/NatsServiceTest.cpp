@@ -156,6 +156,22 @@ TEST_F(NatsServiceTest, KnowsARepeatedRequestAndNoOtherOne) {
     EXPECT_EQ(history().count(), 3U);
 }
 
+TEST_F(NatsServiceTest, AStreamThatCountsAgainFromANumberBeforeIsRead) {
+    const auto host = newHost();
+    expectGood(HostsFixture::newLoad(m_server.url(), 1, 10)->finish());
+    ASSERT_TRUE(waitForRest(0));
+    m_server.kill();
+    m_server.keepStore();
+    m_server.start();
+    expectGood(HostsFixture::newLoad(m_server.url(), 4, 500)->finish());
+    m_server.kill();
+    m_server.bringBackStore();
+    m_server.start();
+    expectGood(HostsFixture::newLoad(m_server.url(), 8, 100)->finish());
+    EXPECT_EQ(history().lost("source", 8, 100), 0U);
+    EXPECT_EQ(history().count(), 10U + 2000 + 800);
+}
+
 TEST_F(NatsServiceTest, FindsTheLastOfThoseThatWereAcknowledgedOutOfTheirOrder) {
     std::ostringstream input;
     for (const char* const data : {"first 1 work 100000", "left 1 work 2000000", "last 1"})
