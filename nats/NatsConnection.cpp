@@ -123,7 +123,10 @@ void NatsConnection::connect(natsOptions& options, const NatsConnectionOptions& 
             fail("the server at " + m_address.url() + " does not let us in: " + reason(status));
         if (status != NATS_NO_SERVER && status != NATS_TIMEOUT && status != NATS_IO_ERROR &&
             status != NATS_CONNECTION_CLOSED)
-            fail("cannot connect to " + m_address.url() + ": " + reason(status));
+            fail("cannot connect to " + m_address.url() + ": " + reason(status) +
+                 (m_address.encrypted() && wanted.certificateFile.empty()
+                      ? "; the server may ask for a certificate of yours"
+                      : ""));
         if (std::chrono::steady_clock::now() >= deadline)
             fail("no NATS server answers at " + m_address.url() + " within " +
                  std::to_string(wanted.patience.count()) + " ms");

@@ -274,49 +274,5 @@ TEST_F(NatsServiceTest, RefusesWhatCannotBeARequest) {
         contains(host->finish().output, "40 requests, 0 timer events, 0 legacy; 1 refused"));
 }
 
-TEST(NatsRefusalTest, AHostCanBeStoppedWhileItLooksForItsServer) {
-    Process host({MIREL_HOST, "--library", RECORDING_LIBRARY, "--creator", "makeRecordingService",
-                  "--interface", "Recording", "--patience", "60000", "--channel",
-                  "nats://127.0.0.1:" + std::to_string(freePort()) + "/service"});
-    ASSERT_TRUE(host.waitFor("looking for"));
-    host.signal(SIGTERM);
-    const auto result = host.finish();
-    EXPECT_EQ(result.status, 2);
-    EXPECT_TRUE(contains(result.errors, "told to stop"));
-}
-
-TEST(NatsRefusalTest, SaysWhyThereIsNoService) {
-    const TemporaryFolder folder;
-    std::ofstream(folder.path("wrong")) << "wrong\n";
-    std::ofstream(folder.path("right")) << "right\n";
-    const NatsServer server(
-        "authorization { users: [ { user: \"service\", password: \"right\" } ] }");
-    const std::string nobody = "nats://127.0.0.1:" + std::to_string(freePort()) + "/service";
-    const struct {
-        Arguments arguments;
-        const char* says;
-    } cases[] = {
-        {{nobody, "--deadline", "300"}, "no NATS server answers"},
-        {{server.url()}, "does not let us in"},
-        {{server.url(), "--user", "service", "--password-file", folder.path("wrong")},
-         "does not let us in"},
-        {{server.url(), "--user", "service"}, "a user needs a password file"},
-        {{server.url(), "--user", "service", "--password-file", folder.path("right"), "--deadline",
-          "300"},
-         "no host has served it yet"},
-        {{server.url() + "/more"}, "the service's name must have"},
-        {{"nats://127.0.0.1"}, "the service's name is missing"},
-        {{"ipc:///nowhere", "--user", "service"}, "is for channels over NATS only"},
-        {{server.url(), "--curve-key", "key"}, "is for channels over ipc:// and tcp:// only"},
-    };
-    for (const auto& [arguments, says] : cases) {
-        Arguments command{MIREL_CALL, "--kind", "legacy", "--channel"};
-        command.insert(command.end(), arguments.begin(), arguments.end());
-        const auto result = Process::run(command);
-        EXPECT_EQ(result.status, 2) << says;
-        EXPECT_TRUE(contains(result.errors, says));
-    }
-}
-
 } // namespace
 } // namespace mirel

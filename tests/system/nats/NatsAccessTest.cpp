@@ -1,0 +1,96 @@
+#include "tests/system/nats/HostsFixture.h"
+
+namespace mirel {
+namespace {
+
+/// Who is let in, and what those are told who are not.
+class NatsAccessTest : public HostsFixture {
+protected:
+    /// A host is let in with the arguments, and so is a caller.
+    void expectLetIn(const std::string& url, const Arguments& access) const {
+        const auto host = newHost(url, access);
+        Arguments one{"--data", "source 1"};
+        one.insert(one.end(), access.begin(), access.end());
+        expectGood(newCall(url, one)->finish());
+    }
+
+    void expectRefused(const std::string& url, const Arguments& access, const char* says) const {
+        Arguments command{MIREL_CALL, "--kind", "legacy", "--channel", url};
+        command.insert(command.end(), access.begin(), access.end());
+        const auto result = Process::run(command);
+        EXPECT_EQ(result.status, 2) << says;
+        EXPECT_TRUE(contains(result.errors, says));
+    }
+};
+
+TEST_F(NatsAccessTest, LetsInByCredentials) {
+    const std::string folder = CREDENTIALS_FOLDER;
+    std::ostringstream accounts;
+    accounts << std::ifstream(folder + "/operator.conf").rdbuf();
+    const NatsServer server(accounts.str());
+    expectLetIn(server.url(), {"--credentials", folder + "/user.creds"});
+    expectRefused(server.url(), {}, "does not let us in");
+    expectRefused(server.url(), {"--credentials", folder + "/none"}, "none");
+}
+
+TEST_F(NatsAccessTest, LetsInByCertificates) {
+    const std::string key = m_folder.path("key"), certificate = m_folder.path("certificate");
+    expectGood(Process::run({OPENSSL, "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2",
+                             "-subj", "/CN=test", "-addext", "subjectAltName=IP:127.0.0.1",
+                             "-keyout", key, "-out", certificate}));
+    const NatsServer server("tls { cert_file: \"" + certificate + "\", key_file: \"" + key +
+                            "\", ca_file: \"" + certificate + "\", verify: true }\n");
+    const std::string url = "tls://" + server.hostAndPort() + "/service";
+    expectLetIn(url, {"--tls-authorities", certificate, "--tls-certificate", certificate,
+                      "--tls-key", key});
+    expectRefused(url, {"--tls-authorities", certificate}, "may ask for a certificate");
+    expectRefused(url, {"--tls-certificate", certificate, "--tls-key", key},
+                  "self-signed certificate");
+}
+
+TEST_F(NatsAccessTest, AHostCanBeStoppedWhileItLooksForItsServer) {
+    Process host({MIREL_HOST, "--library", RECORDING_LIBRARY, "--creator", "makeRecordingService",
+                  "--interface", "Recording", "--patience", "60000", "--channel",
+                  "nats://127.0.0.1:" + std::to_string(freePort()) + "/service"});
+    ASSERT_TRUE(host.waitFor("looking for"));
+    host.signal(SIGTERM);
+    const auto result = host.finish();
+    EXPECT_EQ(result.status, 2);
+    EXPECT_TRUE(contains(result.errors, "told to stop"));
+}
+
+TEST_F(NatsAccessTest, SaysWhyThereIsNoService) {
+    const TemporaryFolder folder;
+    std::ofstream(folder.path("wrong")) << "wrong\n";
+    std::ofstream(folder.path("right")) << "right\n";
+    const NatsServer server(
+        "authorization { users: [ { user: \"service\", password: \"right\" } ] }");
+    const std::string nobody = "nats://127.0.0.1:" + std::to_string(freePort()) + "/service";
+    const struct {
+        Arguments arguments;
+        const char* says;
+    } cases[] = {
+        {{nobody, "--deadline", "300"}, "no NATS server answers"},
+        {{server.url()}, "does not let us in"},
+        {{server.url(), "--user", "service", "--password-file", folder.path("wrong")},
+         "does not let us in"},
+        {{server.url(), "--user", "service"}, "a user needs a password file"},
+        {{server.url(), "--user", "service", "--password-file", folder.path("right"), "--deadline",
+          "300"},
+         "no host has served it yet"},
+        {{server.url() + "/more"}, "the service's name must have"},
+        {{"nats://127.0.0.1"}, "the service's name is missing"},
+        {{"ipc:///nowhere", "--user", "service"}, "is for channels over NATS only"},
+        {{server.url(), "--curve-key", "key"}, "is for channels over ipc:// and tcp:// only"},
+    };
+    for (const auto& [arguments, says] : cases) {
+        Arguments command{MIREL_CALL, "--kind", "legacy", "--channel"};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        const auto result = Process::run(command);
+        EXPECT_EQ(result.status, 2) << says;
+        EXPECT_TRUE(contains(result.errors, says));
+    }
+}
+
+} // namespace
+} // namespace mirel
