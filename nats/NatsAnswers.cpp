@@ -128,11 +128,14 @@ void NatsAnswers::confirmed(std::uint64_t number) {
 
 void NatsAnswers::repeat() {
     const std::lock_guard lock(m_mutex);
+    // What was on its way when the connection was lost may be lost, too.
+    const unsigned long losses = m_connection->losses();
+    const bool anew = m_connection->connected() && std::exchange(m_losses, losses) != losses;
     const auto now = Clock::now();
     while (!m_unconfirmed.empty() && now - m_unconfirmed.begin()->second.given >= kGivenUp)
         forgetFirst();
     for (auto& [number, answer] : m_unconfirmed) {
-        if (now < answer.nextTime)
+        if (now < answer.nextTime && !anew)
             continue;
         answer.nextTime = now + std::exchange(answer.patience, 2 * answer.patience);
         send(number, answer);

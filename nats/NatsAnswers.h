@@ -79,7 +79,8 @@ private:
     mutable std::mutex m_mutex;
     const NatsLeases* m_leases = nullptr;
     std::size_t m_keptBytes = 0;
-    std::uint64_t m_last = 0;                           ///< number given
+    unsigned long m_losses = 0; ///< of the connection, that have been dealt with
+    std::uint64_t m_last = 0;   ///< number given
     std::map<std::uint64_t, Unconfirmed> m_unconfirmed; ///< by number
 };
 

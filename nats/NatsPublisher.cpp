@@ -120,7 +120,10 @@ void NatsPublisher::confirm(natsMsg* msg) {
 }
 
 void NatsPublisher::repeatOverdue() {
-    const Clock::time_point due = Clock::now() - kConfirmation;
+    // What was on its way when the connection was lost may be lost, too.
+    const unsigned long losses = m_connection.losses();
+    const bool anew = m_connection.connected() && std::exchange(m_losses, losses) != losses;
+    const Clock::time_point due = Clock::now() - (anew ? milliseconds(0) : kConfirmation);
     const std::lock_guard lock(m_mutex);
     for (auto& [name, source] : m_sources)
         if (source.sent <= due)

@@ -61,6 +61,7 @@ private:
     std::string m_inbox; ///< prefix of the subjects that confirmations come to
     NatsSubscription m_subscription;
     std::atomic<bool> m_stop{false};
+    unsigned long m_losses = 0; ///< the thread's: of the connection, that it has dealt with
 
     // Guarded by m_mutex.
     std::mutex m_mutex;

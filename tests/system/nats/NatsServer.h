@@ -58,6 +58,7 @@ public:
     void resume() { m_process->signal(SIGCONT); }
 
     const std::string& name() const { return m_name; }
+    int port() const { return m_port; }
     std::string hostAndPort() const { return "127.0.0.1:" + std::to_string(m_port); }
     std::string url() const { return "nats://" + hostAndPort() + "/service"; }
 

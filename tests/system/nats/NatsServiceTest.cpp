@@ -1,5 +1,6 @@
 #include "nats/NatsConnection.h"
 #include "tests/system/nats/HostsFixture.h"
+#include "tests/system/nats/Relay.h"
 
 #include <nlohmann/json.hpp>
 
@@ -85,6 +86,25 @@ TEST_F(NatsServiceTest, AServerThatIsKilledLosesNothing) {
     expectGood(load->finish());
     host->signal(SIGTERM);
     expectGood(host->finish());
+    expectAll(4, 2000, 0);
+}
+
+TEST_F(NatsServiceTest, ConnectionsThatAreCutLoseNothing) {
+    Relay ofHost(m_server.port()), ofCaller(m_server.port());
+    const auto through = [](const Relay& relay) {
+        return "nats://127.0.0.1:" + std::to_string(relay.port()) + "/service";
+    };
+    const auto host = HostsFixture::newHost(through(ofHost));
+    const auto load = HostsFixture::newLoad(through(ofCaller), 4, 2000);
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(waitForProgress(500));
+        ofHost.cut();
+        ofHost.restore();
+        ASSERT_TRUE(waitForProgress(500));
+        ofCaller.cut();
+        ofCaller.restore();
+    }
+    expectGood(load->finish());
     expectAll(4, 2000, 0);
 }
 
