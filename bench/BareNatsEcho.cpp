@@ -174,7 +174,7 @@ private:
     }
 
     mirel::NatsConnection m_connection;
-    const std::string m_subject = m_connection.address().requests(0, kCaller, kCaller);
+    const std::string m_subject = m_connection.address().requests(0, kCaller, kCaller, kCaller);
     const std::string m_prefix = m_connection.address().answers(kCaller) + ".";
     std::vector<std::string> m_requests;
     std::vector<Source> m_sources;
