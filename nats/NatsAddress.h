@@ -20,7 +20,7 @@ public:
     bool encrypted() const { return m_encrypted; }
 
     const std::string& stream() const { return m_service; }
-    std::string requests() const { return m_service + ".requests.>"; }
+    std::string requests() const { return m_service + ".requests.*.*.*.*"; }
     std::string requests(unsigned partition) const;
 
     /// `run` is one process that calls under that name; `line` stands for what it sends one after the

@@ -46,7 +46,7 @@ void NatsAnswers::answer(Answer answer) {
                       std::to_string(most) + " are the limit";
         bytes = encode(answer);
     }
-    keep(way->answersTo, std::move(bytes));
+    tell(way->answersTo, std::move(bytes));
     ++m_counters->answersSent;
     // The answer first: whoever dies between the two leaves a request that is run again, and not one
     // that is never answered.
@@ -59,7 +59,7 @@ bool NatsAnswers::unanswered(Answer failure) {
         answer(std::move(failure));
         return true;
     }
-    m_ledger->drop(way->streamSequence);
+    m_ledger->drop(way->partition, way->streamSequence);
     return false;
 }
 
@@ -71,7 +71,7 @@ bool NatsAnswers::mayRun(const std::string& callbackChannel) {
             return true;
     }
     if (way)
-        m_ledger->drop(way->streamSequence);
+        m_ledger->drop(way->partition, way->streamSequence);
     return false;
 }
 
@@ -82,7 +82,7 @@ void NatsAnswers::setLeases(const NatsLeases* leases) {
 
 void NatsAnswers::leaveRest() { m_leavesRest = true; }
 
-void NatsAnswers::keep(std::string answersTo, std::string bytes) {
+void NatsAnswers::tell(std::string answersTo, std::string bytes) {
     const std::lock_guard lock(m_mutex);
     const auto now = Clock::now();
     m_keptBytes += bytes.size();
@@ -113,7 +113,7 @@ void NatsAnswers::acknowledge(const std::string& callbackChannel) {
 }
 
 void NatsAnswers::acknowledge(const NatsReturn& way) {
-    if (m_ledger->settle(way.streamSequence, kAcknowledged))
+    if (m_ledger->settle(way.partition, way.streamSequence, kAcknowledged))
         m_connection->publish(m_inbox + "wake.0", "");
 }
 

@@ -44,6 +44,9 @@ public:
     /// Acknowledges a message that has no answer, by what it carries as its callback channel.
     void acknowledge(const std::string& callbackChannel);
 
+    /// Sends an answer, encoded, that belongs to no response.
+    void tell(std::string answersTo, std::string bytes);
+
     void confirmed(std::uint64_t number);
 
     /// Sends what has not been confirmed in time once more, or gives it up. To be called again and
@@ -64,7 +67,6 @@ private:
     };
 
     void acknowledge(const NatsReturn& way);
-    void keep(std::string answersTo, std::string bytes);
     void forgetFirst();
     void send(std::uint64_t number, const Unconfirmed& answer);
 

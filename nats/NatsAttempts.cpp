@@ -11,17 +11,23 @@ NatsAttempts::NatsAttempts(NatsConnection& connection, int replicas)
     : m_bucket(connection, connection.address().attempts(), std::chrono::milliseconds(0),
                replicas) {}
 
-bool NatsAttempts::begin(unsigned partition, std::uint64_t sequence, unsigned most) {
+bool NatsAttempts::begin(unsigned partition, const std::string& message, unsigned most) {
     const std::string key = "partition-" + std::to_string(partition);
-    std::uint64_t last = 0;
-    unsigned count = 0;
-    if (const auto value = m_bucket.get(key))
-        std::istringstream(value->text) >> last >> count;
-    if (last != sequence)
-        count = 1;
-    if (count >= most)
-        return false;
-    m_bucket.put(key, std::to_string(sequence) + " " + std::to_string(count + 1));
+    Attempt& own = m_own[partition];
+    if (own.message != message) {
+        std::string last;
+        unsigned count = 0;
+        if (const auto value = m_bucket.get(key))
+            std::istringstream(value->text) >> last >> count;
+        if (last != message)
+            count = 1;
+        if (count >= most)
+            return false;
+        own = {message, count + 1, false};
+    }
+    if (!own.written) // a value whose confirmation got lost may be there, and is the same
+        m_bucket.put(key, message + " " + std::to_string(own.count));
+    own.written = true;
     return true;
 }
 

@@ -2,7 +2,8 @@
 
 #include "nats/NatsBucket.h"
 
-#include <cstdint>
+#include <map>
+#include <string>
 
 namespace mirel {
 
@@ -12,12 +13,20 @@ class NatsAttempts {
 public:
     NatsAttempts(NatsConnection& connection, int replicas);
 
-    /// Counts one more attempt at the message. False, and nothing is counted, when there have been
-    /// `most`, the one included that brought it in doubt. `NatsError`.
-    bool begin(unsigned partition, std::uint64_t sequence, unsigned most);
+    /// Counts this process's attempt at the message, once. False, and nothing is counted, when there
+    /// have been `most` of others, the one included that brought it in doubt. `NatsError`; to be
+    /// called again then.
+    bool begin(unsigned partition, const std::string& message, unsigned most);
 
 private:
+    struct Attempt {
+        std::string message;
+        unsigned count = 0;
+        bool written = false;
+    };
+
     NatsBucket m_bucket;
+    std::map<unsigned, Attempt> m_own; ///< of each partition, the last one
 };
 
 } // namespace mirel

@@ -66,7 +66,7 @@ NatsChannel::~NatsChannel() {
     NatsChannel::close();
     for (CommsChannelDataContainerMessage& msg : m_queue->takeRest())
         if (const auto way = NatsReturn::parse(msg.callbackChannel()))
-            m_ledger->drop(way->streamSequence);
+            m_ledger->drop(way->partition, way->streamSequence);
     m_answers->setLeases(nullptr); // they go with the reader
 }
 

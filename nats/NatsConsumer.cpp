@@ -16,22 +16,11 @@ using nlohmann::json;
 constexpr std::chrono::milliseconds kCallPatience{2000};
 constexpr std::chrono::seconds kPullExpires{10};
 constexpr int kConsumerNotFound = 10014;
+constexpr int kMostLooks = 20;
 
 std::string unique() {
     std::random_device random;
     return std::to_string((std::uint64_t{random()} << 32) | random());
-}
-
-/// Answers with what the call gives, or nothing when there is no such consumer.
-template <typename Call>
-json unlessGone(Call call) {
-    try {
-        return call();
-    } catch (const NatsError& failure) {
-        if (failure.code() != kConsumerNotFound)
-            throw;
-        return nullptr;
-    }
 }
 
 } // namespace
@@ -89,30 +78,51 @@ std::vector<std::string> NatsConsumer::all() {
 }
 
 void NatsConsumer::removeFormer(const std::string& name) {
-    const std::string path = m_connection.address().stream() + "." + name;
-    const json info = unlessGone(
-        [&] { return m_connection.call("CONSUMER.INFO." + path, nullptr, kCallPatience); });
+    const json info = call("INFO", name);
     if (info.is_null())
         return;
     // Its own former one leaves no doubt: this process has not died.
     if (name != m_name && info.value("num_ack_pending", 0) > 0)
         m_inDoubt = std::max<std::uint64_t>(
             m_inDoubt, info.at("delivered").value("stream_seq", std::uint64_t{0}));
-    unlessGone(
-        [&] { return m_connection.call("CONSUMER.DELETE." + path, nullptr, kCallPatience); });
+    call("DELETE", name);
 }
 
 bool NatsConsumer::remove() noexcept {
     try {
-        if (!m_name.empty())
-            unlessGone([&] {
-                return m_connection.call("CONSUMER.DELETE." + m_connection.address().stream() +
-                                             "." + m_name,
-                                         nullptr, kCallPatience);
-            });
+        if (m_name.empty())
+            return true;
+        awaitAcknowledgements();
+        call("DELETE", m_name);
         return true;
     } catch (const std::exception&) {
         return false;
+    }
+}
+
+/// The engine takes them when it finds the time, and those that it has not taken when the consumer is
+/// deleted are lost. What was delivered and is not acknowledged stays pending: once the number does
+/// not fall any more, they have been taken.
+void NatsConsumer::awaitAcknowledgements() {
+    for (int look = 0, before = -1; look < kMostLooks; ++look) {
+        const json info = call("INFO", m_name);
+        const int pending = info.is_null() ? 0 : info.value("num_ack_pending", 0);
+        if (pending == 0 || pending == before)
+            return;
+        before = pending;
+    }
+}
+
+/// Nothing when there is no such consumer.
+json NatsConsumer::call(const char* what, const std::string& name) {
+    try {
+        return m_connection.call(std::string("CONSUMER.") + what + "." +
+                                     m_connection.address().stream() + "." + name,
+                                 nullptr, kCallPatience);
+    } catch (const NatsError& failure) {
+        if (failure.code() != kConsumerNotFound)
+            throw;
+        return nullptr;
     }
 }
 

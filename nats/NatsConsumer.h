@@ -3,6 +3,7 @@
 #include "nats/NatsChannelOptions.h"
 
 #include <cstdint>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 
@@ -48,6 +49,8 @@ public:
 private:
     std::vector<std::string> all();
     void removeFormer(const std::string& name);
+    void awaitAcknowledgements();
+    nlohmann::json call(const char* what, const std::string& name);
 
     NatsConnection& m_connection;
     const NatsChannelOptions& m_options;

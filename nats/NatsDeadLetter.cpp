@@ -3,6 +3,7 @@
 #include "nats/NatsConnection.h"
 #include "nats/NatsHandles.h"
 
+#include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string_view>
 
@@ -23,9 +24,9 @@ NatsMessage newMessage(const std::string& subject, const std::string& bytes) {
 } // namespace
 
 void storeDeadLetter(NatsConnection& connection, const std::string& bytes, const std::string& why,
-                     std::uint64_t sequence) {
+                     const std::string& name) {
     const NatsMessage msg = newMessage(connection.address().deadLetters(), bytes);
-    natsMsgHeader_Set(msg.get(), "Nats-Msg-Id", std::to_string(sequence).c_str());
+    natsMsgHeader_Set(msg.get(), "Nats-Msg-Id", name.c_str());
     natsMsgHeader_Set(msg.get(), "Mirel-Failure", why.c_str());
     natsMsg* received = nullptr;
     const natsStatus status =

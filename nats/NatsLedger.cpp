@@ -7,16 +7,16 @@ NatsLedger::NatsLedger(Acknowledge acknowledge) : m_acknowledge(std::move(acknow
 void NatsLedger::add(unsigned partition, std::uint64_t subject, std::uint64_t sequence,
                      std::string acknowledgeTo) {
     const std::lock_guard lock(m_mutex);
-    if (!m_subjects.emplace(sequence, subject).second)
+    if (!m_subjects.emplace(std::pair(partition, sequence), subject).second)
         return;
     m_entries.emplace(Place(subject, sequence),
                       Entry{partition, std::move(acknowledgeTo), Clock::now()});
     ++m_partitions[partition].unsettled;
 }
 
-bool NatsLedger::settle(std::uint64_t sequence, const char* how) {
+bool NatsLedger::settle(unsigned number, std::uint64_t sequence, const char* how) {
     const std::lock_guard lock(m_mutex);
-    const auto entry = find(sequence);
+    const auto entry = find(number, sequence);
     if (entry == m_entries.end() || entry->second.settled)
         return false;
     Partition& partition = m_partitions[entry->second.partition];
@@ -39,9 +39,9 @@ void NatsLedger::acknowledgeFirst(std::uint64_t subject) {
     }
 }
 
-void NatsLedger::drop(std::uint64_t sequence) {
+void NatsLedger::drop(unsigned number, std::uint64_t sequence) {
     const std::lock_guard lock(m_mutex);
-    const auto entry = find(sequence);
+    const auto entry = find(number, sequence);
     if (entry == m_entries.end() || entry->second.settled)
         return;
     Partition& partition = m_partitions[entry->second.partition];
@@ -50,9 +50,10 @@ void NatsLedger::drop(std::uint64_t sequence) {
     leave(entry);
 }
 
-void NatsLedger::forget(std::uint64_t sequence) {
+void NatsLedger::forget(unsigned number, std::uint64_t sequence) {
     const std::lock_guard lock(m_mutex);
-    if (const auto entry = find(sequence); entry != m_entries.end() && !entry->second.settled)
+    if (const auto entry = find(number, sequence);
+        entry != m_entries.end() && !entry->second.settled)
         leave(entry);
 }
 
@@ -96,15 +97,15 @@ std::vector<std::string> NatsLedger::silentFor(Clock::duration silence) {
 }
 
 /// Called with m_mutex held.
-NatsLedger::Entries::iterator NatsLedger::find(std::uint64_t sequence) {
-    const auto subject = m_subjects.find(sequence);
+NatsLedger::Entries::iterator NatsLedger::find(unsigned partition, std::uint64_t sequence) {
+    const auto subject = m_subjects.find(std::pair(partition, sequence));
     return subject == m_subjects.end() ? m_entries.end()
                                        : m_entries.find(Place(subject->second, sequence));
 }
 
 /// Called with m_mutex held.
 NatsLedger::Entries::iterator NatsLedger::erase(Entries::iterator entry) {
-    m_subjects.erase(entry->first.second);
+    m_subjects.erase(std::pair(entry->second.partition, entry->first.second));
     return m_entries.erase(entry);
 }
 

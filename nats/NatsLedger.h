@@ -7,7 +7,6 @@
 #include <map>
 #include <mutex>
 #include <string>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -18,7 +17,8 @@ namespace mirel {
 /// Those of one subject are acknowledged in the order in which they were delivered, because the
 /// engine needs it: nats-server 2.9.10 keeps the first and the last message of each subject, and does
 /// not correct the last one when that is removed. When one message is left in the end, it takes that
-/// removed one for it, and no new consumer finds the message that is there.
+/// removed one for it, and no new consumer finds the message that is there. (An acknowledgement that
+/// is lost with a connection may leave one invisible; it has run.)
 class NatsLedger {
 public:
     using Clock = std::chrono::steady_clock;
@@ -33,14 +33,14 @@ public:
 
     /// The message is done with: acknowledged as `how` says, now or behind those before it. True when
     /// the partition's reader wants to be woken.
-    bool settle(std::uint64_t sequence, const char* how);
+    bool settle(unsigned partition, std::uint64_t sequence, const char* how);
 
     /// Instead of `settle`, for a message that was handed out and has not been run. It stays in the
     /// stream, and with it all that was delivered of its subject behind it.
-    void drop(std::uint64_t sequence);
+    void drop(unsigned partition, std::uint64_t sequence);
 
     /// The same for one that was not handed out.
-    void forget(std::uint64_t sequence);
+    void forget(unsigned partition, std::uint64_t sequence);
 
     /// The first message of the partition that was dropped since the last time; 0: none was.
     std::uint64_t takeFirstDropped(unsigned partition);
@@ -75,7 +75,7 @@ private:
 
     using Entries = std::map<Place, Entry>;
 
-    Entries::iterator find(std::uint64_t sequence);
+    Entries::iterator find(unsigned partition, std::uint64_t sequence);
     Entries::iterator erase(Entries::iterator entry);
     void leave(Entries::iterator entry);
     void acknowledgeFirst(std::uint64_t subject);
@@ -85,7 +85,8 @@ private:
     // Guarded by m_mutex.
     mutable std::mutex m_mutex;
     Entries m_entries;
-    std::unordered_map<std::uint64_t, std::uint64_t> m_subjects; ///< of each entry's sequence
+    /// By partition and sequence. A stream that is made anew may have a sequence in another partition.
+    std::map<std::pair<unsigned, std::uint64_t>, std::uint64_t> m_subjects;
     std::map<unsigned, Partition> m_partitions;
 };
 

@@ -1,6 +1,7 @@
 #include "nats/NatsPartition.h"
 
 #include "framework/Logging.h"
+#include "nats/NatsAnswers.h"
 #include "nats/NatsAttempts.h"
 #include "nats/NatsConnection.h"
 #include "nats/NatsDeadLetter.h"
@@ -142,7 +143,7 @@ void NatsPartition::disturbed(const std::string& why) {
 
 void NatsPartition::forgetWaiting() {
     for (const Waiting& waiting : m_waiting)
-        m_reading.ledger.forget(waiting.sequence);
+        m_reading.ledger.forget(m_number, waiting.sequence);
     m_waiting.clear();
 }
 
@@ -166,7 +167,7 @@ void NatsPartition::take(natsMsg* msg, const NatsDelivery& delivery) {
     m_reading.ledger.add(m_number, std::hash<std::string>()(waiting.from), waiting.sequence,
                          acknowledgeTo);
     if (!decode(msg, waiting.msg)) {
-        m_reading.ledger.settle(waiting.sequence, kHopeless);
+        m_reading.ledger.settle(m_number, waiting.sequence, kHopeless);
         return;
     }
     const char* id = nullptr;
@@ -196,7 +197,7 @@ bool NatsPartition::isCopy(const Waiting& waiting) const {
            last->second.stored != waiting.stored;
 }
 
-/// The only messages that are acknowledged without being run.
+/// Messages that are acknowledged because they have run.
 void NatsPartition::logSkipped(std::uint64_t sequence, const char* why) const {
     if (loggingOnAppUni("NatsChannel", 4))
         logAppUni("NatsChannel", __FILE__, 4, __LINE__,
@@ -233,10 +234,9 @@ bool NatsPartition::decode(natsMsg* msg, CommsChannelDataContainerMessage& resul
         return true;
     m_reading.counters.refused.refuse(why);
     if (isInvokerRequest(result))
-        m_reading.connection.publish(
-            m_reading.connection.address().answers(callerOf(msg)),
-            encode(Answer{false, result.requestId(), result.sourceChannel(), "",
-                          "the request was refused: " + why}));
+        m_reading.answers.tell(m_reading.connection.address().answers(callerOf(msg)),
+                               encode(Answer{false, result.requestId(), result.sourceChannel(), "",
+                                             "the request was refused: " + why}));
     return false;
 }
 
@@ -259,14 +259,14 @@ bool NatsPartition::dealWithFirst() {
     Waiting& first = m_waiting.front();
     if (isCopy(first)) {
         logSkipped(first.sequence, "was stored twice");
-        m_reading.ledger.settle(first.sequence, kAcknowledged);
+        m_reading.ledger.settle(m_number, first.sequence, kAcknowledged);
         return true;
     }
     if (first.sequence <= m_consumer.inDoubt()) {
         m_reading.ledger.wakeReader(m_number); // asked for first, or it may become idle in between
         if (!isIdle())
             return false;
-        if (!m_reading.attempts.begin(m_number, first.sequence, m_reading.options.maxDeliveries)) {
+        if (!m_reading.attempts.begin(m_number, first.name(), m_reading.options.maxDeliveries)) {
             giveUp(first);
             return true;
         }
@@ -279,7 +279,7 @@ bool NatsPartition::dealWithFirst() {
 
 void NatsPartition::remember(const Waiting& waiting) {
     m_handedOut = waiting.sequence;
-    m_handedOutStored = waiting.stored;
+    m_handedOutStored = std::max(m_handedOutStored, waiting.stored); // a leader's clock may be late
     const auto now = Clock::now();
     if (m_lastOf.size() >= m_sweepAt) {
         std::erase_if(m_lastOf,
@@ -297,13 +297,13 @@ void NatsPartition::giveUp(Waiting& waiting) {
     logAppUni("NatsChannel", __FILE__, 2, __LINE__, "message %llu of '%s', request %ld, %s",
               static_cast<unsigned long long>(waiting.sequence), msg.sourceChannel().c_str(),
               msg.requestId(), text.c_str());
-    storeDeadLetter(m_reading.connection, encode(msg), text, waiting.sequence);
+    storeDeadLetter(m_reading.connection, encode(msg), text, waiting.name());
     if (isInvokerRequest(msg))
-        m_reading.connection.publish(NatsReturn::parse(msg.callbackChannel()).value().answersTo,
-                                     encode(Answer{false, msg.requestId(), msg.sourceChannel(), "",
-                                                   "the request was " + text}));
+        m_reading.answers.tell(NatsReturn::parse(msg.callbackChannel()).value().answersTo,
+                               encode(Answer{false, msg.requestId(), msg.sourceChannel(), "",
+                                             "the request was " + text}));
     remember(waiting);
-    m_reading.ledger.settle(waiting.sequence, kHopeless);
+    m_reading.ledger.settle(m_number, waiting.sequence, kHopeless);
 }
 
 } // namespace mirel

@@ -13,6 +13,7 @@
 namespace mirel {
 
 class MessageQueue;
+class NatsAnswers;
 class NatsAttempts;
 class NatsConnection;
 struct ChannelCounters;
@@ -26,6 +27,7 @@ struct NatsReading {
     NatsLedger& ledger;
     ChannelCounters& counters;
     NatsAttempts& attempts;
+    NatsAnswers& answers;
     std::string inbox; ///< prefix of the subjects that messages are delivered to
 };
 
@@ -78,6 +80,9 @@ private:
         std::string id;       ///< empty: it has none
         std::string from;     ///< the caller's process, and the source
         CommsChannelDataContainerMessage msg;
+
+        /// For ever: a number alone may come again.
+        std::string name() const { return std::to_string(sequence) + '.' + std::to_string(stored); }
     };
 
     /// The last message of one caller's process and one source that was handed out.
@@ -111,7 +116,7 @@ private:
     unsigned long m_connectionLosses = 0;
     std::uint64_t m_nextDelivery = 1; ///< consumer sequence
     /// Every message up to this one in the stream was handed out here, or never delivered here. What
-    /// is delivered once more has run, or it was dropped, which lowers this.
+    /// is delivered once more has run, or it was dropped, which lowers this. See `wasHandedOut`.
     std::uint64_t m_handedOut = 0;
     std::uint64_t m_handedOutStored = 0; ///< when the last one was, by the engine's clock
     Clock::time_point m_lastHeard{};

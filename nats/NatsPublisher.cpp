@@ -97,7 +97,7 @@ void NatsPublisher::confirm(natsMsg* msg) {
     const std::lock_guard lock(m_mutex);
     const auto expected = m_expected.find(natsMsg_GetSubject(msg));
     if (expected == m_expected.end())
-        return; // of a transmission before the last
+        return; // of a message that is confirmed
     const auto found = m_sources.find(expected->second);
     Source& source = found->second;
     if (!stored) {
@@ -109,7 +109,9 @@ void NatsPublisher::confirm(natsMsg* msg) {
         return;
     }
     m_toldRefusal = false;
-    m_expected.erase(expected);
+    for (const std::string& replyTo : source.replyTo)
+        m_expected.erase(replyTo);
+    source.replyTo.clear();
     source.messages.pop_front();
     --m_unconfirmed;
     m_confirmed.notify_all();
@@ -133,13 +135,13 @@ void NatsPublisher::repeatOverdue() {
 /// The caller holds m_mutex. What cannot be sent now is overdue in its time.
 void NatsPublisher::transmit(Source& source) {
     const Message& message = source.messages.front();
-    m_expected.erase(source.replyTo);
-    source.replyTo = m_inbox + std::to_string(++m_transmissions);
-    m_expected[source.replyTo] = message.source;
+    const std::string& replyTo =
+        source.replyTo.emplace_back(m_inbox + std::to_string(++m_transmissions));
+    m_expected[replyTo] = message.source;
     source.sent = Clock::now();
 
     natsMsg* made = nullptr;
-    if (natsMsg_Create(&made, message.subject.c_str(), source.replyTo.c_str(), message.bytes.data(),
+    if (natsMsg_Create(&made, message.subject.c_str(), replyTo.c_str(), message.bytes.data(),
                        static_cast<int>(message.bytes.size())) != NATS_OK)
         return;
     const NatsMessage owned(made);

@@ -12,6 +12,7 @@
 #include <mutex>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 namespace mirel {
 
@@ -46,8 +47,8 @@ private:
     using Clock = std::chrono::steady_clock;
 
     struct Source {
-        std::deque<Message> messages; ///< the first is on its way; never empty
-        std::string replyTo; ///< where its confirmation is expected, the last time it was sent
+        std::deque<Message> messages;     ///< the first is on its way; never empty
+        std::vector<std::string> replyTo; ///< where its confirmation may come to
         Clock::time_point sent;
     };
 

@@ -40,7 +40,7 @@ NatsReader::NatsReader(NatsConnection& connection, const NatsChannelOptions& opt
                        NatsAnswers& answers, const std::string& inbox)
     : m_attempts(connection, options.stream.replicas),
       m_answers(answers),
-      m_reading{connection, options, queue, ledger, counters, m_attempts, inbox},
+      m_reading{connection, options, queue, ledger, counters, m_attempts, answers, inbox},
       m_leases(connection, options) {
     for (unsigned number = 0; number < options.stream.partitions; ++number)
         m_partitions.emplace_back(m_reading, number);

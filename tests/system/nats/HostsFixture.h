@@ -57,8 +57,11 @@ protected:
     History history() const { return History(m_history); }
 
     /// Waits until the service has run `more` requests from now on; false after a minute without
-    /// any. Counts lines, because the history may be read while it grows fast.
-    bool waitForProgress(unsigned long more) const {
+    /// any.
+    bool waitForProgress(unsigned long more) const { return waitFor(history().count() + more); }
+
+    /// The same, from the beginning on. Counts lines, because the history may grow fast.
+    bool waitFor(unsigned long requests) const {
         const int watch = inotify_init1(IN_CLOEXEC);
         inotify_add_watch(watch, m_folder.path("").c_str(), IN_MODIFY | IN_CREATE);
         pollfd changed{watch, POLLIN, 0};
@@ -66,13 +69,11 @@ protected:
         const auto newLines = [&] {
             if (!lines.is_open())
                 lines.open(m_history);
-            lines.clear(); // its end may have been met before
             return static_cast<unsigned long>(
                 std::count(std::istreambuf_iterator<char>(lines), {}, '\n'));
         };
-        newLines();
         bool good = true;
-        for (unsigned long seen = 0; good && seen < more; seen += newLines()) {
+        for (unsigned long seen = newLines(); good && seen < requests; seen += newLines()) {
             std::array<char, 4096> events{};
             good = poll(&changed, 1, 60000) == 1 && read(watch, events.data(), events.size()) > 0;
         }

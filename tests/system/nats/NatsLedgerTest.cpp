@@ -21,28 +21,28 @@ protected:
 TEST_F(NatsLedgerTest, AcknowledgesEachSubjectInItsOrder) {
     add(7, {1, 3, 4});
     add(8, {2});
-    m_ledger.settle(4, "+");
-    m_ledger.settle(3, "-");
+    m_ledger.settle(1, 4, "+");
+    m_ledger.settle(1, 3, "-");
     EXPECT_EQ(m_acknowledged, "");
     EXPECT_EQ(m_ledger.unsettled(1), 2U);
     m_ledger.wakeReader(1);
-    EXPECT_TRUE(m_ledger.settle(2, "+"));
-    EXPECT_FALSE(m_ledger.settle(1, "+"));
+    EXPECT_TRUE(m_ledger.settle(1, 2, "+"));
+    EXPECT_FALSE(m_ledger.settle(1, 1, "+"));
     EXPECT_EQ(m_acknowledged, "2+ 1+ 3- 4+ ");
     EXPECT_EQ(m_ledger.unsettled(1), 0U);
-    EXPECT_FALSE(m_ledger.settle(1, "+")) << "once more";
+    EXPECT_FALSE(m_ledger.settle(1, 1, "+")) << "once more";
     EXPECT_EQ(m_acknowledged, "2+ 1+ 3- 4+ ");
 }
 
 TEST_F(NatsLedgerTest, LeavesInTheStreamWhatIsBehindOneThatStays) {
     add(7, {1, 2, 4, 5});
     add(8, {3, 6});
-    m_ledger.settle(4, "+");
-    m_ledger.drop(2);
-    m_ledger.settle(1, "+");
-    m_ledger.settle(5, "+");
-    m_ledger.forget(3);
-    m_ledger.settle(6, "+");
+    m_ledger.settle(1, 4, "+");
+    m_ledger.drop(1, 2);
+    m_ledger.settle(1, 1, "+");
+    m_ledger.settle(1, 5, "+");
+    m_ledger.forget(1, 3);
+    m_ledger.settle(1, 6, "+");
     EXPECT_EQ(m_acknowledged, "1+ ");
     EXPECT_EQ(m_ledger.unsettled(1), 0U);
     EXPECT_EQ(m_ledger.takeFirstDropped(1), 2U) << "a forgotten one was not handed out";
@@ -51,7 +51,7 @@ TEST_F(NatsLedgerTest, LeavesInTheStreamWhatIsBehindOneThatStays) {
 
 TEST_F(NatsLedgerTest, TellsWhatTheEngineHasNotHeardAbout) {
     add(7, {1, 2});
-    m_ledger.settle(2, "+");
+    m_ledger.settle(1, 2, "+");
     EXPECT_EQ(m_ledger.silentFor(std::chrono::hours(1)).size(), 0U);
     EXPECT_EQ(m_ledger.silentFor(std::chrono::seconds(0)).size(), 2U)
         << "the one that waits for the other included";

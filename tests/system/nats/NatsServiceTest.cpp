@@ -200,7 +200,7 @@ TEST_F(NatsServiceTest, FindsTheLastOfThoseThatWereAcknowledgedOutOfTheirOrder) 
               << data << "\"}\n";
     auto host = newHost();
     const auto call = newCall(m_server.url(), {"--input", "-"}, input.str());
-    ASSERT_TRUE(waitForProgress(2));
+    ASSERT_TRUE(waitFor(2));
     ASSERT_TRUE(waitForRest(1));
     host->signal(SIGKILL);
     host = newHost();

@@ -67,6 +67,9 @@ private:
             }
             poll(items.data(), items.size(), -1);
             std::size_t item = 2;
+            eventfd_t count = 0;
+            if (items[1].revents != 0) // before the state is read, or the next change gets lost
+                eventfd_read(m_changed, &count);
             state = m_state;
             m_ways.remove_if([&](const Ends& way) {
                 const bool caller = items[item++].revents != 0;
@@ -82,9 +85,6 @@ private:
                 accept(state == State::eWhole);
             m_is = state;
             m_is.notify_all();
-            eventfd_t count = 0;
-            if (items[1].revents != 0)
-                eventfd_read(m_changed, &count);
         }
         for (const Ends& way : m_ways)
             closeBoth(way);
