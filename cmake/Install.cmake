@@ -18,8 +18,8 @@ if(MIREL_ZEROMQ)
 endif()
 if(MIREL_NATS)
   install(TARGETS MirelNats EXPORT MirelTargets)
-  install(FILES nats/NatsCallerOptions.h nats/NatsChannel.h nats/NatsChannelOptions.h
-    nats/NatsConnectionOptions.h nats/NatsStream.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mirel/nats)
+  install(FILES nats/NatsAnswerOrder.h nats/NatsCaller.h nats/NatsCallerOptions.h nats/NatsChannel.h
+    nats/NatsChannelOptions.h nats/NatsConnectionOptions.h nats/NatsHandles.h nats/NatsStream.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mirel/nats)
 endif()
 if(MIREL_SIMULATED)
   install(TARGETS MirelSimulated MirelInSteps EXPORT MirelTargets)
