@@ -60,36 +60,25 @@ TEST_F(NatsAccessTest, AHostCanBeStoppedWhileItLooksForItsServer) {
 }
 
 TEST_F(NatsAccessTest, SaysWhyThereIsNoService) {
-    const TemporaryFolder folder;
-    std::ofstream(folder.path("wrong")) << "wrong\n";
-    std::ofstream(folder.path("right")) << "right\n";
+    const std::string wrong = m_folder.path("wrong"), right = m_folder.path("right");
+    std::ofstream(wrong) << "wrong\n";
+    std::ofstream(right) << "right\n";
     const NatsServer server(
         "authorization { users: [ { user: \"service\", password: \"right\" } ] }");
     const std::string nobody = "nats://127.0.0.1:" + std::to_string(freePort()) + "/service";
-    const struct {
-        Arguments arguments;
-        const char* says;
-    } cases[] = {
-        {{nobody, "--deadline", "300"}, "no NATS server answers"},
-        {{server.url()}, "does not let us in"},
-        {{server.url(), "--user", "service", "--password-file", folder.path("wrong")},
-         "does not let us in"},
-        {{server.url(), "--user", "service"}, "a user needs a password file"},
-        {{server.url(), "--user", "service", "--password-file", folder.path("right"), "--deadline",
-          "300"},
-         "no host has served it yet"},
-        {{server.url() + "/more"}, "the service's name must have"},
-        {{"nats://127.0.0.1"}, "the service's name is missing"},
-        {{"ipc:///nowhere", "--user", "service"}, "is for channels over NATS only"},
-        {{server.url(), "--curve-key", "key"}, "is for channels over ipc:// and tcp:// only"},
-    };
-    for (const auto& [arguments, says] : cases) {
-        Arguments command{MIREL_CALL, "--kind", "legacy", "--channel"};
-        command.insert(command.end(), arguments.begin(), arguments.end());
-        const auto result = Process::run(command);
-        EXPECT_EQ(result.status, 2) << says;
-        EXPECT_TRUE(contains(result.errors, says));
-    }
+    expectRefused(nobody, {"--deadline", "300"}, "no NATS server answers");
+    expectRefused(server.url(), {}, "does not let us in");
+    expectRefused(server.url(), {"--user", "service", "--password-file", wrong},
+                  "does not let us in");
+    expectRefused(server.url(), {"--user", "service"}, "a user needs a password file");
+    expectRefused(server.url(),
+                  {"--user", "service", "--password-file", right, "--deadline", "300"},
+                  "no host has served it yet");
+    expectRefused(server.url() + "/more", {}, "the service's name must have");
+    expectRefused("nats://127.0.0.1", {}, "the service's name is missing");
+    expectRefused("ipc:///nowhere", {"--user", "service"}, "is for channels over NATS only");
+    expectRefused(server.url(), {"--curve-key", "key"},
+                  "is for channels over ipc:// and tcp:// only");
 }
 
 } // namespace

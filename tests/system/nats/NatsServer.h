@@ -10,12 +10,19 @@
 
 namespace mirel {
 
-/// A port of this machine that nobody uses now.
-inline int freePort() {
-    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+/// Of this machine; port 0: any.
+inline sockaddr_in loopback(int port) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<in_port_t>(port));
+    return address;
+}
+
+/// A port of this machine that nobody uses now.
+inline int freePort() {
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address = loopback(0);
     socklen_t size = sizeof address;
     auto* const any = reinterpret_cast<sockaddr*>(&address);
     const bool good = bind(listener, any, size) == 0 && getsockname(listener, any, &size) == 0;

@@ -14,8 +14,8 @@ namespace mirel {
 /// connection, and whoever connects meanwhile is turned away.
 class Relay {
 public:
-    explicit Relay(int targetPort) : m_target(addressOf(targetPort)) {
-        sockaddr_in own = addressOf(0);
+    explicit Relay(int targetPort) : m_target(loopback(targetPort)) {
+        sockaddr_in own = loopback(0);
         socklen_t size = sizeof own;
         auto* const any = reinterpret_cast<sockaddr*>(&own);
         if (bind(m_listener, any, size) != 0 || listen(m_listener, 16) != 0 ||
@@ -41,14 +41,6 @@ public:
 private:
     enum class State { eWhole, eCut, eEnd };
     using Ends = std::pair<int, int>;
-
-    static sockaddr_in addressOf(int port) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(static_cast<in_port_t>(port));
-        return address;
-    }
 
     /// Returns when it is so.
     void change(State state) {
