@@ -1,9 +1,9 @@
 #include "bench/NatsEcho.h"
-#include "nats/NatsConnection.h"
-#include "nats/NatsConsumer.h"
-#include "nats/NatsHandles.h"
-#include "nats/NatsInbox.h"
-#include "nats/NatsStream.h"
+#include "channels/nats/read/NatsConsumer.h"
+#include "channels/nats/wire/NatsConnection.h"
+#include "channels/nats/wire/NatsHandles.h"
+#include "channels/nats/wire/NatsInbox.h"
+#include "channels/nats/wire/NatsStream.h"
 
 #include <charconv>
 #include <deque>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "bench/Echo.h"
+#include "channels/Caller.h"
 #include "framework/CommsChannelIfc.h"
-#include "standalone/Caller.h"
 
 namespace bench {
 

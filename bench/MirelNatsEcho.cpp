@@ -1,8 +1,8 @@
 #include "bench/MirelEcho.h"
 #include "bench/NatsEcho.h"
-#include "nats/NatsAddress.h"
-#include "nats/NatsCaller.h"
-#include "nats/NatsChannel.h"
+#include "channels/nats/publish/NatsCaller.h"
+#include "channels/nats/read/NatsChannel.h"
+#include "channels/nats/wire/NatsAddress.h"
 
 namespace bench {
 

@@ -1,7 +1,7 @@
 #include "bench/MirelEcho.h"
 #include "bench/ZmqEcho.h"
-#include "standalone/ZmqCaller.h"
-#include "standalone/ZmqChannel.h"
+#include "channels/zmq/ZmqCaller.h"
+#include "channels/zmq/ZmqChannel.h"
 
 namespace bench {
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "bench/Echo.h"
-#include "nats/NatsChannelOptions.h"
+#include "channels/nats/read/NatsChannelOptions.h"
 
 namespace bench {
 

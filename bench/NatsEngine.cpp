@@ -1,6 +1,6 @@
 #include "bench/NatsEngine.h"
 
-#include "nats/NatsConnection.h"
+#include "channels/nats/wire/NatsConnection.h"
 
 #include <arpa/inet.h>
 #include <cerrno>

@@ -24,7 +24,7 @@ void Peer::stopReading() {
 }
 
 void Peer::read() {
-    mirel::StandaloneContext& context = m_workload.context();
+    mirel::ServiceContext& context = m_workload.context();
     for (;;) {
         CommsChannelDataContainerMessage msg;
         if (!m_channel->readMessage(msg))

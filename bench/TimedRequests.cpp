@@ -109,7 +109,7 @@ private:
 TimedRequests::TimedRequests(Workload& workload, int sources, Placement placement)
     : m_requests(makeRequests(sources)),
       m_placement(placement) {
-    mirel::StandaloneContext& context = workload.context();
+    mirel::ServiceContext& context = workload.context();
     Invoker* const timed = context.findInvoker(Workload::kInterface, Workload::kProtocol);
     context.addInvoker(Workload::kInterface, kProtocol,
                        std::make_unique<TimedInvoker>(*timed, placement));

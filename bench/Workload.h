@@ -2,7 +2,7 @@
 
 #include "framework/CommsChannelDataContainerMessage.h"
 #include "framework/Executable.h"
-#include "standalone/StandaloneContext.h"
+#include "runtime/values/ServiceContext.h"
 
 #include <string>
 #include <vector>
@@ -25,7 +25,7 @@ public:
 
     explicit Workload(HandlerCost cost);
 
-    mirel::StandaloneContext& context() { return m_context; }
+    mirel::ServiceContext& context() { return m_context; }
     Executable& service() { return m_service; }
 
     /// 64 bytes each, from the sources in turn.
@@ -37,7 +37,7 @@ private:
     };
 
     NoService m_service;
-    mirel::StandaloneContext m_context;
+    mirel::ServiceContext m_context;
 };
 
 } // namespace bench

@@ -109,7 +109,7 @@ private:
 class Executor {
 public:
     Executor(std::unique_ptr<CommsChannelIfc> channel, Executable& service,
-             mirel::StandaloneContext& context, ServiceThreadPool& pool)
+             mirel::ServiceContext& context, ServiceThreadPool& pool)
         : m_pool(pool),
           m_executor(&service, channel.release(), Workload::kInterface, &context, &pool, nullptr,
                      true) {
@@ -198,7 +198,7 @@ private:
 /// The first request stays in its handler until all others have been read, and held back.
 void runHeldBack(int count) {
     GatedService service;
-    mirel::StandaloneContext context;
+    mirel::ServiceContext context;
     context.addHandler<GatedService>(Workload::kInterface, Workload::kProtocol,
                                      [](GatedService& gate, std::string_view) {
                                          gate.pass();

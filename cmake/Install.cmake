@@ -3,23 +3,31 @@
 
 include(CMakePackageConfigHelpers)
 
-install(TARGETS MirelFramework MirelServiceExecution MirelStandalone EXPORT MirelTargets)
+install(TARGETS MirelFramework MirelServiceExecution MirelValues MirelRuntime MirelChannels
+  EXPORT MirelTargets)
 install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mirel)
 install(DIRECTORY framework DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mirel)
-set(public_standalone Answer AnswerSink Caller ChannelCounters HandlerInvoker InterceptorList LogControl MessageQueue
-  MessageRules QueueChannel RefusalCounter Reports StandaloneContext ThreadOptions ThreadStartHook)
+
+# install_headers(FOLDER HEADER...)
+function(install_headers folder)
+  list(TRANSFORM ARGN REPLACE "(.+)" "${folder}/\\1.h")
+  install(FILES ${ARGN} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mirel/${folder})
+endfunction()
+install_headers(runtime/values Answer AnswerSink HandlerInvoker InterceptorList MessageRules
+  ServiceContext)
+install_headers(runtime/threads ThreadOptions ThreadStartHook)
+install_headers(runtime/reports LogControl Reports)
+install_headers(channels Caller ChannelCounters RefusalCounter)
+install_headers(channels/queue MessageQueue QueueChannel)
 if(MIREL_ZEROMQ)
-  list(APPEND public_standalone ZmqCaller ZmqChannel ZmqChannelOptions ZmqSecurity)
-endif()
-list(TRANSFORM public_standalone REPLACE "(.+)" "standalone/\\1.h")
-install(FILES ${public_standalone} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mirel/standalone)
-if(MIREL_ZEROMQ)
+  install_headers(channels/zmq ZmqCaller ZmqChannel ZmqChannelOptions ZmqSecurity)
   install(TARGETS mirel-host mirel-call)
 endif()
 if(MIREL_NATS)
   install(TARGETS MirelNats EXPORT MirelTargets)
-  install(FILES nats/NatsAnswerOrder.h nats/NatsCaller.h nats/NatsCallerOptions.h nats/NatsChannel.h
-    nats/NatsChannelOptions.h nats/NatsConnectionOptions.h nats/NatsHandles.h nats/NatsStream.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mirel/nats)
+  install_headers(channels/nats/wire NatsConnectionOptions NatsHandles NatsStream)
+  install_headers(channels/nats/publish NatsAnswerOrder NatsCaller NatsCallerOptions)
+  install_headers(channels/nats/read NatsChannel NatsChannelOptions)
 endif()
 if(MIREL_SIMULATED)
   install(TARGETS MirelSimulated MirelInSteps EXPORT MirelTargets)

@@ -1,7 +1,7 @@
 #include "framework/Logging.h"
 
+#include "runtime/reports/LogControl.h"
 #include "simulated/Scheduler.h"
-#include "standalone/LogControl.h"
 
 #include <cstdarg>
 #include <cstdio>

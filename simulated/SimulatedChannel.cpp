@@ -1,8 +1,8 @@
 #include "simulated/SimulatedChannel.h"
 
+#include "runtime/values/MessageRules.h"
 #include "simulated/Scheduler.h"
 #include "simulated/Simulation.h"
-#include "standalone/MessageRules.h"
 
 #include <utility>
 

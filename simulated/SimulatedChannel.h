@@ -2,8 +2,8 @@
 
 #include "framework/CommsChannelDataContainerMessage.h"
 #include "framework/CommsChannelIfc.h"
-#include "standalone/Answer.h"
-#include "standalone/AnswerSink.h"
+#include "runtime/values/Answer.h"
+#include "runtime/values/AnswerSink.h"
 
 #include <deque>
 #include <memory>

@@ -2,8 +2,8 @@
 
 #include "ServiceExecutor.h"
 #include "ServiceThreadPool.h"
+#include "runtime/values/ServiceContext.h"
 #include "simulated/SimulatedChannel.h"
-#include "standalone/StandaloneContext.h"
 
 #include <memory>
 #include <string>
@@ -23,7 +23,7 @@ public:
     /// As `finish`.
     ~SimulatedHost();
 
-    StandaloneContext& context() { return m_context; }
+    ServiceContext& context() { return m_context; }
 
     /// Sends a request for the interface, with protocol "text". Requests of one source are run in
     /// the order in which they are sent. Returns the request's id, counted from 1.
@@ -40,7 +40,7 @@ public:
 private:
     const std::string m_interface;
     const std::shared_ptr<Traffic> m_traffic = std::make_shared<Traffic>();
-    StandaloneContext m_context;
+    ServiceContext m_context;
     ServiceThreadPool m_pool;
     std::unique_ptr<ServiceExecutor> m_executor;
     long m_sent = 0;

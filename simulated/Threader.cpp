@@ -2,10 +2,10 @@
 
 #include "framework/MirelException.h"
 #include "framework/Threadable.h"
+#include "runtime/threads/ThreadStartHook.h"
+#include "runtime/values/GuardedCall.h"
 #include "simulated/Scheduler.h"
 #include "simulated/ThreadRecord.h"
-#include "standalone/GuardedCall.h"
-#include "standalone/ThreadStartHook.h"
 
 #include <cstring>
 #include <memory>

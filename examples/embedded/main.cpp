@@ -2,10 +2,10 @@
 
 #include "ServiceExecutor.h"
 #include "ServiceThreadPool.h"
+#include "channels/queue/MessageQueue.h"
+#include "channels/queue/QueueChannel.h"
 #include "framework/Threader.h"
-#include "standalone/MessageQueue.h"
-#include "standalone/QueueChannel.h"
-#include "standalone/StandaloneContext.h"
+#include "runtime/values/ServiceContext.h"
 
 #include <cstdio>
 #include <memory>
@@ -51,7 +51,7 @@ int main() {
     };
 
     // Destroyed in the reverse order: the executor first, the context last.
-    mirel::StandaloneContext context;
+    mirel::ServiceContext context;
     context.addHandler<Visits>("Visits", "text", [](Visits& visits, std::string_view guest) {
         return visits.visit(guest);
     });

@@ -1,5 +1,5 @@
 #include "Book.h"
-#include "standalone/StandaloneContext.h"
+#include "runtime/values/ServiceContext.h"
 
 #include <cstdlib>
 #include <memory>

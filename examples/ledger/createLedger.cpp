@@ -1,6 +1,6 @@
 #include "Command.h"
 #include "Ledger.h"
-#include "standalone/StandaloneContext.h"
+#include "runtime/values/ServiceContext.h"
 
 #include <memory>
 

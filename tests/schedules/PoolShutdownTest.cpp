@@ -7,8 +7,8 @@
 #include "framework/Invoker.h"
 #include "framework/InvokerResponse.h"
 #include "framework/MirelException.h"
+#include "runtime/threads/ThreadStartHook.h"
 #include "simulated/Simulation.h"
-#include "standalone/ThreadStartHook.h"
 
 #include <cerrno>
 #include <deque>

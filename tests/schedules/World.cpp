@@ -6,9 +6,9 @@
 #include "framework/MirelException.h"
 #include "framework/Serializer.h"
 #include "framework/Threader.h"
+#include "runtime/reports/LogControl.h"
+#include "runtime/threads/ThreadStartHook.h"
 #include "simulated/Simulation.h"
-#include "standalone/LogControl.h"
-#include "standalone/ThreadStartHook.h"
 
 #include <algorithm>
 #include <array>

@@ -5,7 +5,7 @@
 #include "ServiceThreadPool.h"
 #include "StormChannel.h"
 #include "framework/Threader.h"
-#include "standalone/ThreadStartHook.h"
+#include "runtime/threads/ThreadStartHook.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,8 +1,8 @@
 #include "Plan.h"
 #include "tests/unit/ExecutorFixture.h"
 
-#include "standalone/MessageQueue.h"
-#include "standalone/QueueChannel.h"
+#include "channels/queue/MessageQueue.h"
+#include "channels/queue/QueueChannel.h"
 
 #include <cstdlib>
 #include <iostream>

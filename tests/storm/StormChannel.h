@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Books.h"
-#include "standalone/MessageQueue.h"
-#include "standalone/QueueChannel.h"
+#include "channels/queue/MessageQueue.h"
+#include "channels/queue/QueueChannel.h"
 
 /// Reads from a queue, books what it has read, and gives it the planned priority, which a queue
 /// might not accept.

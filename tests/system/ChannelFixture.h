@@ -1,12 +1,12 @@
 #pragma once
 
+#include "channels/ChannelCounters.h"
+#include "channels/zmq/ZmqCaller.h"
+#include "channels/zmq/ZmqChannel.h"
 #include "framework/CommsChannelDataContainerMessage.h"
 #include "framework/MirelException.h"
-#include "standalone/Answer.h"
-#include "standalone/AnswerSink.h"
-#include "standalone/ChannelCounters.h"
-#include "standalone/ZmqCaller.h"
-#include "standalone/ZmqChannel.h"
+#include "runtime/values/Answer.h"
+#include "runtime/values/AnswerSink.h"
 #include "tests/system/Support.h"
 
 #include <chrono>

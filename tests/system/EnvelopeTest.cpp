@@ -1,4 +1,4 @@
-#include "standalone/Envelope.h"
+#include "channels/Envelope.h"
 
 #include "tests/system/Support.h"
 

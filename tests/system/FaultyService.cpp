@@ -2,7 +2,7 @@
 
 #include "framework/Logging.h"
 #include "framework/Service.h"
-#include "standalone/StandaloneContext.h"
+#include "runtime/values/ServiceContext.h"
 
 #include <cstring>
 #include <fstream>

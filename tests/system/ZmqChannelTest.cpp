@@ -4,7 +4,7 @@
 #include "ServiceThreadPool.h"
 #include "framework/Service.h"
 #include "framework/Threader.h"
-#include "standalone/StandaloneContext.h"
+#include "runtime/values/ServiceContext.h"
 
 #include <algorithm>
 #include <future>
@@ -169,7 +169,7 @@ public:
 TEST_F(ZmqChannelTest, AnswersAreSentWhileALegacyMessageBlocksTheExecutor) {
     const auto caller = newCaller();
     BlockingService service;
-    StandaloneContext context;
+    ServiceContext context;
     context.addHandler<BlockingService>(
         "Interface", "protocol", [](BlockingService& blocking, std::string_view) {
             return blocking.m_blocking.try_acquire_for(kPatience) ? "answered" : "not blocked";

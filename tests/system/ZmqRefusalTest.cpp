@@ -1,7 +1,7 @@
 #include "tests/system/ChannelFixture.h"
 
-#include "standalone/Envelope.h"
-#include "standalone/MessageRules.h"
+#include "channels/Envelope.h"
+#include "runtime/values/MessageRules.h"
 
 #include <vector>
 #include <zmq.hpp>

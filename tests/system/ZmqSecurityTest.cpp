@@ -1,6 +1,6 @@
 #include "tests/system/ChannelFixture.h"
 
-#include "standalone/ZmqSecurity.h"
+#include "channels/zmq/ZmqSecurity.h"
 
 #include <fstream>
 

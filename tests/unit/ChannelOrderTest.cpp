@@ -2,7 +2,7 @@
 
 #include "ExecutorFixture.h"
 #include "ServiceThreadIfc.h"
-#include "standalone/ThreadStartHook.h"
+#include "runtime/threads/ThreadStartHook.h"
 
 #include <algorithm>
 #include <atomic>

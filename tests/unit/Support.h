@@ -14,9 +14,9 @@
 #include "framework/MirelException.h"
 #include "framework/Serializer.h"
 #include "framework/Service.h"
-#include "standalone/AnswerSink.h"
-#include "standalone/LogControl.h"
-#include "standalone/Reports.h"
+#include "runtime/reports/LogControl.h"
+#include "runtime/reports/Reports.h"
+#include "runtime/values/AnswerSink.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // A service library as users write them, for the tests of the context that loads it.
 
 #include "framework/Executable.h"
-#include "standalone/StandaloneContext.h"
+#include "runtime/values/ServiceContext.h"
 
 class Echo : public Executable {
 public:

@@ -2,7 +2,7 @@
 #include "ServiceThreadPool.h"
 #include "Support.h"
 #include "framework/CriticalSection.h"
-#include "standalone/ThreadStartHook.h"
+#include "runtime/threads/ThreadStartHook.h"
 
 #include <algorithm>
 #include <cerrno>

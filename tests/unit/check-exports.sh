@@ -18,6 +18,6 @@ needs="$needs$(objdump -p "$library" | grep 'NEEDED.*Mirel' || true)"
 
 [ -z "$strange" ] || { echo "exported without need:"; echo "$strange"; }
 [ -z "$missing" ] || echo "not exported:$missing"
-[ -z "$needs" ] || { echo "needs the standalone framework:"; echo "$needs"; }
+[ -z "$needs" ] || { echo "needs a provider of the framework:"; echo "$needs"; }
 objdump -p "$library" | grep -q 'SONAME *libMirelServiceExecution.so.[0-9]' || { echo "no SONAME"; exit 1; }
 [ -z "$strange$missing$needs" ]

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "call/Messages.h"
-#include "nats/NatsCallerOptions.h"
-#include "standalone/ZmqCaller.h"
+#include "channels/nats/publish/NatsCallerOptions.h"
+#include "channels/zmq/ZmqCaller.h"
 
 #include <chrono>
 #include <cstddef>

@@ -1,7 +1,7 @@
 #include "call/Exchange.h"
 
 #include "framework/CommsChannelDataContainerMessage.h"
-#include "standalone/MessageRules.h"
+#include "runtime/values/MessageRules.h"
 
 #include <algorithm>
 

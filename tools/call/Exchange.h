@@ -1,6 +1,6 @@
 #pragma once
 
-#include "standalone/Caller.h"
+#include "channels/Caller.h"
 
 #include <chrono>
 #include <cstddef>

@@ -1,7 +1,7 @@
 #include "call/Messages.h"
 
 #include "framework/Serializer.h"
-#include "standalone/MessageRules.h"
+#include "runtime/values/MessageRules.h"
 
 #include <utility>
 

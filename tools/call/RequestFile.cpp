@@ -1,8 +1,8 @@
 #include "call/RequestFile.h"
 
 #include "call/Messages.h"
+#include "channels/Envelope.h"
 #include "framework/MirelException.h"
-#include "standalone/Envelope.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "nats/NatsCallerOptions.h"
-#include "nats/NatsChannelOptions.h"
+#include "channels/nats/publish/NatsCallerOptions.h"
+#include "channels/nats/read/NatsChannelOptions.h"
 
 #include <functional>
 #include <memory>

@@ -1,7 +1,7 @@
 #include "engine/Engine.h"
 
-#include "nats/NatsCaller.h"
-#include "nats/NatsChannel.h"
+#include "channels/nats/publish/NatsCaller.h"
+#include "channels/nats/read/NatsChannel.h"
 
 namespace mirel {
 

@@ -1,8 +1,8 @@
 #include "engine/Engine.h"
 
+#include "channels/Caller.h"
 #include "framework/CommsChannelIfc.h"
 #include "framework/MirelException.h"
-#include "standalone/Caller.h"
 
 namespace mirel {
 

@@ -3,8 +3,8 @@
 #include "framework/CommsChannelDataContainerMessage.h"
 #include "host/FlowLimit.h"
 #include "host/Tally.h"
-#include "standalone/AnswerSink.h"
-#include "standalone/MessageRules.h"
+#include "runtime/values/AnswerSink.h"
+#include "runtime/values/MessageRules.h"
 
 #include <utility>
 

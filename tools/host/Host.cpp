@@ -1,5 +1,6 @@
 #include "host/Host.h"
 
+#include "channels/zmq/ZmqChannel.h"
 #include "engine/Engine.h"
 #include "framework/Threader.h"
 #include "host/CountingChannel.h"
@@ -10,9 +11,8 @@
 #include "host/StopSignals.h"
 #include "host/Summary.h"
 #include "host/Tally.h"
-#include "standalone/LogControl.h"
-#include "standalone/StandaloneContext.h"
-#include "standalone/ZmqChannel.h"
+#include "runtime/reports/LogControl.h"
+#include "runtime/values/ServiceContext.h"
 
 #include <chrono>
 #include <iostream>
@@ -26,7 +26,7 @@ void setUpProcess(const HostOptions& options) {
     if (!options.logLevels.empty())
         setLogLevels(options.logLevels);
     setThreadOptions(options.threads);
-    StandaloneContext::loadCreator(options.serviceLibrary, options.creator);
+    ServiceContext::loadCreator(options.serviceLibrary, options.creator);
 }
 
 ServedChannel open(const HostOptions& options, const StopSignals& signals) {
@@ -65,7 +65,7 @@ int serve(const HostOptions& options) {
     const auto begin = std::chrono::steady_clock::now();
     bool failed = false;
     {
-        StandaloneContext context;
+        ServiceContext context;
         CountingPool pool(options.maxPool, nullptr, flow);
         auto channel = std::make_unique<CountingChannel>(std::move(served.channel), tally, flow);
         HostedExecutor executor(options.serviceLibrary, options.creator, options.interface,

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "nats/NatsChannelOptions.h"
-#include "standalone/ThreadOptions.h"
-#include "standalone/ZmqChannelOptions.h"
+#include "channels/nats/read/NatsChannelOptions.h"
+#include "channels/zmq/ZmqChannelOptions.h"
+#include "runtime/threads/ThreadOptions.h"
 
 #include <optional>
 #include <string>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "ServiceExecutor.h"
-#include "standalone/EventFd.h"
+#include "runtime/threads/EventFd.h"
 
 namespace mirel {
 

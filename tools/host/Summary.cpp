@@ -1,8 +1,8 @@
 #include "host/Summary.h"
 
+#include "channels/ChannelCounters.h"
 #include "host/Tally.h"
-#include "standalone/ChannelCounters.h"
-#include "standalone/Reports.h"
+#include "runtime/reports/Reports.h"
 
 #include <iomanip>
 

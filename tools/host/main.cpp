@@ -1,6 +1,6 @@
+#include "channels/zmq/ZmqSecurity.h"
 #include "host/Host.h"
 #include "host/HostOptions.h"
-#include "standalone/ZmqSecurity.h"
 
 #include <csignal>
 #include <exception>

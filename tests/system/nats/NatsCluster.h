@@ -1,6 +1,6 @@
 #pragma once
 
-#include "nats/NatsConnection.h"
+#include "channels/nats/wire/NatsConnection.h"
 #include "tests/system/nats/NatsServer.h"
 
 #include <nlohmann/json.hpp>

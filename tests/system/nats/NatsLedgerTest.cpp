@@ -1,4 +1,4 @@
-#include "nats/NatsLedger.h"
+#include "channels/nats/read/NatsLedger.h"
 
 #include <gtest/gtest.h>
 

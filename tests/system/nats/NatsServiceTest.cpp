@@ -1,4 +1,4 @@
-#include "nats/NatsConnection.h"
+#include "channels/nats/wire/NatsConnection.h"
 #include "tests/system/nats/HostsFixture.h"
 #include "tests/system/nats/Relay.h"
 

@@ -2,7 +2,7 @@
 // NUMBER", and behind them what the request does beside that: "work MICROSECONDS", or "die".
 
 #include "framework/Service.h"
-#include "standalone/StandaloneContext.h"
+#include "runtime/values/ServiceContext.h"
 
 #include <csignal>
 #include <cstdlib>

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "runtime/values/Answer.h"
+
+#include <chrono>
+#include <cstddef>
+#include <deque>
+#include <map>
+#include <optional>
+#include <string>
+#include <unordered_map>
+
+namespace mirel {
+
+/// Gives a caller its answers in the order of each source's requests, and each once. An answer that
+/// was lost on its way is repeated by the host, and meanwhile those behind it have come; they wait
+/// for it, but not for ever, because its host may have died. Used by one thread.
+class NatsAnswerOrder {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    void sent(const std::string& source, long requestId);
+
+    /// An answer has come, perhaps once more, or to nothing that was sent.
+    void came(Answer answer);
+
+    /// The next answer that need not wait.
+    std::optional<Answer> next();
+
+    /// When `next` may give one although none has come; nothing when none waits.
+    std::optional<Clock::time_point> nextChange() const;
+
+private:
+    struct Waiting {
+        Answer answer;
+        Clock::time_point until;
+    };
+    struct Source {
+        std::deque<long> unanswered; ///< requests in the order in which they were sent
+        std::map<long, Waiting> waiting;
+    };
+
+    void release(Source& source);
+
+    std::unordered_map<std::string, Source> m_sources; ///< those with unanswered requests
+    std::size_t m_waiting = 0;                         ///< answers in all of them
+    std::deque<Answer> m_ready;
+};
+
+} // namespace mirel

@@ -1,0 +1,168 @@
+#include "channels/nats/publish/NatsCaller.h"
+
+#include "channels/Envelope.h"
+#include "channels/nats/publish/NatsPublisher.h"
+#include "channels/nats/wire/NatsConnection.h"
+#include "channels/nats/wire/NatsStream.h"
+#include "framework/CommsChannelDataContainerMessage.h"
+#include "framework/MirelException.h"
+#include "runtime/threads/PendingWakeUps.h"
+#include "runtime/values/MessageRules.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <random>
+#include <sstream>
+#include <string_view>
+#include <unistd.h>
+
+namespace mirel {
+
+namespace {
+
+constexpr std::size_t kMostUnconfirmed = 1000;
+constexpr std::size_t kConfirmedAtOnce = 64; ///< answers
+constexpr std::size_t kOverhead = 200;       ///< of the engine's header, which counts to its limit
+
+[[noreturn]] void fail(const std::string& text) { throw MirelException(text, __FILE__, __LINE__); }
+
+std::string hexadecimal(std::uint64_t number) {
+    std::ostringstream text;
+    text << std::hex << number;
+    return text.str();
+}
+
+std::string unguessable() {
+    std::random_device random;
+    return hexadecimal((std::uint64_t{random()} << 32) | random());
+}
+
+/// Who knows a caller's name could take its answers, so nobody should be able to guess it.
+std::string newName() { return "mirel-call-" + std::to_string(getpid()) + '-' + unguessable(); }
+
+/// What is acknowledged one after the other is on one subject: the requests of a source, and all that
+/// is no request. See NatsLedger.
+std::string lineOf(CommsChannelDataContainerMessage& msg) {
+    return isInvokerRequest(msg) ? hexadecimal(stableHash(msg.sourceChannel())) : "-";
+}
+
+const std::string& checked(const std::string& name) {
+    if (!name.empty() && !NatsAddress::isToken(name))
+        fail("a caller's name consists of letters, digits, - and _, unlike \"" + name + "\"");
+    return name;
+}
+
+} // namespace
+
+NatsCaller::NatsCaller(const NatsCallerOptions& options)
+    : m_options(options),
+      m_name(checked(options.name).empty() ? newName() : options.name),
+      m_run(unguessable()),
+      m_connection(std::make_unique<NatsConnection>(options.connection)) {
+    m_partitions = partitionsOf(*m_connection, options.connection);
+    natsSubscription* made = nullptr;
+    const natsStatus status = natsConnection_SubscribeSync(
+        &made, m_connection->get(), m_connection->address().answers(m_name).c_str());
+    m_answers.reset(made);
+    if (status != NATS_OK)
+        fail("answers cannot be subscribed to: " + std::string(natsStatus_GetText(status)));
+    natsSubscription_SetPendingLimits(made, -1, -1);
+    try {
+        m_publisher = std::make_unique<NatsPublisher>(*m_connection, kMostUnconfirmed);
+    } catch (const NatsError& failure) {
+        fail(std::string("nothing can be sent: ") + failure.what());
+    }
+}
+
+NatsCaller::~NatsCaller() {
+    confirmTaken();
+    natsSubscription_Unsubscribe(m_answers.get());
+}
+
+bool NatsCaller::connected() { return m_connection->connected(); }
+
+bool NatsCaller::send(CommsChannelDataContainerMessage& msg, std::chrono::milliseconds patience) {
+    std::string bytes = encode(msg);
+    const std::size_t server = m_connection->largestMessage();
+    const std::size_t most =
+        std::min(m_options.maxMessageBytes, server - std::min(server, kOverhead));
+    if (bytes.size() > most)
+        fail("the message has " + std::to_string(bytes.size()) + " bytes and " +
+             std::to_string(most) + " are the limit");
+    checkConnection();
+    const std::string source = msg.sourceChannel();
+    const bool taken =
+        m_publisher->send({source,
+                           m_connection->address().requests(partitionOf(source, m_partitions),
+                                                            m_name, m_run, lineOf(msg)),
+                           idOf(msg), std::move(bytes)},
+                          patience);
+    if (taken && isInvokerRequest(msg))
+        m_order.sent(source, msg.requestId());
+    return taken;
+}
+
+/// By which the engine knows a message that is sent once more. Request numbers tell the requests of
+/// one source apart; nothing tells other messages apart.
+std::string NatsCaller::idOf(CommsChannelDataContainerMessage& msg) {
+    if (!isInvokerRequest(msg))
+        return m_name + "." + m_run + "." + std::to_string(++m_unanswerable);
+    return m_name + "." + hexadecimal(stableHash(msg.sourceChannel())) + "." +
+           std::to_string(msg.requestId());
+}
+
+void NatsCaller::checkConnection() {
+    if (m_connection->closed())
+        fail("the connection to " + m_connection->address().url() + " is refused again and again");
+}
+
+std::optional<Answer> NatsCaller::receive(std::chrono::milliseconds patience) {
+    using std::chrono::milliseconds;
+    PendingWakeUps::ofThisThread().issue();
+    const auto deadline = NatsAnswerOrder::Clock::now() + patience;
+    for (;;) {
+        if (std::optional<Answer> answer = m_order.next())
+            return answer;
+        const auto now = NatsAnswerOrder::Clock::now();
+        const auto until = std::min(deadline, m_order.nextChange().value_or(deadline));
+        natsMsg* msg = nullptr;
+        natsStatus status = natsSubscription_NextMsg(&msg, m_answers.get(), 0);
+        if (status == NATS_TIMEOUT) {
+            confirmTaken(); // together what came together, but before we wait
+            status = natsSubscription_NextMsg(
+                &msg, m_answers.get(),
+                std::chrono::ceil<milliseconds>(std::max(until - now, {})).count());
+        }
+        const NatsMessage owned(msg);
+        if (status == NATS_OK)
+            take(msg);
+        else
+            checkConnection();
+        if (status != NATS_OK && now >= deadline)
+            return std::nullopt;
+    }
+}
+
+void NatsCaller::confirmTaken() {
+    for (const auto& [where, numbers] : m_toConfirm)
+        if (!where.empty())
+            m_connection->publish(where + "0", numbers);
+    m_toConfirm.clear();
+    m_unconfirmed = 0;
+}
+
+void NatsCaller::take(natsMsg* msg) {
+    // ...answers.NUMBER
+    const std::string confirmTo = natsMsg_GetReply(msg) ? natsMsg_GetReply(msg) : "";
+    const std::size_t number = confirmTo.rfind('.') + 1;
+    m_toConfirm[confirmTo.substr(0, number)] += confirmTo.substr(number) + ' ';
+    if (++m_unconfirmed >= kConfirmedAtOnce)
+        confirmTaken();
+    try {
+        m_order.came(decodeAnswer(bytesOf(msg)));
+    } catch (const EnvelopeError& failure) {
+        fail(std::string("the service sent something that is no answer: ") + failure.what());
+    }
+}
+
+} // namespace mirel

@@ -1,0 +1,150 @@
+#include "channels/nats/read/NatsAnswers.h"
+
+#include "channels/ChannelCounters.h"
+#include "channels/Envelope.h"
+#include "channels/nats/lease/NatsLeases.h"
+#include "channels/nats/read/NatsLedger.h"
+#include "channels/nats/wire/NatsConnection.h"
+#include "channels/nats/wire/NatsDelivery.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace mirel {
+
+namespace {
+
+constexpr std::chrono::milliseconds kConfirmation{
+    1000}; ///< after which an answer is sent once more; then twice as long
+constexpr std::chrono::seconds kGivenUp{30};
+constexpr std::size_t kMostKept = 20000;
+constexpr std::size_t kMostKeptBytes = std::size_t{64} << 20;
+
+} // namespace
+
+NatsAnswers::NatsAnswers(std::shared_ptr<NatsConnection> connection,
+                         std::shared_ptr<NatsLedger> ledger,
+                         std::shared_ptr<ChannelCounters> counters, std::size_t maxAnswerBytes,
+                         std::string inbox)
+    : m_connection(std::move(connection)),
+      m_ledger(std::move(ledger)),
+      m_counters(std::move(counters)),
+      m_maxAnswerBytes(maxAnswerBytes),
+      m_inbox(std::move(inbox)) {}
+
+void NatsAnswers::answer(Answer answer) {
+    const auto way = NatsReturn::parse(answer.callbackChannel);
+    if (!way) {
+        m_counters->answersDropped.refuse("it belongs to no request of this channel");
+        return;
+    }
+    std::string bytes = encode(answer);
+    const std::size_t most = std::min(m_maxAnswerBytes, m_connection->largestMessage());
+    if (bytes.size() > most) {
+        answer.succeeded = false;
+        answer.data = "the answer has " + std::to_string(bytes.size()) + " bytes and " +
+                      std::to_string(most) + " are the limit";
+        bytes = encode(answer);
+    }
+    tell(way->answersTo, std::move(bytes));
+    ++m_counters->answersSent;
+    // The answer first: whoever dies between the two leaves a request that is run again, and not one
+    // that is never answered.
+    acknowledge(*way);
+}
+
+bool NatsAnswers::unanswered(Answer failure) {
+    const auto way = NatsReturn::parse(failure.callbackChannel);
+    if (!m_leavesRest || !way) {
+        answer(std::move(failure));
+        return true;
+    }
+    m_ledger->drop(way->partition, way->streamSequence);
+    return false;
+}
+
+bool NatsAnswers::mayRun(const std::string& callbackChannel) {
+    const auto way = NatsReturn::parse(callbackChannel);
+    {
+        const std::lock_guard lock(m_mutex);
+        if (way && m_leases && m_leases->tenure(way->partition) == way->tenure)
+            return true;
+    }
+    if (way)
+        m_ledger->drop(way->partition, way->streamSequence);
+    return false;
+}
+
+void NatsAnswers::setLeases(const NatsLeases* leases) {
+    const std::lock_guard lock(m_mutex);
+    m_leases = leases;
+}
+
+void NatsAnswers::leaveRest() { m_leavesRest = true; }
+
+void NatsAnswers::tell(std::string answersTo, std::string bytes) {
+    const std::lock_guard lock(m_mutex);
+    const auto now = Clock::now();
+    m_keptBytes += bytes.size();
+    const auto kept =
+        m_unconfirmed.emplace(++m_last, Unconfirmed{std::move(answersTo), std::move(bytes), now,
+                                                    now + kConfirmation, 2 * kConfirmation});
+    send(m_last, kept.first->second);
+    while (m_unconfirmed.size() > kMostKept || m_keptBytes > kMostKeptBytes)
+        forgetFirst();
+}
+
+/// The caller holds m_mutex.
+void NatsAnswers::forgetFirst() {
+    m_counters->answersDropped.refuse("its caller does not confirm it");
+    m_keptBytes -= m_unconfirmed.begin()->second.bytes.size();
+    m_unconfirmed.erase(m_unconfirmed.begin());
+}
+
+/// What cannot be sent now is repeated in its time.
+void NatsAnswers::send(std::uint64_t number, const Unconfirmed& answer) {
+    m_connection->publish(answer.answersTo, answer.bytes,
+                          m_inbox + "answers." + std::to_string(number));
+}
+
+void NatsAnswers::acknowledge(const std::string& callbackChannel) {
+    if (const auto way = NatsReturn::parse(callbackChannel))
+        acknowledge(*way);
+}
+
+void NatsAnswers::acknowledge(const NatsReturn& way) {
+    if (m_ledger->settle(way.partition, way.streamSequence, kAcknowledged))
+        m_connection->publish(m_inbox + "wake.0", "");
+}
+
+void NatsAnswers::confirmed(std::uint64_t number) {
+    const std::lock_guard lock(m_mutex);
+    const auto found = m_unconfirmed.find(number);
+    if (found == m_unconfirmed.end())
+        return;
+    m_keptBytes -= found->second.bytes.size();
+    m_unconfirmed.erase(found);
+}
+
+void NatsAnswers::repeat() {
+    const std::lock_guard lock(m_mutex);
+    // What was on its way when the connection was lost may be lost, too.
+    const unsigned long losses = m_connection->losses();
+    const bool anew = m_connection->connected() && std::exchange(m_losses, losses) != losses;
+    const auto now = Clock::now();
+    while (!m_unconfirmed.empty() && now - m_unconfirmed.begin()->second.given >= kGivenUp)
+        forgetFirst();
+    for (auto& [number, answer] : m_unconfirmed) {
+        if (now < answer.nextTime && !anew)
+            continue;
+        answer.nextTime = now + std::exchange(answer.patience, 2 * answer.patience);
+        send(number, answer);
+    }
+}
+
+bool NatsAnswers::allConfirmed() const {
+    const std::lock_guard lock(m_mutex);
+    return m_unconfirmed.empty();
+}
+
+} // namespace mirel

@@ -1,0 +1,89 @@
+#pragma once
+
+#include "runtime/values/AnswerSink.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace mirel {
+
+class NatsConnection;
+class NatsLeases;
+class NatsLedger;
+struct ChannelCounters;
+struct NatsReturn;
+
+/// Sends answers to their callers and acknowledges the requests. An answer is repeated until its
+/// caller has confirmed it, because the engine forgets a message for somebody who is not connected
+/// just then; but it is kept only here, and for a limited time. So answers may overtake each other,
+/// and the caller puts them in their order again. Any thread.
+class NatsAnswers : public AnswerSink {
+public:
+    /// Answers ask for their confirmation at `inbox`answers.NUMBER; what comes to `inbox`answers.0 has
+    /// the numbers in its body. What comes to `inbox`wake.0 wakes the channel's thread.
+    NatsAnswers(std::shared_ptr<NatsConnection> connection, std::shared_ptr<NatsLedger> ledger,
+                std::shared_ptr<ChannelCounters> counters, std::size_t maxAnswerBytes,
+                std::string inbox);
+
+    void answer(Answer answer) override;
+    bool unanswered(Answer failure) override;
+    bool mayRun(const std::string& callbackChannel) override;
+
+    /// By whose leases a request may run; null: none may any more. To be set before the first message.
+    void setLeases(const NatsLeases* leases);
+
+    /// From now on a request that is not answered is left to the next host.
+    void leaveRest();
+
+    /// Acknowledges a message that has no answer, by what it carries as its callback channel.
+    void acknowledge(const std::string& callbackChannel);
+
+    /// Sends an answer, encoded, that belongs to no response.
+    void tell(std::string answersTo, std::string bytes);
+
+    void confirmed(std::uint64_t number);
+
+    /// Sends what has not been confirmed in time once more, or gives it up. To be called again and
+    /// again, until nobody waits for an answer any more.
+    void repeat();
+
+    bool allConfirmed() const;
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    struct Unconfirmed {
+        std::string answersTo;
+        std::string bytes;
+        Clock::time_point given;
+        Clock::time_point nextTime;
+        Clock::duration patience; ///< before the time after that
+    };
+
+    void acknowledge(const NatsReturn& way);
+    void forgetFirst();
+    void send(std::uint64_t number, const Unconfirmed& answer);
+
+    const std::shared_ptr<NatsConnection> m_connection;
+    const std::shared_ptr<NatsLedger> m_ledger;
+    const std::shared_ptr<ChannelCounters> m_counters;
+    const std::size_t m_maxAnswerBytes;
+    const std::string m_inbox;
+    std::atomic<bool> m_leavesRest{false};
+
+    // Guarded by m_mutex.
+    mutable std::mutex m_mutex;
+    const NatsLeases* m_leases = nullptr;
+    std::size_t m_keptBytes = 0;
+    unsigned long m_losses = 0; ///< of the connection, that have been dealt with
+    std::uint64_t m_last = 0;   ///< number given
+    std::map<std::uint64_t, Unconfirmed> m_unconfirmed; ///< by number
+};
+
+} // namespace mirel

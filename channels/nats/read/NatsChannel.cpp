@@ -1,0 +1,104 @@
+#include "channels/nats/read/NatsChannel.h"
+
+#include "channels/ChannelCounters.h"
+#include "channels/nats/read/NatsAnswers.h"
+#include "channels/nats/read/NatsLedger.h"
+#include "channels/nats/read/NatsReader.h"
+#include "channels/nats/wire/NatsConnection.h"
+#include "channels/nats/wire/NatsDelivery.h"
+#include "channels/nats/wire/NatsInbox.h"
+#include "channels/queue/MessageQueue.h"
+#include "framework/CommsChannelDataContainerMessage.h"
+#include "framework/MirelException.h"
+
+#include <utility>
+
+namespace mirel {
+
+namespace {
+
+constexpr std::size_t kMostUnacknowledged = 100000;
+constexpr std::chrono::milliseconds kShortestLease{1000};
+constexpr std::chrono::milliseconds kShortestAcknowledgement{1000};
+
+const NatsChannelOptions& checked(const NatsChannelOptions& options) {
+    const auto require = [](bool good, const char* text) {
+        if (!good)
+            throw MirelException(text, __FILE__, __LINE__);
+    };
+    require(options.maxUnacknowledged >= 1 && options.maxUnacknowledged <= kMostUnacknowledged,
+            "1 to 100000 requests may be unacknowledged");
+    require(options.acknowledgeWithin >= kShortestAcknowledgement,
+            "the time for acknowledging must be a second at least");
+    require(options.maxDeliveries >= 2, "a request must have two deliveries at least: the first "
+                                        "brings others in doubt that came with it");
+    require(options.lease >= kShortestLease, "a lease must last a second at least");
+    return options;
+}
+
+} // namespace
+
+NatsChannel::NatsChannel(const NatsChannelOptions& options)
+    : m_options(checked(options)),
+      m_counters(std::make_shared<ChannelCounters>("NatsChannel", options.connection.url)),
+      m_connection(std::make_shared<NatsConnection>(options.connection)),
+      m_ledger(std::make_shared<NatsLedger>(
+          [connection = m_connection](const std::string& to, const char* how) {
+              connection->publish(to, how);
+          })),
+      m_queue(
+          std::make_unique<MessageQueue>(options.maxUnacknowledged * options.stream.partitions)),
+      m_inbox(newInbox()),
+      m_answers(std::make_shared<NatsAnswers>(m_connection, m_ledger, m_counters,
+                                              options.maxMessageBytes, m_inbox)) {
+    provideStream(*m_connection, options.stream, options.connection);
+    try {
+        m_reader = std::make_unique<NatsReader>(*m_connection, m_options, *m_queue, *m_ledger,
+                                                *m_counters, *m_answers, m_inbox);
+        m_answers->setLeases(&m_reader->leases());
+    } catch (const NatsError& failure) {
+        throw MirelException("the service at " + url() + " cannot be read: " + failure.what(),
+                             __FILE__, __LINE__);
+    }
+}
+
+NatsChannel::~NatsChannel() {
+    NatsChannel::close();
+    for (CommsChannelDataContainerMessage& msg : m_queue->takeRest())
+        if (const auto way = NatsReturn::parse(msg.callbackChannel()))
+            m_ledger->drop(way->partition, way->streamSequence);
+    m_answers->setLeases(nullptr); // they go with the reader
+}
+
+void NatsChannel::leaveRest() { m_answers->leaveRest(); }
+
+bool NatsChannel::readMessage(CommsChannelDataContainerMessage& msg) {
+    settleLastRead();
+    for (;;) {
+        if (!m_queue->read(msg))
+            return false;
+        // Otherwise it is another host's by now, or again ours but out of its turn.
+        if (m_answers->mayRun(msg.callbackChannel()))
+            break;
+    }
+    m_lastRead = msg.callbackChannel();
+    return true;
+}
+
+void NatsChannel::settleLastRead() {
+    if (!m_lastRead.empty())
+        m_answers->acknowledge(std::exchange(m_lastRead, {}));
+}
+
+void NatsChannel::close() { m_queue->close(); }
+
+std::shared_ptr<AnswerSink> NatsChannel::answerSink() {
+    m_lastRead.clear();
+    return m_answers;
+}
+
+const std::string& NatsChannel::url() const { return m_connection->address().url(); }
+
+std::shared_ptr<const ChannelCounters> NatsChannel::counters() const { return m_counters; }
+
+} // namespace mirel

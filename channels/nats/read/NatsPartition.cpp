@@ -1,0 +1,309 @@
+#include "channels/nats/read/NatsPartition.h"
+
+#include "channels/ChannelCounters.h"
+#include "channels/Envelope.h"
+#include "channels/nats/read/NatsAnswers.h"
+#include "channels/nats/read/NatsAttempts.h"
+#include "channels/nats/read/NatsDeadLetter.h"
+#include "channels/nats/wire/NatsConnection.h"
+#include "channels/nats/wire/NatsDelivery.h"
+#include "channels/nats/wire/NatsHandles.h"
+#include "channels/nats/wire/NatsStream.h"
+#include "channels/queue/MessageQueue.h"
+#include "framework/Logging.h"
+#include "runtime/values/Answer.h"
+#include "runtime/values/MessageRules.h"
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+namespace mirel {
+
+namespace {
+
+constexpr int kHeartbeatsMissed = 3;
+constexpr std::chrono::milliseconds kFlush{1000};
+
+// Sources are forgotten that were silent for long, when there are many.
+constexpr std::size_t kManySources = 10000;
+constexpr std::chrono::minutes kRemembered{60};
+
+// What the engine says about a pull; anything else ends it for good.
+constexpr std::string_view kHeartbeatStatus = "100";
+constexpr std::string_view kTimeOut = "408";
+
+// How a message is acknowledged that nobody can do anything with.
+constexpr const char* kHopeless = "+TERM";
+
+/// SERVICE.requests.PARTITION.CALLER.RUN.LINE
+std::string callerOf(natsMsg* msg) {
+    const std::string_view subject = natsMsg_GetSubject(msg);
+    std::size_t begin = 0;
+    for (int point = 0; point < 3; ++point)
+        begin = subject.find('.', begin) + 1;
+    return std::string(subject.substr(begin, subject.find('.', begin) - begin));
+}
+
+} // namespace
+
+NatsPartition::NatsPartition(const NatsReading& reading, unsigned number)
+    : m_reading(reading),
+      m_number(number),
+      m_consumer(reading.connection, reading.options, number) {}
+
+void NatsPartition::open(unsigned long tenure) {
+    m_tenure = tenure;
+    m_state = State::eOpening;
+}
+
+void NatsPartition::close() {
+    m_tenure = 0;
+    m_state = State::eClosed;
+    forgetWaiting();
+}
+
+bool NatsPartition::isIdle() const {
+    return m_reading.ledger.unsettled(m_number) == m_waiting.size();
+}
+
+void NatsPartition::tick(unsigned long connectionLosses, bool allRead) {
+    if (m_state == State::eOpen && connectionLosses != m_connectionLosses)
+        disturbed("the connection was lost");
+    if (m_state == State::eOpen && allRead &&
+        Clock::now() - m_lastHeard > kHeartbeatsMissed * kHeartbeat)
+        disturbed("nothing is heard from the engine");
+    if (m_state == State::eOpen && m_expected == 0)
+        pull();
+    if (m_state == State::eOpen)
+        handOut();
+}
+
+bool NatsPartition::wantsToOpen() const {
+    return m_state == State::eOpening && isIdle() && m_reading.connection.connected();
+}
+
+void NatsPartition::tryToOpen(unsigned long connectionLosses) {
+    m_connectionLosses = connectionLosses;
+    try {
+        if (!m_reading.connection.flush(kFlush)) // the last acknowledgements
+            return;
+        lookAtStream();
+        if (const std::uint64_t dropped = m_reading.ledger.takeFirstDropped(m_number)) {
+            m_handedOut = std::min(m_handedOut, dropped - 1);
+            m_lastOf.clear(); // some of these have not run
+        }
+        m_consumer.renew();
+        m_nextDelivery = 1;
+        m_expected = 0;
+        m_lastHeard = Clock::now();
+        m_state = State::eOpen;
+        m_toldFailure = false;
+        if (loggingOnAppUni("NatsChannel", 4))
+            logAppUni("NatsChannel", __FILE__, 4, __LINE__,
+                      "partition %u is read, in doubt up to %llu", m_number,
+                      static_cast<unsigned long long>(m_consumer.inDoubt()));
+    } catch (const std::exception& failure) { // its answers may be unreadable, too
+        tellFailure("it cannot be read now, and is tried again", failure.what());
+    }
+}
+
+void NatsPartition::tellFailure(const char* what, const char* why) {
+    if (!std::exchange(m_toldFailure, true))
+        logAppUni("NatsChannel", __FILE__, 3, __LINE__, "partition %u: %s: %s", m_number, what,
+                  why);
+}
+
+/// What is known about messages is known by their number in this stream, and worth nothing in another
+/// one that was made in its place.
+void NatsPartition::lookAtStream() {
+    std::string created = createdAt(m_reading.connection);
+    if (!m_streamCreated.empty() && created != m_streamCreated) {
+        logAppUni("NatsChannel", __FILE__, 2, __LINE__,
+                  "partition %u: the stream was made anew; what it held is gone", m_number);
+        m_handedOut = 0;
+        m_lastOf.clear();
+        m_consumer.forgetDoubt();
+    }
+    m_streamCreated = std::move(created);
+}
+
+void NatsPartition::pull() {
+    m_expected = m_reading.options.maxUnacknowledged;
+    m_consumer.pull(m_expected,
+                    m_reading.inbox + std::to_string(m_number) + "." + std::to_string(++m_pull));
+}
+
+void NatsPartition::disturbed(const std::string& why) {
+    logAppUni("NatsChannel", __FILE__, 3, __LINE__,
+              "partition %u begins again behind what was acknowledged: %s", m_number, why.c_str());
+    m_state = State::eOpening;
+    forgetWaiting();
+}
+
+void NatsPartition::forgetWaiting() {
+    for (const Waiting& waiting : m_waiting)
+        m_reading.ledger.forget(m_number, waiting.sequence);
+    m_waiting.clear();
+}
+
+void NatsPartition::take(natsMsg* msg, const NatsDelivery& delivery) {
+    if (m_state != State::eOpen || delivery.consumer != m_consumer.name())
+        return; // from before; it is delivered again
+    m_lastHeard = Clock::now();
+    if (delivery.consumerSequence != m_nextDelivery || delivery.times != 1) {
+        disturbed(delivery.times != 1 ? "a message was repeated" : "a message is missing");
+        return;
+    }
+    ++m_nextDelivery;
+    m_expected -= std::min<std::size_t>(m_expected, 1);
+    const std::string acknowledgeTo = natsMsg_GetReply(msg);
+    if (wasHandedOut(delivery)) {
+        logSkipped(delivery.streamSequence, "was handed out before");
+        m_reading.connection.publish(acknowledgeTo, kAcknowledged); // the first time, that got lost
+        return;
+    }
+    Waiting waiting{delivery.streamSequence, delivery.stored, {}, natsMsg_GetSubject(msg), {}};
+    m_reading.ledger.add(m_number, std::hash<std::string>()(waiting.from), waiting.sequence,
+                         acknowledgeTo);
+    if (!decode(msg, waiting.msg)) {
+        m_reading.ledger.settle(m_number, waiting.sequence, kHopeless);
+        return;
+    }
+    const char* id = nullptr;
+    if (natsMsgHeader_Get(msg, "Nats-Msg-Id", &id) == NATS_OK)
+        waiting.id = id;
+    waiting.from += ' ' + waiting.msg.sourceChannel();
+    waiting.msg.callbackChannel() =
+        NatsReturn{m_reading.connection.address().answers(callerOf(msg)), m_number, m_tenure,
+                   waiting.sequence}
+            .text();
+    m_waiting.push_back(std::move(waiting));
+}
+
+/// Its number alone does not tell: a server that was killed while its stream was empty may count on
+/// from a number that it had passed long before (nats-server 2.9.10). What it stores under a number
+/// for the second time is stored later than what we have seen.
+bool NatsPartition::wasHandedOut(const NatsDelivery& delivery) const {
+    return delivery.streamSequence <= m_handedOut && delivery.stored <= m_handedOutStored;
+}
+
+/// A server that was killed knows the ids of those messages only that it still holds, and stores one
+/// again whose caller has not heard of the first time. Since a caller has one message of a source on
+/// its way, that one follows the first directly among those of both.
+bool NatsPartition::isCopy(const Waiting& waiting) const {
+    const auto last = m_lastOf.find(waiting.from);
+    return last != m_lastOf.end() && !waiting.id.empty() && last->second.id == waiting.id &&
+           last->second.stored != waiting.stored;
+}
+
+/// Messages that are acknowledged because they have run.
+void NatsPartition::logSkipped(std::uint64_t sequence, const char* why) const {
+    if (loggingOnAppUni("NatsChannel", 4))
+        logAppUni("NatsChannel", __FILE__, 4, __LINE__,
+                  "partition %u: message %llu is not run: it %s", m_number,
+                  static_cast<unsigned long long>(sequence), why);
+}
+
+void NatsPartition::takeStatus(natsMsg* msg, unsigned long pull) {
+    if (m_state != State::eOpen || pull != m_pull)
+        return;
+    m_lastHeard = Clock::now();
+    const char* status = "";
+    natsMsgHeader_Get(msg, "Status", &status);
+    const std::string_view code = status;
+    if (code == kTimeOut)
+        m_expected = 0;
+    else if (code != kHeartbeatStatus)
+        disturbed("the engine says " + std::string(code));
+}
+
+bool NatsPartition::decode(natsMsg* msg, CommsChannelDataContainerMessage& result) {
+    std::string why;
+    try {
+        result = decodeMessage(bytesOf(msg));
+        why = bytesOf(msg).size() > m_reading.options.maxMessageBytes
+                  ? "it has " + std::to_string(bytesOf(msg).size()) + " bytes and " +
+                        std::to_string(m_reading.options.maxMessageBytes) + " are the limit"
+                  : whyRefused(result);
+    } catch (const EnvelopeError& failure) {
+        m_reading.counters.refused.refuse(std::string("it cannot be decoded: ") + failure.what());
+        return false;
+    }
+    if (why.empty())
+        return true;
+    m_reading.counters.refused.refuse(why);
+    if (isInvokerRequest(result))
+        m_reading.answers.tell(m_reading.connection.address().answers(callerOf(msg)),
+                               encode(Answer{false, result.requestId(), result.sourceChannel(), "",
+                                             "the request was refused: " + why}));
+    return false;
+}
+
+void NatsPartition::handOut() {
+    try {
+        while (!m_waiting.empty() && dealWithFirst())
+            m_waiting.pop_front();
+        m_toldFailure = false;
+    } catch (const NatsError& failure) {
+        tellFailure("what its host may have died of waits", failure.what());
+    }
+    if (!m_ready.empty())
+        m_reading.queue.sendWhatFits(m_ready);
+    m_ready.clear(); // not empty only if the queue is closed: then others will read it
+}
+
+/// False when it has to wait. Messages in doubt run one at a time, so that it is known of which one a
+/// host dies.
+bool NatsPartition::dealWithFirst() {
+    Waiting& first = m_waiting.front();
+    if (isCopy(first)) {
+        logSkipped(first.sequence, "was stored twice");
+        m_reading.ledger.settle(m_number, first.sequence, kAcknowledged);
+        return true;
+    }
+    if (first.sequence <= m_consumer.inDoubt()) {
+        m_reading.ledger.wakeReader(m_number); // asked for first, or it may become idle in between
+        if (!isIdle())
+            return false;
+        if (!m_reading.attempts.begin(m_number, first.name(), m_reading.options.maxDeliveries)) {
+            giveUp(first);
+            return true;
+        }
+    }
+    remember(first);
+    ++m_reading.counters.received;
+    m_ready.push_back(std::move(first.msg));
+    return true;
+}
+
+void NatsPartition::remember(const Waiting& waiting) {
+    m_handedOut = waiting.sequence;
+    m_handedOutStored = std::max(m_handedOutStored, waiting.stored); // a leader's clock may be late
+    const auto now = Clock::now();
+    if (m_lastOf.size() >= m_sweepAt) {
+        std::erase_if(m_lastOf,
+                      [now](const auto& entry) { return now - entry.second.at > kRemembered; });
+        m_sweepAt = std::max(kManySources, 2 * m_lastOf.size());
+    }
+    m_lastOf[waiting.from] = {waiting.id, waiting.stored, now};
+}
+
+void NatsPartition::giveUp(Waiting& waiting) {
+    CommsChannelDataContainerMessage& msg = waiting.msg;
+    const std::string text = "given up: its host died " +
+                             std::to_string(m_reading.options.maxDeliveries) +
+                             " times while the request was in work";
+    logAppUni("NatsChannel", __FILE__, 2, __LINE__, "message %llu of '%s', request %ld, %s",
+              static_cast<unsigned long long>(waiting.sequence), msg.sourceChannel().c_str(),
+              msg.requestId(), text.c_str());
+    storeDeadLetter(m_reading.connection, encode(msg), text, waiting.name());
+    if (isInvokerRequest(msg))
+        m_reading.answers.tell(NatsReturn::parse(msg.callbackChannel()).value().answersTo,
+                               encode(Answer{false, msg.requestId(), msg.sourceChannel(), "",
+                                             "the request was " + text}));
+    remember(waiting);
+    m_reading.ledger.settle(m_number, waiting.sequence, kHopeless);
+}
+
+} // namespace mirel

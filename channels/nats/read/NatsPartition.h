@@ -1,0 +1,131 @@
+#pragma once
+
+#include "channels/nats/read/NatsConsumer.h"
+#include "channels/nats/read/NatsLedger.h"
+#include "framework/CommsChannelDataContainerMessage.h"
+
+#include <cstdint>
+#include <deque>
+#include <nats/nats.h>
+#include <string>
+#include <unordered_map>
+
+namespace mirel {
+
+class MessageQueue;
+class NatsAnswers;
+class NatsAttempts;
+class NatsConnection;
+struct ChannelCounters;
+struct NatsDelivery;
+
+/// What the partitions of one channel share. All of it outlives them.
+struct NatsReading {
+    NatsConnection& connection;
+    const NatsChannelOptions& options;
+    MessageQueue& queue; ///< has room for all that can be delivered
+    NatsLedger& ledger;
+    ChannelCounters& counters;
+    NatsAttempts& attempts;
+    NatsAnswers& answers;
+    std::string inbox; ///< prefix of the subjects that messages are delivered to
+};
+
+/// One partition as its reader sees it: closed, open, or on the way there, which it takes when it is
+/// opened and whenever the engine's delivery is not the next message for the first time (a lost
+/// connection, another leader, a gap, a repetition). It hands out nothing more then, lets what is in
+/// work finish, and begins again behind what was acknowledged. Used by the channel's thread only.
+class NatsPartition {
+public:
+    NatsPartition(const NatsReading& reading, unsigned number);
+
+    /// Opens it as soon as nothing of it is in work.
+    void open(unsigned long tenure);
+
+    /// Hands out nothing more.
+    void close();
+
+    /// That it was opened for; 0: it is closed.
+    unsigned long tenure() const { return m_tenure; }
+
+    /// Whether nothing is in work that was handed out.
+    bool isIdle() const;
+
+    /// Deletes its consumer, so that a successor need not doubt anything. Closed and idle only. False
+    /// when the engine does not answer.
+    bool leave() { return m_consumer.remove(); }
+
+    /// A message that was delivered to this partition.
+    void take(natsMsg* msg, const NatsDelivery& delivery);
+
+    /// What the engine says about the pull with that number.
+    void takeStatus(natsMsg* msg, unsigned long pull);
+
+    /// Hands out what has been taken, and looks after the rest. To be called again and again.
+    /// `allRead`: nothing that was delivered waits to be taken, so that silence means something.
+    void tick(unsigned long connectionLosses, bool allRead);
+
+    /// Opening asks the engine several things, and takes seconds in a bad moment.
+    bool wantsToOpen() const;
+    void tryToOpen(unsigned long connectionLosses);
+
+private:
+    using Clock = NatsLedger::Clock;
+
+    enum class State { eClosed, eOpening, eOpen };
+
+    struct Waiting {
+        std::uint64_t sequence;
+        std::uint64_t stored; ///< when, by the engine's clock
+        std::string id;       ///< empty: it has none
+        std::string from;     ///< the caller's process, and the source
+        CommsChannelDataContainerMessage msg;
+
+        /// For ever: a number alone may come again.
+        std::string name() const { return std::to_string(sequence) + '.' + std::to_string(stored); }
+    };
+
+    /// The last message of one caller's process and one source that was handed out.
+    struct HandedOut {
+        std::string id;
+        std::uint64_t stored = 0;
+        Clock::time_point at{};
+    };
+
+    void tellFailure(const char* what, const char* why);
+    void lookAtStream();
+    void pull();
+    void disturbed(const std::string& why);
+    void forgetWaiting();
+    bool wasHandedOut(const NatsDelivery& delivery) const;
+    bool isCopy(const Waiting& waiting) const;
+    void logSkipped(std::uint64_t sequence, const char* why) const;
+    bool decode(natsMsg* msg, CommsChannelDataContainerMessage& result);
+    void handOut();
+    bool dealWithFirst();
+    void giveUp(Waiting& waiting);
+    void remember(const Waiting& waiting);
+
+    const NatsReading& m_reading;
+    const unsigned m_number;
+    NatsConsumer m_consumer;
+    State m_state = State::eClosed;
+    unsigned long m_tenure = 0;
+    unsigned long m_pull = 0;   ///< number of the last one, the last token of its inbox
+    std::size_t m_expected = 0; ///< messages that it will still bring
+    unsigned long m_connectionLosses = 0;
+    std::uint64_t m_nextDelivery = 1; ///< consumer sequence
+    /// Every message up to this one in the stream was handed out here, or never delivered here. What
+    /// is delivered once more has run, or it was dropped, which lowers this. See `wasHandedOut`.
+    std::uint64_t m_handedOut = 0;
+    std::uint64_t m_handedOutStored = 0; ///< when the last one was, by the engine's clock
+    Clock::time_point m_lastHeard{};
+    bool m_toldFailure = false;
+    std::string m_streamCreated; ///< when, as the engine tells it; empty: not known yet
+    std::size_t m_sweepAt = 0;
+    std::unordered_map<std::string, HandedOut> m_lastOf; ///< by `Waiting::from`
+    std::deque<Waiting> m_waiting; ///< taken, in the ledger, and not handed out yet
+    std::deque<CommsChannelDataContainerMessage> m_ready;
+};
+
+} // namespace mirel

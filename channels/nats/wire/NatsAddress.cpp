@@ -1,0 +1,76 @@
+#include "channels/nats/wire/NatsAddress.h"
+
+#include "framework/MirelException.h"
+
+#include <algorithm>
+#include <sstream>
+#include <string_view>
+
+namespace mirel {
+
+namespace {
+
+constexpr std::string_view kPlain = "nats://";
+constexpr std::string_view kEncrypted = "tls://";
+constexpr std::string_view kDefaultPort = ":4222";
+constexpr std::size_t kLongestName = 200; ///< the engine's limit for a stream is 255
+
+[[noreturn]] void refuse(const std::string& url, const std::string& why) {
+    throw MirelException(url + ": " + why +
+                             "; an address looks like nats://HOST:PORT,HOST:PORT/SERVICE",
+                         __FILE__, __LINE__);
+}
+
+bool hasPort(const std::string& server) {
+    const std::size_t colon = server.find_last_of(":]"); // a colon within brackets is no port's
+    return colon != std::string::npos && server[colon] == ':';
+}
+
+} // namespace
+
+bool NatsAddress::fits(const std::string& url) {
+    return url.starts_with(kPlain) || url.starts_with(kEncrypted);
+}
+
+bool NatsAddress::isToken(const std::string& text) {
+    return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+               c == '-' || c == '_';
+    });
+}
+
+NatsAddress::NatsAddress(const std::string& url) : m_url(url) {
+    if (!fits(url))
+        refuse(url, "the scheme is neither nats:// nor tls://");
+    m_encrypted = url.starts_with(kEncrypted);
+    const std::string_view scheme = m_encrypted ? kEncrypted : kPlain;
+    const std::size_t slash = url.find('/', scheme.size());
+    if (slash == std::string::npos)
+        refuse(url, "the service's name is missing");
+    m_service = url.substr(slash + 1);
+    if (!isToken(m_service) || m_service.size() > kLongestName)
+        refuse(url, "the service's name must have 1 to 200 letters, digits, - and _");
+
+    std::istringstream list(url.substr(scheme.size(), slash - scheme.size()));
+    for (std::string server; std::getline(list, server, ',');) {
+        if (server.empty() || server.front() == ':' || server.find('@') != std::string::npos)
+            refuse(url, "the list of servers has something that is no HOST:PORT");
+        if (!hasPort(server))
+            server += kDefaultPort;
+        m_servers.push_back(std::string(scheme) + server);
+    }
+    if (m_servers.empty())
+        refuse(url, "the server is missing");
+}
+
+std::string NatsAddress::requests(unsigned partition) const {
+    return requests(partition, "*", "*", "*");
+}
+
+std::string NatsAddress::requests(unsigned partition, const std::string& caller,
+                                  const std::string& run, const std::string& line) const {
+    return m_service + ".requests." + std::to_string(partition) + "." + caller + "." + run + "." +
+           line;
+}
+
+} // namespace mirel

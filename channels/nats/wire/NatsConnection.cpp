@@ -1,0 +1,237 @@
+#include "channels/nats/wire/NatsConnection.h"
+
+#include "channels/nats/wire/NatsHandles.h"
+#include "framework/Logging.h"
+#include "framework/MirelException.h"
+
+#include <algorithm>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <pthread.h>
+#include <vector>
+
+namespace mirel {
+
+namespace {
+
+using std::chrono::milliseconds;
+using Options = std::unique_ptr<natsOptions, NatsDestroy<natsOptions_Destroy>>;
+
+constexpr milliseconds kBetweenAttempts{100};
+constexpr milliseconds kLastFlush{2000};
+
+// A server that is killed is noticed at once; one that is cut off, by its silence.
+constexpr std::int64_t kPingMs = 2000;
+constexpr int kPingsUnanswered = 2;
+constexpr std::int64_t kWriteMs = 2000;
+
+[[noreturn]] void fail(const std::string& text) { throw MirelException(text, __FILE__, __LINE__); }
+
+/// Of the library's last failure on this thread.
+std::string reason(natsStatus status) {
+    natsStatus last = NATS_OK;
+    const char* const text = nats_GetLastError(&last);
+    return last == status && text && *text ? text : natsStatus_GetText(status);
+}
+
+void require(natsStatus status, const std::string& what) {
+    if (status != NATS_OK)
+        fail(what + ": " + reason(status));
+}
+
+std::string firstLine(const std::string& file) {
+    std::ifstream in(file);
+    std::string line;
+    if (!std::getline(in, line))
+        fail(file + ": the password cannot be read");
+    return line;
+}
+
+void authenticate(natsOptions* options, const NatsConnectionOptions& wanted) {
+    if (wanted.user.empty() != wanted.passwordFile.empty())
+        fail("a user needs a password file, and the other way round");
+    if (!wanted.user.empty())
+        require(natsOptions_SetUserInfo(options, wanted.user.c_str(),
+                                        firstLine(wanted.passwordFile).c_str()),
+                "the user");
+    if (!wanted.credentialsFile.empty())
+        require(natsOptions_SetUserCredentialsFromFiles(options, wanted.credentialsFile.c_str(),
+                                                        nullptr),
+                wanted.credentialsFile);
+}
+
+void encrypt(natsOptions* options, const NatsConnectionOptions& wanted, bool encrypted) {
+    if (!encrypted) {
+        if (!wanted.authoritiesFile.empty() || !wanted.certificateFile.empty())
+            fail("certificates need an address that begins with tls://");
+        return;
+    }
+    require(natsOptions_SetSecure(options, true), "TLS");
+    if (!wanted.authoritiesFile.empty())
+        require(natsOptions_LoadCATrustedCertificates(options, wanted.authoritiesFile.c_str()),
+                wanted.authoritiesFile);
+    if (wanted.certificateFile.empty() != wanted.keyFile.empty())
+        fail("a certificate needs its key, and the other way round");
+    if (!wanted.certificateFile.empty())
+        require(natsOptions_LoadCertificatesChain(options, wanted.certificateFile.c_str(),
+                                                  wanted.keyFile.c_str()),
+                wanted.certificateFile);
+}
+
+void logError(natsConnection*, natsSubscription*, natsStatus status, void*) {
+    logAppUni("NatsConnection", __FILE__, 3, __LINE__, "the connection reports: %s",
+              natsStatus_GetText(status));
+}
+
+} // namespace
+
+NatsConnection::NatsConnection(const NatsConnectionOptions& wanted) : m_address(wanted.url) {
+    natsOptions* made = nullptr;
+    require(natsOptions_Create(&made), "NATS");
+    const Options options(made);
+    std::vector<const char*> servers;
+    for (const std::string& server : m_address.servers())
+        servers.push_back(server.c_str());
+    require(natsOptions_SetServers(made, servers.data(), static_cast<int>(servers.size())),
+            m_address.url());
+    authenticate(made, wanted);
+    encrypt(made, wanted, m_address.encrypted());
+    natsOptions_SetMaxReconnect(made, -1);
+    natsOptions_SetReconnectWait(made, kBetweenAttempts.count());
+    natsOptions_SetPingInterval(made, kPingMs);
+    natsOptions_SetMaxPingsOut(made, kPingsUnanswered);
+    natsOptions_SetSendAsap(made, true); // otherwise each message waits a millisecond for others
+    // A server that is stopped would otherwise hold up every thread that sends, for ever.
+    natsOptions_SetWriteDeadline(made, kWriteMs);
+    natsOptions_SetErrorHandler(made, &logError, nullptr);
+    natsOptions_SetReconnectedCB(made, &onConnected, this);
+    natsOptions_SetDisconnectedCB(made, &onLost, this);
+    natsOptions_SetClosedCB(made, &onClosed, this);
+    connect(*made, wanted);
+}
+
+void NatsConnection::connect(natsOptions& options, const NatsConnectionOptions& wanted) {
+    const auto deadline = std::chrono::steady_clock::now() + wanted.patience;
+    for (bool told = false;; told = true) {
+        const natsStatus status = natsConnection_Connect(&m_connection, &options);
+        if (status == NATS_OK) {
+            const std::lock_guard lock(m_mutex);
+            m_connected = true;
+            return;
+        }
+        if (status == NATS_CONNECTION_AUTH_FAILED)
+            fail("the server at " + m_address.url() + " does not let us in: " + reason(status));
+        if (status != NATS_NO_SERVER && status != NATS_TIMEOUT && status != NATS_IO_ERROR &&
+            status != NATS_CONNECTION_CLOSED)
+            fail("cannot connect to " + m_address.url() + ": " + reason(status) +
+                 (m_address.encrypted() && wanted.certificateFile.empty()
+                      ? "; the server may ask for a certificate of yours"
+                      : ""));
+        if (std::chrono::steady_clock::now() >= deadline)
+            fail("no NATS server answers at " + m_address.url() + " within " +
+                 std::to_string(wanted.patience.count()) + " ms");
+        if (wanted.giveUp())
+            fail("told to stop while no NATS server answers at " + m_address.url());
+        if (!told)
+            logAppUni("NatsConnection", __FILE__, 3, __LINE__,
+                      "no NATS server answers at %s yet; looking for %ld ms",
+                      m_address.url().c_str(), static_cast<long>(wanted.patience.count()));
+        std::unique_lock lock(m_mutex); // nothing tells when a server has come; it is asked again
+        m_changed.wait_for(lock, kBetweenAttempts);
+    }
+}
+
+NatsConnection::~NatsConnection() {
+    natsConnection_FlushTimeout(m_connection, kLastFlush.count());
+    natsConnection_Close(m_connection);
+    {
+        // The library calls this object until it has said that the connection is closed.
+        std::unique_lock lock(m_mutex);
+        m_changed.wait(lock, [this] { return m_closed; });
+    }
+    natsConnection_Destroy(m_connection);
+}
+
+void NatsConnection::onConnected(natsConnection*, void* self) {
+    auto& connection = *static_cast<NatsConnection*>(self);
+    const std::lock_guard lock(connection.m_mutex);
+    connection.m_connected = true;
+}
+
+void NatsConnection::onLost(natsConnection*, void* self) {
+    auto& connection = *static_cast<NatsConnection*>(self);
+    const std::lock_guard lock(connection.m_mutex);
+    connection.m_connected = false;
+    ++connection.m_losses;
+}
+
+void NatsConnection::onClosed(natsConnection*, void* self) {
+    auto& connection = *static_cast<NatsConnection*>(self);
+    // Under the lock, because the object may be gone as soon as the flag can be seen.
+    const std::lock_guard lock(connection.m_mutex);
+    connection.m_connected = false;
+    connection.m_closed = true;
+    connection.m_changed.notify_all();
+}
+
+bool NatsConnection::connected() const {
+    const std::lock_guard lock(m_mutex);
+    return m_connected;
+}
+
+bool NatsConnection::closed() const {
+    const std::lock_guard lock(m_mutex);
+    return m_closed;
+}
+
+unsigned long NatsConnection::losses() const {
+    const std::lock_guard lock(m_mutex);
+    return m_losses;
+}
+
+bool NatsConnection::publish(const std::string& subject, std::string_view bytes,
+                             const std::string& replyTo) {
+    // A service whose thread is being cancelled may still answer, and nothing can be unwound through
+    // the library.
+    int formerState = PTHREAD_CANCEL_ENABLE;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &formerState);
+    const int size = static_cast<int>(bytes.size());
+    const natsStatus status =
+        replyTo.empty() ? natsConnection_Publish(m_connection, subject.c_str(), bytes.data(), size)
+                        : natsConnection_PublishRequest(m_connection, subject.c_str(),
+                                                        replyTo.c_str(), bytes.data(), size);
+    pthread_setcancelstate(formerState, nullptr);
+    return status == NATS_OK;
+}
+
+nlohmann::json NatsConnection::call(const std::string& name, const nlohmann::json& request,
+                                    milliseconds patience) {
+    const std::string bytes = request.is_null() ? std::string() : request.dump();
+    natsMsg* received = nullptr;
+    const natsStatus status =
+        natsConnection_Request(&received, m_connection, ("$JS.API." + name).c_str(), bytes.data(),
+                               static_cast<int>(bytes.size()), patience.count());
+    const NatsMessage reply(received);
+    if (status == NATS_NO_RESPONDERS)
+        throw NatsError(0, "JetStream is not there: either the server runs without it, or its "
+                           "cluster has no leader now");
+    if (status != NATS_OK)
+        throw NatsError(0, reason(status));
+    const auto answer = nlohmann::json::parse(bytesOf(received), nullptr, false);
+    if (!answer.is_object())
+        throw NatsError(0, "the server's answer to " + name + " cannot be read");
+    if (const auto error = answer.find("error"); error != answer.end())
+        throw NatsError(error->value("err_code", 0), error->value("description", "refused"));
+    return answer;
+}
+
+bool NatsConnection::flush(milliseconds patience) {
+    return natsConnection_FlushTimeout(m_connection, patience.count()) == NATS_OK;
+}
+
+std::size_t NatsConnection::largestMessage() const {
+    return static_cast<std::size_t>(
+        std::max<std::int64_t>(0, natsConnection_GetMaxPayload(m_connection)));
+}
+
+} // namespace mirel

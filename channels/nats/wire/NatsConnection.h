@@ -1,0 +1,89 @@
+#pragma once
+
+#include "channels/nats/wire/NatsAddress.h"
+#include "channels/nats/wire/NatsConnectionOptions.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <nats/nats.h>
+#include <nlohmann/json_fwd.hpp>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace mirel {
+
+/// The engine has refused what was asked of it, or has not answered.
+class NatsError : public std::runtime_error {
+public:
+    NatsError(int code, const std::string& text) : std::runtime_error(text), m_code(code) {}
+
+    /// The engine's number for the reason; 0 when it has not answered.
+    int code() const { return m_code; }
+
+private:
+    int m_code;
+};
+
+/// A connection that is looked for again whenever it is lost. Any thread may call.
+class NatsConnection {
+public:
+    /// Waits for the first connection. `MirelException` with one clear text when no server is found
+    /// within the patience, or when it does not let us in.
+    explicit NatsConnection(const NatsConnectionOptions& options);
+
+    /// Sends what has been published, for a bounded time, and closes.
+    ~NatsConnection();
+
+    NatsConnection(const NatsConnection&) = delete;
+    NatsConnection& operator=(const NatsConnection&) = delete;
+
+    bool connected() const;
+
+    /// For good, without having been told to: the engine's library gives up when a server refuses us
+    /// again and again.
+    bool closed() const;
+
+    /// How often the connection has been lost so far.
+    unsigned long losses() const;
+
+    /// False when the engine's library takes no more, because there is no connection and its buffer
+    /// is full, or because the message is too large. No cancellation point.
+    bool publish(const std::string& subject, std::string_view bytes,
+                 const std::string& replyTo = std::string());
+
+    /// One call of JetStream's own interface, `name` being what follows "$JS.API.". `NatsError`.
+    nlohmann::json call(const std::string& name, const nlohmann::json& request,
+                        std::chrono::milliseconds patience);
+
+    /// Waits until the server has all that was published; false when that takes too long.
+    bool flush(std::chrono::milliseconds patience);
+
+    std::size_t largestMessage() const;
+
+    natsConnection* get() const { return m_connection; }
+    const NatsAddress& address() const { return m_address; }
+
+private:
+    void connect(natsOptions& options, const NatsConnectionOptions& wanted);
+
+    // Called by threads of the engine's library.
+    static void onConnected(natsConnection*, void* self);
+    static void onLost(natsConnection*, void* self);
+    static void onClosed(natsConnection*, void* self);
+
+    const NatsAddress m_address;
+    natsConnection* m_connection = nullptr; ///< owned; constant once made
+
+    // Guarded by m_mutex.
+    mutable std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_connected = false;
+    bool m_closed = false;
+    unsigned long m_losses = 0;
+};
+
+} // namespace mirel

@@ -1,0 +1,155 @@
+#include "channels/nats/wire/NatsStream.h"
+
+#include "channels/nats/wire/NatsConnection.h"
+#include "framework/MirelException.h"
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <nlohmann/json.hpp>
+
+namespace mirel {
+
+namespace {
+
+using nlohmann::json;
+using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
+// The engine's numbers for reasons.
+constexpr int kNoAnswer = 0;
+constexpr int kNoLeader = 10008;
+constexpr int kNoPeers = 10005; ///< for all replicas
+constexpr int kStreamNotFound = 10059;
+constexpr int kStreamNameInUse = 10058;
+
+constexpr milliseconds kCallPatience{2000};
+constexpr milliseconds kBetweenAttempts{100};
+constexpr unsigned kMostPartitions = 1000;
+
+constexpr const char* kDescription = "requests of a service, partitions: ";
+
+[[noreturn]] void fail(const std::string& text) { throw MirelException(text, __FILE__, __LINE__); }
+
+/// Repeats the call until it gives an answer, while its failure may pass by itself.
+json patiently(const NatsConnectionOptions& search, const std::function<bool(int)>& passes,
+               const std::function<json()>& call) {
+    const auto deadline = Clock::now() + search.patience;
+    std::mutex mutex;
+    std::condition_variable never; // nothing tells when a cluster has found its leader
+    for (std::unique_lock lock(mutex);; never.wait_for(lock, kBetweenAttempts)) {
+        try {
+            return call();
+        } catch (const NatsError& failure) {
+            if (!passes(failure.code()) || Clock::now() >= deadline || search.giveUp())
+                throw;
+        }
+    }
+}
+
+bool electionPasses(int code) { return code == kNoAnswer || code == kNoLeader || code == kNoPeers; }
+
+json infoOf(NatsConnection& connection, const std::string& stream) {
+    return connection.call("STREAM.INFO." + stream, nullptr, kCallPatience).at("config");
+}
+
+/// Both settings of the stream as a reader of an error line wants them.
+std::string difference(const json& is, const json& wanted) {
+    std::string text;
+    for (const auto& [name, value] : wanted.items()) {
+        const auto found = is.find(name);
+        if (found == is.end() || *found != value)
+            text += (text.empty() ? "" : ", ") + name + " is " +
+                    (found == is.end() ? "not set" : found->dump()) + " and not " + value.dump();
+    }
+    return text;
+}
+
+void provide(NatsConnection& connection, const NatsConnectionOptions& search, const json& wanted) {
+    const std::string name = wanted.at("name");
+    const json is = patiently(search, &electionPasses, [&] {
+        try {
+            return infoOf(connection, name);
+        } catch (const NatsError& failure) {
+            if (failure.code() != kStreamNotFound)
+                throw;
+        }
+        try {
+            return connection.call("STREAM.CREATE." + name, wanted, kCallPatience).at("config");
+        } catch (const NatsError& failure) {
+            if (failure.code() != kStreamNameInUse) // another host has just made it
+                throw;
+        }
+        return infoOf(connection, name);
+    });
+    if (const std::string text = difference(is, wanted); !text.empty())
+        fail("the stream " + name + " at " + connection.address().url() +
+             " has other settings: " + text + "; serve it with those, or remove the stream");
+}
+
+} // namespace
+
+void provideStream(NatsConnection& connection, const NatsStreamOptions& options,
+                   const NatsConnectionOptions& search) {
+    const NatsAddress& address = connection.address();
+    if (options.partitions == 0 || options.partitions > kMostPartitions)
+        fail("a service has 1 to " + std::to_string(kMostPartitions) + " partitions");
+    try {
+        provide(connection, search,
+                {{"name", address.stream()},
+                 {"subjects", {address.requests()}},
+                 {"retention", "workqueue"},
+                 {"storage", "file"},
+                 {"num_replicas", options.replicas},
+                 {"duplicate_window", std::chrono::nanoseconds(options.duplicateWindow).count()},
+                 {"description", kDescription + std::to_string(options.partitions)}});
+        provide(connection, search,
+                {{"name", address.deadLetterStream()},
+                 {"subjects", {address.deadLetters()}},
+                 {"retention", "limits"},
+                 {"storage", "file"},
+                 {"num_replicas", options.replicas}});
+    } catch (const NatsError& failure) {
+        fail("the stream of " + address.url() + " cannot be made: " + failure.what());
+    }
+}
+
+unsigned partitionsOf(NatsConnection& connection, const NatsConnectionOptions& search) {
+    const NatsAddress& address = connection.address();
+    const auto passes = [](int code) { return electionPasses(code) || code == kStreamNotFound; };
+    try {
+        const std::string description = patiently(search, passes, [&] {
+                                            return infoOf(connection, address.stream());
+                                        }).value("description", "");
+        const std::string count = description.starts_with(kDescription)
+                                      ? description.substr(std::string(kDescription).size())
+                                      : std::string();
+        if (count.empty() || count.size() > 4 ||
+            count.find_first_not_of("0123456789") != std::string::npos)
+            fail("the stream at " + address.url() + " is not that of a service");
+        return static_cast<unsigned>(std::stoul(count));
+    } catch (const NatsError& failure) {
+        if (failure.code() == kStreamNotFound)
+            fail("there is no service at " + address.url() + ": no host has served it yet");
+        fail("the service at " + address.url() + " cannot be asked for: " + failure.what());
+    }
+}
+
+std::string createdAt(NatsConnection& connection) {
+    return connection.call("STREAM.INFO." + connection.address().stream(), nullptr, kCallPatience)
+        .value("created", "");
+}
+
+std::uint64_t stableHash(const std::string& text) {
+    std::uint64_t hash = 14695981039346656037ULL;
+    for (const char c : text)
+        hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211ULL;
+    return hash;
+}
+
+unsigned partitionOf(const std::string& sourceChannel, unsigned partitions) {
+    return static_cast<unsigned>(stableHash(sourceChannel) % partitions);
+}
+
+} // namespace mirel

@@ -1,0 +1,104 @@
+#include "channels/queue/MessageQueue.h"
+
+#include "framework/MirelException.h"
+#include "runtime/threads/PendingWakeUps.h"
+#include "runtime/values/MessageRules.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace mirel {
+
+namespace {
+
+void checkMessage(CommsChannelDataContainerMessage& msg) {
+    const std::string why = whyRefused(msg);
+    if (!why.empty())
+        throw MirelException("message refused: " + why, __FILE__, __LINE__);
+}
+
+} // namespace
+
+MessageQueue::MessageQueue(std::size_t capacity) : m_capacity(std::max<std::size_t>(capacity, 1)) {}
+
+bool MessageQueue::send(CommsChannelDataContainerMessage msg) {
+    checkMessage(msg);
+    PendingWakeUps::ofThisThread().issue();
+    std::unique_lock lock(m_mutex);
+    m_notFull.wait(lock, [this] { return m_closed || m_messages.size() < m_capacity; });
+    return append(msg);
+}
+
+bool MessageQueue::trySend(CommsChannelDataContainerMessage& msg,
+                           std::chrono::milliseconds patience) {
+    checkMessage(msg);
+    PendingWakeUps::ofThisThread().issue();
+    std::unique_lock lock(m_mutex);
+    return m_notFull.wait_for(lock, patience, [this] {
+        return m_closed || m_messages.size() < m_capacity;
+    }) && append(msg);
+}
+
+void MessageQueue::sendWhatFits(std::deque<CommsChannelDataContainerMessage>& messages) {
+    {
+        const std::lock_guard lock(m_mutex);
+        while (!m_closed && !messages.empty() && m_messages.size() < m_capacity) {
+            m_messages.push_back(std::move(messages.front()));
+            messages.pop_front();
+        }
+    }
+    m_notEmpty.notify_one(); // after the release, or the one reader would wake to a locked queue
+}
+
+std::size_t MessageQueue::room() const {
+    const std::lock_guard lock(m_mutex);
+    return m_capacity - m_messages.size();
+}
+
+bool MessageQueue::append(CommsChannelDataContainerMessage& msg) {
+    if (m_closed)
+        return false;
+    m_messages.push_back(std::move(msg));
+    m_notEmpty.notify_one();
+    return true;
+}
+
+bool MessageQueue::read(CommsChannelDataContainerMessage& msg) {
+    PendingWakeUps::ofThisThread().issue();
+    bool wasFull = false;
+    {
+        std::unique_lock lock(m_mutex);
+        m_notEmpty.wait(lock, [this] { return m_closed || !m_messages.empty(); });
+        if (m_closed)
+            return false;
+        wasFull = m_messages.size() == m_capacity;
+        msg = std::move(m_messages.front());
+        m_messages.pop_front();
+        m_notFull.notify_one();
+    }
+    if (wasFull && m_onRoom)
+        m_onRoom();
+    return true;
+}
+
+void MessageQueue::onRoom(std::function<void()> room) { m_onRoom = std::move(room); }
+
+void MessageQueue::close() {
+    const std::lock_guard lock(m_mutex);
+    m_closed = true;
+    m_notEmpty.notify_all();
+    m_notFull.notify_all();
+}
+
+bool MessageQueue::closed() const {
+    const std::lock_guard lock(m_mutex);
+    return m_closed;
+}
+
+std::deque<CommsChannelDataContainerMessage> MessageQueue::takeRest() {
+    const std::lock_guard lock(m_mutex);
+    m_notFull.notify_all();
+    return std::exchange(m_messages, {});
+}
+
+} // namespace mirel

@@ -1,0 +1,51 @@
+#include "channels/queue/QueueChannel.h"
+
+#include "channels/queue/MessageQueue.h"
+#include "framework/CommsChannelDataContainerMessage.h"
+#include "runtime/values/AnswerSink.h"
+#include "runtime/values/MessageRules.h"
+
+#include <utility>
+
+namespace mirel {
+
+namespace {
+
+/// Has no state of its own, so that it can be used by any number of threads and for as long as a
+/// response wants it.
+class FunctionSink : public AnswerSink {
+public:
+    explicit FunctionSink(QueueChannel::OnAnswer onAnswer) : m_onAnswer(std::move(onAnswer)) {}
+
+    void answer(Answer answer) override {
+        if (m_onAnswer)
+            m_onAnswer(answer);
+    }
+
+private:
+    const QueueChannel::OnAnswer m_onAnswer;
+};
+
+} // namespace
+
+QueueChannel::QueueChannel(std::shared_ptr<MessageQueue> queue, OnAnswer onAnswer)
+    : m_queue(std::move(queue)),
+      m_answers(std::make_shared<FunctionSink>(std::move(onAnswer))) {}
+
+QueueChannel::~QueueChannel() { QueueChannel::close(); }
+
+bool QueueChannel::readMessage(CommsChannelDataContainerMessage& msg) { return m_queue->read(msg); }
+
+void QueueChannel::close() {
+    m_queue->close();
+    // Closed, the queue takes no more and gives nothing to the reader: these are the unread ones.
+    for (CommsChannelDataContainerMessage& msg : m_queue->takeRest()) {
+        if (isInvokerRequest(msg))
+            m_answers->answer({false, msg.requestId(), msg.sourceChannel(), msg.callbackChannel(),
+                               "the service stopped before the request was read"});
+    }
+}
+
+std::shared_ptr<AnswerSink> QueueChannel::answerSink() { return m_answers; }
+
+} // namespace mirel

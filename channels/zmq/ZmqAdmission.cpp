@@ -1,0 +1,55 @@
+#include "channels/zmq/ZmqAdmission.h"
+
+#include <array>
+#include <cstdint>
+#include <iterator>
+#include <utility>
+#include <vector>
+#include <zmq_addon.hpp>
+
+namespace mirel {
+
+namespace {
+
+// The frames of a question, as ZeroMQ's authentication protocol lays them down.
+enum Frame : std::size_t { eVersion, eRequest, eDomain, eAddress, eIdentity, eMechanism, eKey };
+
+} // namespace
+
+ZmqAdmission::ZmqAdmission(zmq::context_t& context, std::set<std::string> allowedKeys)
+    : m_allowedKeys(std::move(allowedKeys)),
+      m_socket(context, zmq::socket_type::rep) {
+    m_socket.set(zmq::sockopt::linger, 0);
+    m_socket.bind("inproc://zeromq.zap.01");
+}
+
+void ZmqAdmission::answerQuestions() {
+    for (;;) {
+        std::vector<zmq::message_t> question;
+        if (!zmq::recv_multipart(m_socket, std::back_inserter(question), zmq::recv_flags::dontwait))
+            return;
+        const bool admitted = question.size() > eKey && mayConnect(question[eMechanism].to_string(),
+                                                                   question[eKey].to_string());
+        const std::string request =
+            question.size() > eRequest ? question[eRequest].to_string() : std::string();
+        const std::array<zmq::const_buffer, 6> reply{
+            zmq::str_buffer("1.0"),
+            zmq::buffer(request),
+            admitted ? zmq::str_buffer("200") : zmq::str_buffer("400"),
+            admitted ? zmq::str_buffer("OK") : zmq::str_buffer("caller not allowed"),
+            zmq::const_buffer(),
+            zmq::const_buffer(),
+        };
+        zmq::send_multipart(m_socket, reply);
+    }
+}
+
+bool ZmqAdmission::mayConnect(const std::string& mechanism, const std::string& key) const {
+    if (mechanism != "CURVE" || key.size() % 4 != 0)
+        return false;
+    std::vector<char> text(key.size() / 4 * 5 + 1);
+    zmq_z85_encode(text.data(), reinterpret_cast<const std::uint8_t*>(key.data()), key.size());
+    return m_allowedKeys.contains(text.data());
+}
+
+} // namespace mirel

@@ -1,0 +1,268 @@
+#include "channels/zmq/ZmqSocketThread.h"
+
+#include "channels/ChannelCounters.h"
+#include "channels/Envelope.h"
+#include "channels/queue/MessageQueue.h"
+#include "channels/zmq/ZmqOutbox.h"
+#include "channels/zmq/ZmqSecurity.h"
+#include "framework/Logging.h"
+#include "framework/MirelException.h"
+#include "framework/Threader.h"
+#include "runtime/values/MessageRules.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <cxxabi.h>
+#include <exception>
+#include <new>
+#include <utility>
+
+namespace mirel {
+
+namespace {
+
+constexpr std::size_t kLargestLimit = std::size_t{1} << 30;
+constexpr std::int64_t kHardLimitFactor = 4;
+
+/// Messages of one caller that ZeroMQ keeps, beside the system's socket buffers.
+constexpr int kReceivedPerCaller = 100;
+constexpr int kAnswersPerCaller = 1000;
+
+/// ZeroMQ counts what a peer has taken in steps of half its limit, and drops an answer when it
+/// believes the limit to be reached: that it keeps so many is sure of half of the limit only.
+constexpr int kSureOfHalf = 2;
+
+/// Messages taken before answers get their turn again.
+constexpr std::size_t kBatch = 100;
+
+/// For what is under way when the channel ends: first what callers have sent, then the answers.
+constexpr std::chrono::seconds kLastInput{1};
+constexpr std::chrono::milliseconds kLinger{1000};
+
+[[noreturn]] void fail(const std::string& text) { throw MirelException(text, __FILE__, __LINE__); }
+
+std::string tooLong(std::size_t bytes, std::size_t limit) {
+    return std::to_string(bytes) + " bytes and " + std::to_string(limit) + " are the limit";
+}
+
+void setLimits(zmq::socket_t& socket, const ZmqChannelOptions& options) {
+    if (options.maxMessageBytes == 0 || options.maxMessageBytes > kLargestLimit)
+        fail("the largest message must have 1 to " + std::to_string(kLargestLimit) + " bytes");
+    const auto limit = static_cast<std::int64_t>(options.maxMessageBytes);
+    socket.set(zmq::sockopt::maxmsgsize, kHardLimitFactor * limit);
+    socket.set(zmq::sockopt::rcvhwm,
+               static_cast<int>(std::min<std::size_t>(std::max<std::size_t>(options.queueLength, 1),
+                                                      kReceivedPerCaller)));
+    socket.set(zmq::sockopt::sndhwm, kSureOfHalf * kAnswersPerCaller);
+    socket.set(zmq::sockopt::linger, static_cast<int>(kLinger.count()));
+    socket.set(zmq::sockopt::router_mandatory, true);
+
+    // Dead peers are found by the system, not by ZeroMQ's heartbeats: a socket that makes its peer
+    // wait does not read heartbeats either, and would drop the connection and what it carries.
+    socket.set(zmq::sockopt::tcp_keepalive, 1);
+    socket.set(zmq::sockopt::tcp_keepalive_idle, 30);
+    socket.set(zmq::sockopt::tcp_keepalive_intvl, 10);
+    socket.set(zmq::sockopt::tcp_keepalive_cnt, 3);
+}
+
+} // namespace
+
+ZmqSocketThread::ZmqSocketThread(const ZmqChannelOptions& options, MessageQueue& queue,
+                                 ZmqOutbox& outbox, ChannelCounters& counters)
+    : m_maxMessageBytes(options.maxMessageBytes),
+      m_queue(queue),
+      m_outbox(outbox),
+      m_counters(counters),
+      m_socket(m_context, zmq::socket_type::router) {
+    setLimits(m_socket, options);
+    secure(options);
+    m_endpoint.emplace(m_socket, options);
+}
+
+ZmqSocketThread::~ZmqSocketThread() {
+    m_stop = true;
+    m_outbox.wake().set();
+    waitForThreadCompletion();
+}
+
+void ZmqSocketThread::secure(const ZmqChannelOptions& options) {
+    if (options.curveKeyFile.empty()) {
+        if (!options.allowedCallersFile.empty())
+            fail("a list of allowed callers needs CURVE, which needs the service's key file");
+        return;
+    }
+    m_socket.set(zmq::sockopt::curve_server, true);
+    m_socket.set(zmq::sockopt::curve_secretkey, readCurveKeys(options.curveKeyFile).secretKey);
+    if (!options.allowedCallersFile.empty()) {
+        m_admission.emplace(m_context, readAllowedCallers(options.allowedCallersFile));
+        m_socket.set(zmq::sockopt::zap_domain, "mirel");
+    }
+}
+
+void ZmqSocketThread::start() {
+    unsigned long threadId = 0;
+    Threader().createThread(threadId, this, "", 0, 0);
+}
+
+MirelThreadPriority ZmqSocketThread::getThreadPriorityForPlatform() {
+    return ePriorityHigh; // answers of every priority go through here
+}
+
+std::string ZmqSocketThread::type() { return "mirel-zmq"; }
+
+void ZmqSocketThread::run() {
+    // Signals are for the program's own threads, and would interrupt ZeroMQ's functions.
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, nullptr);
+    try {
+        serve();
+    } catch (const abi::__forced_unwind&) {
+        throw;
+    } catch (const std::exception& failure) {
+        logAppUni("ZmqChannel", __FILE__, 2, __LINE__, "%s: the channel ends: %s", url().c_str(),
+                  failure.what());
+        m_queue.close(); // ends the executor's loop
+        m_outbox.close();
+    }
+}
+
+void ZmqSocketThread::serve() {
+    while (!m_stop) {
+        m_outbox.take(m_answers);
+        send(m_answers);
+        m_answers.clear(); // not later: they may be large
+        if (m_admission)
+            m_admission->answerQuestions();
+        if (!receiveSome() && m_outbox.mayWait())
+            waitForWork();
+    }
+    // The queue is closed: what callers have sent is answered with a failure.
+    answerUnread();
+    const auto deadline = std::chrono::steady_clock::now() + kLastInput;
+    while (receiveSome() && std::chrono::steady_clock::now() < deadline) {
+    }
+    send(m_outbox.close());
+}
+
+void ZmqSocketThread::waitForWork() {
+    // Who takes a message from the full queue sets the outbox's event.
+    const auto messages = static_cast<short>(m_queue.room() > 0 ? ZMQ_POLLIN : 0);
+    std::array<zmq::pollitem_t, 3> items{{
+        {nullptr, m_outbox.wake().descriptor(), ZMQ_POLLIN, 0},
+        {m_socket.handle(), 0, messages, 0},
+        {m_admission ? m_admission->socket().handle() : nullptr, 0, ZMQ_POLLIN, 0},
+    }};
+    zmq::poll(items.data(), m_admission ? 3 : 2, std::chrono::milliseconds(-1));
+    if (items[0].revents != 0)
+        m_outbox.wake().clear();
+}
+
+/// Whether there may be more to receive.
+bool ZmqSocketThread::receiveSome() {
+    const std::size_t most = std::min(kBatch, m_queue.room());
+    std::size_t received = 0;
+    while (received < most && receiveOne())
+        ++received;
+    queueReceived();
+    return received > 0 && received == most;
+}
+
+bool ZmqSocketThread::receiveOne() {
+    zmq::message_t caller;
+    if (!m_socket.recv(caller, zmq::recv_flags::dontwait))
+        return false;
+    zmq::message_t body;
+    const bool hasBody = caller.more() && m_socket.recv(body, zmq::recv_flags::dontwait);
+    if (hasBody && !body.more()) {
+        take(caller.to_string(), body.to_string_view());
+        return true;
+    }
+    for (zmq::message_t rest; m_socket.get(zmq::sockopt::rcvmore);)
+        static_cast<void>(m_socket.recv(rest, zmq::recv_flags::dontwait));
+    m_counters.refused.refuse("it does not consist of one frame");
+    return true;
+}
+
+void ZmqSocketThread::take(std::string caller, std::string_view bytes) {
+    try {
+        m_received.push_back(decodeMessage(bytes));
+    } catch (const EnvelopeError& failure) {
+        m_counters.refused.refuse(std::string("it cannot be decoded: ") + failure.what());
+        return;
+    } catch (const std::bad_alloc&) {
+        m_counters.refused.refuse("there is no memory for it");
+        return;
+    }
+    CommsChannelDataContainerMessage& msg = m_received.back();
+    msg.callbackChannel() = std::move(caller);
+
+    const std::string why = bytes.size() > m_maxMessageBytes
+                                ? "it has " + tooLong(bytes.size(), m_maxMessageBytes)
+                                : whyRefused(msg);
+    if (!why.empty()) {
+        m_counters.refused.refuse(why);
+        if (isInvokerRequest(msg))
+            send({false, msg.requestId(), msg.sourceChannel(), msg.callbackChannel(),
+                  "the request was refused: " + why});
+        m_received.pop_back();
+        return;
+    }
+    ++m_counters.received;
+}
+
+/// Leaves nothing in m_received: there is room for all of it, since nobody else fills the queue.
+void ZmqSocketThread::queueReceived() {
+    if (!m_received.empty())
+        m_queue.sendWhatFits(m_received);
+    if (m_queue.closed())
+        answerUnread();
+}
+
+/// Here and nowhere else, so that the callers get these answers in the order of their requests.
+void ZmqSocketThread::answerUnread() {
+    std::deque<CommsChannelDataContainerMessage> unread = m_queue.takeRest();
+    for (CommsChannelDataContainerMessage& msg : std::exchange(m_received, {}))
+        unread.push_back(std::move(msg));
+    for (CommsChannelDataContainerMessage& msg : unread) {
+        if (isInvokerRequest(msg))
+            send({false, msg.requestId(), msg.sourceChannel(), msg.callbackChannel(),
+                  "the service stopped before the request was read"});
+    }
+}
+
+void ZmqSocketThread::send(const std::vector<Answer>& answers) {
+    for (const Answer& answer : answers)
+        send(answer);
+}
+
+void ZmqSocketThread::send(const Answer& answer) {
+    if (answer.data.size() <= m_maxMessageBytes)
+        transmit(answer);
+    else
+        transmit({false, answer.requestId, answer.sourceChannel, answer.callbackChannel,
+                  "the answer has " + tooLong(answer.data.size(), m_maxMessageBytes)});
+}
+
+void ZmqSocketThread::transmit(const Answer& answer) {
+    const auto bytes = encode(answer); // before the first frame: nothing may fail between the two
+    try {
+        const zmq::const_buffer caller = zmq::buffer(answer.callbackChannel);
+        if (!m_socket.send(caller, zmq::send_flags::sndmore | zmq::send_flags::dontwait)) {
+            m_counters.answersDropped.refuse("its caller does not take its answers");
+            return;
+        }
+        ++m_counters.answersSent; // before the caller can have it
+        m_socket.send(zmq::buffer(bytes), zmq::send_flags::dontwait);
+    } catch (const zmq::error_t& failure) {
+        if (failure.num() != EHOSTUNREACH)
+            throw;
+        m_counters.answersDropped.refuse("its caller is gone");
+    }
+}
+
+} // namespace mirel

@@ -1,0 +1,20 @@
+#include "runtime/threads/PendingWakeUps.h"
+
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace mirel {
+
+void PendingWakeUps::wakeOne(const void* address) {
+    syscall(SYS_futex, address, FUTEX_WAKE_PRIVATE, 1);
+}
+
+void PendingWakeUps::wake(const void* address) {
+    if (m_locks > 0 && m_count < m_addresses.size())
+        m_addresses[m_count++] = address;
+    else
+        wakeOne(address); // there is no room for it, or no reason to put it off
+}
+
+} // namespace mirel

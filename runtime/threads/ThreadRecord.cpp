@@ -1,0 +1,93 @@
+#include "runtime/threads/ThreadRecord.h"
+
+#include "framework/MirelException.h"
+#include "runtime/threads/PendingWakeUps.h"
+
+namespace mirel {
+
+namespace {
+
+/// Whether nobody has detached the calling thread, so that it has to be joined.
+bool callingThreadIsJoinable() {
+    pthread_attr_t attributes;
+    if (pthread_getattr_np(pthread_self(), &attributes) != 0)
+        return true;
+    int detachState = PTHREAD_CREATE_JOINABLE;
+    pthread_attr_getdetachstate(&attributes, &detachState);
+    pthread_attr_destroy(&attributes);
+    return detachState == PTHREAD_CREATE_JOINABLE;
+}
+
+/// Joins a thread that is at its end. Not to be interrupted: nobody else would do it.
+void join(pthread_t thread) {
+    int formerState = PTHREAD_CANCEL_ENABLE;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &formerState);
+    pthread_join(thread, nullptr);
+    pthread_setcancelstate(formerState, nullptr);
+}
+
+} // namespace
+
+ThreadRecord::~ThreadRecord() {
+    // Never eRunning here: the OS thread has a share in the record.
+    if (m_state == eEnded)
+        pthread_detach(m_thread);
+}
+
+unsigned long ThreadRecord::nextStart() {
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_state == eRunning) {
+            if (!pthread_equal(m_thread, pthread_self()))
+                throw MirelException("the object has a thread that is still running", __FILE__,
+                                     __LINE__);
+            return m_started + 1;
+        }
+    }
+    waitUntilGone();
+    const std::lock_guard lock(m_mutex);
+    return m_started + 1;
+}
+
+void ThreadRecord::started(unsigned long start, pthread_t thread) {
+    const std::lock_guard lock(m_mutex);
+    m_state = eRunning;
+    m_started = start;
+    m_thread = thread;
+}
+
+void ThreadRecord::letBegin(unsigned long start) {
+    const std::lock_guard lock(m_mutex);
+    m_begun = start;
+    m_changed.notify_all();
+}
+
+void ThreadRecord::waitToBegin(unsigned long start) {
+    std::unique_lock lock(m_mutex);
+    m_changed.wait(lock, [this, start] { return m_begun == start; });
+}
+
+void ThreadRecord::ended(unsigned long start) {
+    const std::lock_guard lock(m_mutex);
+    if (m_started != start)
+        return;
+    m_state = callingThreadIsJoinable() ? eEnded : eGone;
+    m_changed.notify_all();
+}
+
+void ThreadRecord::waitUntilGone() {
+    PendingWakeUps::ofThisThread().issue();
+    std::unique_lock lock(m_mutex);
+    m_changed.wait(lock, [this] { return m_state == eEnded || m_state == eGone; });
+    if (m_state == eGone)
+        return;
+    // This waiter is the one that joins; the others find eJoining, and then eGone.
+    m_state = eJoining;
+    lock.unlock();
+    join(m_thread);
+    lock.lock();
+    m_state = eGone;
+    m_changed.notify_all();
+}
+
+} // namespace mirel
