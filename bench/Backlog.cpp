@@ -19,7 +19,7 @@ std::size_t bytesInUse() {
 
 } // namespace
 
-class BacklogChannel : public CommsChannelIfc {
+class BacklogChannel : public mirel::AnsweringChannel {
 public:
     explicit BacklogChannel(Backlog& backlog) : m_backlog(backlog) {}
 

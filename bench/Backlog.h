@@ -4,7 +4,7 @@
 #include "bench/SharedPool.h"
 #include "bench/Workload.h"
 #include "framework/CommsChannelDataContainerMessage.h"
-#include "runtime/values/AnswerSink.h"
+#include "runtime/values/AnsweringChannel.h"
 
 #include <atomic>
 #include <chrono>

@@ -2,7 +2,7 @@
 
 namespace bench {
 
-class BatchChannel : public CommsChannelIfc {
+class BatchChannel : public mirel::AnsweringChannel {
 public:
     explicit BatchChannel(Batches& batches) : m_batches(batches) {}
 

@@ -3,7 +3,7 @@
 #include "bench/Release.h"
 #include "framework/CommsChannelDataContainerMessage.h"
 #include "framework/CommsChannelIfc.h"
-#include "runtime/values/AnswerSink.h"
+#include "runtime/values/AnsweringChannel.h"
 
 #include <atomic>
 #include <memory>

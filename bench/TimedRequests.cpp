@@ -75,7 +75,7 @@ TimedRequests::Durations differences(const std::vector<Clock::time_point>& from,
 
 } // namespace
 
-class TimedChannel : public CommsChannelIfc {
+class TimedChannel : public mirel::AnsweringChannel {
 public:
     explicit TimedChannel(TimedRequests& requests) : m_requests(requests) {}
 

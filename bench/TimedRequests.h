@@ -4,7 +4,7 @@
 #include "bench/Placement.h"
 #include "framework/CommsChannelDataContainerMessage.h"
 #include "framework/CommsChannelIfc.h"
-#include "runtime/values/AnswerSink.h"
+#include "runtime/values/AnsweringChannel.h"
 
 #include <atomic>
 #include <chrono>

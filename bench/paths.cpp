@@ -62,7 +62,7 @@ private:
 };
 
 /// Does something before each read.
-class WatchedChannel : public CommsChannelIfc {
+class WatchedChannel : public mirel::AnsweringChannel {
 public:
     WatchedChannel(Batches& batches, std::function<void()> beforeRead)
         : m_channel(batches.channel()),

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "framework/MirelThreadPriority.h"
+#include "framework/Opaque.h"
 
 #include <string>
 
@@ -42,22 +43,13 @@ public:
     /// The body, or for a timer event the serialised timer identifier. A copy.
     std::string getData();
 
-    /// For the channel that fills the message.
+    // The library does not use these. They are for the channel that fills the message.
+
     void setMsgType(int type);
     void setPriority(MirelThreadPriority priority);
     void setRequestId(long id);
     void setData(std::string data);
 
 private:
-    int m_msgType = 0;
-    MirelThreadPriority m_priority = ePriorityNormal;
-    long m_requestId = 0;
-    std::string m_protocol;
-    std::string m_interface;
-    std::string m_sourceChannel;
-    std::string m_channel;
-    std::string m_callbackChannel;
-    std::string m_proxyCallMode;
-    std::string m_remoteContext;
-    std::string m_data;
+    Opaque<288> m_opaque;
 };

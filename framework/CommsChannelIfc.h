@@ -1,12 +1,6 @@
 #pragma once
 
-#include <memory>
-
 class CommsChannelDataContainerMessage;
-
-namespace mirel {
-class AnswerSink;
-}
 
 /// The inbound channel of one service.
 class CommsChannelIfc {
@@ -20,7 +14,7 @@ public:
     /// Ends reading: a pending and every later `readMessage` returns false. Any thread; repeatable.
     virtual void close() = 0;
 
-    /// Where responses to this channel's requests go; null when it has no way back. What is
-    /// returned may be used after the channel has been destroyed and then drops what it is given.
-    virtual std::shared_ptr<mirel::AnswerSink> answerSink();
+    /// The provider's part of the channel, by which its responses find their way back; null when
+    /// there is none. The library does not use it.
+    virtual void* opaque() { return nullptr; }
 };

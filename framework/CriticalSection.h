@@ -1,5 +1,7 @@
 #pragma once
 
+#include "framework/Opaque.h"
+
 class Semaphore;
 
 /// Holds one unit of a semaphore for the length of a scope. Ends on the thread that it began on.
@@ -20,5 +22,5 @@ public:
     CriticalSection& operator=(const CriticalSection&) = delete;
 
 private:
-    Semaphore& m_semaphore;
+    Opaque<sizeof(void*)> m_opaque;
 };

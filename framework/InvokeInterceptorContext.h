@@ -1,10 +1,9 @@
 #pragma once
 
 #include "framework/InterceptionContext.h"
+#include "framework/Opaque.h"
 
 #include <any>
-#include <utility>
-#include <vector>
 
 class CommsChannelDataContainerMessage;
 class InvokerResponse;
@@ -30,6 +29,9 @@ public:
     ~InvokeInterceptorContext() override;
 
     void setInterceptionPoint(InterceptionPoint point);
+
+    // The library does not use these. They are for the interceptors.
+
     InterceptionPoint interceptionPoint() const;
 
     /// The legacy message; null for a request.
@@ -47,9 +49,5 @@ public:
     std::any& note(const void* owner);
 
 private:
-    InterceptionPoint m_point;
-    CommsChannelDataContainerMessage* m_message;
-    int m_dataLength;
-    InvokerResponse* m_response;
-    std::vector<std::pair<const void*, std::any>> m_notes;
+    Opaque<64> m_opaque;
 };

@@ -1,13 +1,10 @@
 #pragma once
 
-#include <memory>
+#include "framework/Opaque.h"
+
 #include <string>
 
 class CommsChannelIfc;
-
-namespace mirel {
-class AnswerSink;
-} // namespace mirel
 
 /// The way back to the caller of one request. The first of `answer`, `answerError` and destruction
 /// decides what the caller gets; a response destroyed unanswered answers with a failure, so that no
@@ -28,6 +25,8 @@ public:
     /// A derived response's destructor may throw; the library survives that.
     virtual ~InvokerResponse() noexcept(false);
 
+    // The library does not use these. The first three are for service code.
+
     /// Answers with data. False, without effect, when the request has been answered already.
     bool answer(std::string data);
 
@@ -36,16 +35,10 @@ public:
 
     bool answered() const;
 
-    /// To be asked before the request runs. False when it has become another process's: it must not
-    /// run, and counts as answered.
-    bool mayRun();
+    /// For who calls the invoker, before it runs the request. False when the request has become
+    /// another process's: it must not run, and counts as answered.
+    bool claim();
 
 private:
-    bool send(bool succeeded, std::string data);
-
-    std::shared_ptr<mirel::AnswerSink> m_sink;
-    bool m_answered = false;
-    const long m_requestId;
-    const std::string m_sourceChannel;
-    const std::string m_callbackChannel;
+    Opaque<104> m_opaque;
 };

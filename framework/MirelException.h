@@ -1,7 +1,8 @@
 #pragma once
 
+#include "framework/Opaque.h"
+
 #include <exception>
-#include <memory>
 #include <string>
 
 /// The framework's failure report: a text, the place that wrote it, and the failure behind it.
@@ -17,6 +18,9 @@ public:
     ~MirelException() override;
 
     const char* what() const noexcept override;
+
+    // The library does not use these. They are for who reads the report.
+
     const std::string& message() const;
     const std::string& file() const;
     int line() const;
@@ -25,8 +29,5 @@ public:
     const MirelException* cause() const;
 
 private:
-    std::string m_message;
-    std::string m_file;
-    int m_line;
-    std::shared_ptr<const MirelException> m_cause;
+    Opaque<96> m_opaque;
 };

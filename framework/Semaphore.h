@@ -1,7 +1,6 @@
 #pragma once
 
-#include <atomic>
-#include <cstdint>
+#include "framework/Opaque.h"
 
 /// Counting semaphore with a maximum. Any thread may take or give.
 ///
@@ -29,19 +28,5 @@ public:
     virtual void give();
 
 private:
-    bool tryTake();
-    bool spin();
-
-    /// Free units in the low half; above them a mark that threads may sleep, so that one atomic step
-    /// changes and reads both. Who gives a unit takes the mark away and wakes one sleeper; that one
-    /// puts the mark back, because there may be others. So the units given until it has got a core
-    /// cost nobody another call of the system.
-    std::atomic<std::uint32_t> m_state;
-    const std::uint32_t m_maximum;
-
-    /// Made with its only unit free: who waits, waits for a short time.
-    const bool m_isLock = false;
-
-    /// How often a taker has had to look until the lock was free, on average.
-    std::atomic<int> m_usualSpins{0};
+    Opaque<16> m_opaque;
 };

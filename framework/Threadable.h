@@ -1,14 +1,9 @@
 #pragma once
 
 #include "framework/MirelThreadPriority.h"
+#include "framework/Opaque.h"
 
-#include <atomic>
-#include <memory>
 #include <string>
-
-namespace mirel {
-class ThreadRecord;
-}
 
 /// An object with a thread body. `Threader` starts an OS thread that calls `run()`. The OS thread
 /// may detach itself (`pthread_detach`) before it ends; who waits for it then returns when its body
@@ -52,10 +47,5 @@ public:
 private:
     friend class Threader;
 
-    /// 0 until a thread has been started; set after `m_record`, so whoever reads an identifier
-    /// from it may read `m_record` too.
-    std::atomic<unsigned long> m_threadId{0};
-
-    /// Written once, by the first start that succeeds; shared with the copies and the OS thread.
-    std::shared_ptr<mirel::ThreadRecord> m_record;
+    Opaque<24> m_opaque;
 };

@@ -2,8 +2,9 @@
 
 #include "framework/Semaphore.h"
 
-CriticalSection::CriticalSection(Semaphore& semaphore) : m_semaphore(semaphore) {
-    m_semaphore.take(-1);
+CriticalSection::CriticalSection(Semaphore& semaphore) {
+    m_opaque.make<Semaphore*>(&semaphore);
+    semaphore.take(-1);
 }
 
-CriticalSection::~CriticalSection() { m_semaphore.give(); }
+CriticalSection::~CriticalSection() { m_opaque.as<Semaphore*>()->give(); }

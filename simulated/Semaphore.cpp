@@ -13,25 +13,24 @@ using mirel::simulated::Step;
 
 namespace {
 
-// Relaxed, because everything is on one OS thread.
-constexpr auto kRelaxed = std::memory_order_relaxed;
+struct Units {
+    int free;
+    const int maximum;
+};
 
-bool hasUnit(const void* state) {
-    return static_cast<const std::atomic<std::uint32_t>*>(state)->load(kRelaxed) > 0;
-}
+bool hasUnit(const void* units) { return static_cast<const Units*>(units)->free > 0; }
 
 } // namespace
 
 const int Semaphore::NOT_AVAILABLE = 0;
 
-Semaphore::Semaphore(int initial, int maximum, bool)
-    : m_state(static_cast<std::uint32_t>(initial)),
-      m_maximum(static_cast<std::uint32_t>(maximum)) {
+Semaphore::Semaphore(int initial, int maximum, bool) {
     if (maximum < 1 || maximum > 65535 || initial < 0 || initial > maximum)
         throw MirelException("semaphore with " + std::to_string(initial) + " of " +
                                  std::to_string(maximum) +
                                  " units: 1 to 65535 are possible, of which 0 or more are free",
                              __FILE__, __LINE__);
+    m_opaque.make<Units>(initial, maximum);
     if (Scheduler* const scheduler = Scheduler::current())
         scheduler->born(this, "Semaphore");
 }
@@ -42,22 +41,23 @@ Semaphore::~Semaphore() {
 }
 
 bool Semaphore::take(int timeout) {
+    auto& units = m_opaque.as<Units>();
     Scheduler* const scheduler = Scheduler::current();
     if (scheduler) {
         scheduler->requireAlive(this, "Semaphore::take");
-        Step step{"Semaphore::take", this, mirel::simulated::Access::write, &hasUnit, &m_state};
+        Step step{"Semaphore::take", this, mirel::simulated::Access::write, &hasUnit, &units};
         if (timeout >= 0)
             step.deadline = scheduler->now() + std::chrono::milliseconds(timeout);
         if (!scheduler->perform(step))
             return false;
-    } else if (!hasUnit(&m_state)) {
+    } else if (!hasUnit(&units)) {
         if (timeout >= 0)
             return false;
         throw MirelException("no unit is free, and outside of a simulated run there is nobody who "
                              "could give one",
                              __FILE__, __LINE__);
     }
-    m_state.fetch_sub(1, kRelaxed);
+    --units.free;
     return true;
 }
 
@@ -67,8 +67,8 @@ void Semaphore::give() {
         scheduler->requireAlive(this, "Semaphore::give");
         scheduler->perform({"Semaphore::give", this});
     }
-    if (m_state.load(kRelaxed) < m_maximum)
-        m_state.fetch_add(1, kRelaxed);
+    if (auto& units = m_opaque.as<Units>(); units.free < units.maximum)
+        ++units.free;
     if (scheduler) {
         scheduler->check(); // what a lock guards must be in order by now
         scheduler->perform({"after Semaphore::give", nullptr});

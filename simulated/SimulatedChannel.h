@@ -1,9 +1,8 @@
 #pragma once
 
 #include "framework/CommsChannelDataContainerMessage.h"
-#include "framework/CommsChannelIfc.h"
 #include "runtime/values/Answer.h"
-#include "runtime/values/AnswerSink.h"
+#include "runtime/values/AnsweringChannel.h"
 
 #include <deque>
 #include <memory>
@@ -26,7 +25,7 @@ struct Traffic : AnswerSink {
 
 /// The channel of an executor in a simulated run. Requests that are unread when it is closed are
 /// answered with a failure.
-class SimulatedChannel : public CommsChannelIfc {
+class SimulatedChannel : public AnsweringChannel {
 public:
     explicit SimulatedChannel(std::shared_ptr<Traffic> traffic);
     ~SimulatedChannel() override;

@@ -46,6 +46,12 @@ private:
     mirel::ThreadRecord& m_record;
 };
 
+/// What a `Threadable` knows of its thread.
+struct ThreadOf {
+    unsigned long id = 0;
+    std::shared_ptr<mirel::ThreadRecord> record;
+};
+
 bool hasEnded(const void* record) { return static_cast<const mirel::ThreadRecord*>(record)->ended; }
 
 } // namespace
@@ -53,18 +59,20 @@ bool hasEnded(const void* record) { return static_cast<const mirel::ThreadRecord
 // ---- Threadable ------------------------------------------------------------------------------
 
 Threadable::Threadable() {
+    m_opaque.make<ThreadOf>();
     if (Scheduler* const scheduler = Scheduler::current())
         scheduler->born(this, "Threadable");
 }
 
 Threadable::Threadable(const Threadable& other) : Threadable() {
-    m_threadId = other.threadId();
-    m_record = other.m_record;
+    const unsigned long id = other.threadId(); // a step, before which the record may change
+    m_opaque.as<ThreadOf>() = {id, other.m_opaque.as<ThreadOf>().record};
 }
 
 Threadable::~Threadable() {
     if (Scheduler* const scheduler = Scheduler::current())
         scheduler->destroyed(this);
+    m_opaque.destroy<ThreadOf>();
 }
 
 std::string Threadable::type() { return "mirel-thread"; }
@@ -74,7 +82,7 @@ unsigned long Threadable::threadId() const {
         scheduler->requireAlive(this, "Threadable::threadId");
         scheduler->perform({"Threadable::threadId", this, Access::read});
     }
-    return m_threadId.load(std::memory_order_relaxed);
+    return m_opaque.as<ThreadOf>().id;
 }
 
 unsigned long Threadable::currentThreadId() {
@@ -87,9 +95,9 @@ void Threadable::waitForThreadCompletion() {
     if (!scheduler)
         return;
     scheduler->requireAlive(this, "Threadable::waitForThreadCompletion");
-    if (!m_record)
+    const auto record = m_opaque.as<ThreadOf>().record; // the object may be gone after the wait
+    if (!record)
         return;
-    const auto record = m_record; // the object may be gone when the wait is over
     scheduler->perform({"Threadable::waitForThreadCompletion", record.get(), Access::write,
                         &hasEnded, record.get()});
     scheduler->thread(record->thread)->released = true;
@@ -113,10 +121,11 @@ int Threader::createThread(unsigned long& threadId, Threadable* threadable, std:
     if (const int error = hook ? hook() : 0)
         refuse(name, std::strerror(error));
 
-    const bool restart = threadable->m_record != nullptr;
+    auto& threadOf = threadable->m_opaque.as<ThreadOf>();
+    const bool restart = threadOf.record != nullptr;
     if (!restart)
-        threadable->m_record = std::make_shared<mirel::ThreadRecord>();
-    const auto record = threadable->m_record;
+        threadOf.record = std::make_shared<mirel::ThreadRecord>();
+    const auto record = threadOf.record;
     const int former = restart ? record->thread : -1;
     if (restart && !record->ended && former != scheduler->running().number)
         refuse(name, "the object has a thread that is still running");
@@ -130,7 +139,7 @@ int Threader::createThread(unsigned long& threadId, Threadable* threadable, std:
     record->ended = false;
     thread.released = false;
     threadId = static_cast<unsigned long>(thread.number) + kFirstId;
-    threadable->m_threadId.store(threadId, std::memory_order_relaxed);
+    threadOf.id = threadId;
     return 0;
 }
 

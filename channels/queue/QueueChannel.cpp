@@ -2,7 +2,6 @@
 
 #include "channels/queue/MessageQueue.h"
 #include "framework/CommsChannelDataContainerMessage.h"
-#include "runtime/values/AnswerSink.h"
 #include "runtime/values/MessageRules.h"
 
 #include <utility>
@@ -10,6 +9,8 @@
 namespace mirel {
 
 namespace {
+
+constexpr const char* kUrl = "a queue of this process";
 
 /// Has no state of its own, so that it can be used by any number of threads and for as long as a
 /// response wants it.
@@ -29,14 +30,22 @@ private:
 } // namespace
 
 QueueChannel::QueueChannel(std::shared_ptr<MessageQueue> queue, OnAnswer onAnswer)
-    : m_queue(std::move(queue)),
-      m_answers(std::make_shared<FunctionSink>(std::move(onAnswer))) {}
+    : ServiceChannel("QueueChannel", kUrl),
+      m_queue(std::move(queue)),
+      m_answers(std::make_shared<FunctionSink>(std::move(onAnswer))) {
+    answerBy(m_answers);
+}
 
-QueueChannel::~QueueChannel() { QueueChannel::close(); }
+QueueChannel::~QueueChannel() {
+    failLastRead();
+    close();
+}
 
-bool QueueChannel::readMessage(CommsChannelDataContainerMessage& msg) { return m_queue->read(msg); }
+std::string QueueChannel::url() const { return kUrl; }
 
-void QueueChannel::close() {
+bool QueueChannel::readNext(CommsChannelDataContainerMessage& msg) { return m_queue->read(msg); }
+
+void QueueChannel::closeTransport() {
     m_queue->close();
     // Closed, the queue takes no more and gives nothing to the reader: these are the unread ones.
     for (CommsChannelDataContainerMessage& msg : m_queue->takeRest()) {
@@ -45,7 +54,5 @@ void QueueChannel::close() {
                                "the service stopped before the request was read"});
     }
 }
-
-std::shared_ptr<AnswerSink> QueueChannel::answerSink() { return m_answers; }
 
 } // namespace mirel

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "framework/CommsChannelIfc.h"
+#include "channels/ServiceChannel.h"
 #include "runtime/values/Answer.h"
 
 #include <functional>
@@ -12,7 +12,7 @@ class MessageQueue;
 
 /// A channel inside one process: the executor reads what the program puts into a `MessageQueue`,
 /// and answers go to a function of the program.
-class QueueChannel : public CommsChannelIfc {
+class QueueChannel : public ServiceChannel {
 public:
     /// Called on the thread that answers, possibly by several at once. Must not throw.
     using OnAnswer = std::function<void(const Answer&)>;
@@ -23,14 +23,14 @@ public:
     /// long as the service may answer.
     ~QueueChannel() override;
 
-    bool readMessage(CommsChannelDataContainerMessage& msg) override;
-
-    /// Closes the queue. Requests that were not read are answered with a failure.
-    void close() override;
-
-    std::shared_ptr<AnswerSink> answerSink() override;
+    std::string url() const override;
 
 private:
+    bool readNext(CommsChannelDataContainerMessage& msg) override;
+
+    /// Closes the queue. Requests that were not read are answered with a failure.
+    void closeTransport() override;
+
     const std::shared_ptr<MessageQueue> m_queue;
     const std::shared_ptr<AnswerSink> m_answers;
 };

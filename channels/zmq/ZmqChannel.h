@@ -1,7 +1,7 @@
 #pragma once
 
+#include "channels/ServiceChannel.h"
 #include "channels/zmq/ZmqChannelOptions.h"
-#include "framework/CommsChannelIfc.h"
 
 #include <memory>
 #include <string>
@@ -11,12 +11,11 @@ namespace mirel {
 class MessageQueue;
 class ZmqOutbox;
 class ZmqSocketThread;
-struct ChannelCounters;
 
 /// The channel of a service whose callers are other processes (see ZmqCaller). A thread of the
 /// channel owns the socket: it checks what comes in and keeps it for the executor, and sends
 /// answers whether or not the executor reads.
-class ZmqChannel : public CommsChannelIfc {
+class ZmqChannel : public ServiceChannel {
 public:
     /// Listens, and starts the channel's thread. `MirelException` with one clear text when it
     /// cannot. Restricts the process's umask for a moment while it makes an ipc socket.
@@ -26,20 +25,15 @@ public:
     /// for callers that do not take them.
     ~ZmqChannel() override;
 
-    bool readMessage(CommsChannelDataContainerMessage& msg) override;
-
-    /// Requests that were not read, and those that still arrive, are answered with a failure.
-    void close() override;
-
-    std::shared_ptr<AnswerSink> answerSink() override;
-
-    /// Where it listens, with the port that the system chose if it was asked to.
-    const std::string& url() const;
-
-    std::shared_ptr<const ChannelCounters> counters() const;
+    /// With the port that the system chose if it was asked to.
+    std::string url() const override;
 
 private:
-    const std::shared_ptr<ChannelCounters> m_counters;
+    bool readNext(CommsChannelDataContainerMessage& msg) override;
+
+    /// Requests that were not read, and those that still arrive, are answered with a failure.
+    void closeTransport() override;
+
     const std::shared_ptr<ZmqOutbox> m_outbox;
     const std::unique_ptr<MessageQueue> m_queue;
     const std::unique_ptr<ZmqSocketThread> m_thread; ///< uses the three above

@@ -59,6 +59,9 @@ int main() {
     ServiceThreadPool pool(4, nullptr);
     const auto queue = std::make_shared<mirel::MessageQueue>(100);
     auto channel = std::make_unique<mirel::QueueChannel>(queue, printAnswer);
+    channel->explainBy([&context](const std::string& interface, const std::string& protocol) {
+        return context.whyUnserved("Visits", interface, protocol);
+    });
     ServiceExecutor executor(&service, channel.release(), "Visits", &context, &pool, nullptr, true);
 
     Threader threader;

@@ -3,12 +3,13 @@
 #include "framework/Semaphore.h"
 #include "runtime/threads/PendingWakeUps.h"
 
-CriticalSection::CriticalSection(Semaphore& semaphore) : m_semaphore(semaphore) {
-    m_semaphore.take(-1);
+CriticalSection::CriticalSection(Semaphore& semaphore) {
+    m_opaque.make<Semaphore*>(&semaphore);
+    semaphore.take(-1);
     mirel::PendingWakeUps::ofThisThread().lockTaken();
 }
 
 CriticalSection::~CriticalSection() {
-    m_semaphore.give();
+    m_opaque.as<Semaphore*>()->give();
     mirel::PendingWakeUps::ofThisThread().lockReleased();
 }

@@ -5,8 +5,10 @@
 #include "runtime/threads/PendingWakeUps.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <linux/futex.h>
 #include <optional>
 #include <string>
@@ -46,26 +48,38 @@ bool sleepWhile(std::atomic<std::uint32_t>& word, std::uint32_t value,
     return result == 0 || errno != ETIMEDOUT;
 }
 
-} // namespace
+/// What a `Semaphore` consists of.
+class Units {
+public:
+    Units(int initial, int maximum)
+        : m_state(static_cast<std::uint32_t>(initial)),
+          m_maximum(static_cast<std::uint32_t>(maximum)),
+          m_isLock(initial == 1 && maximum == 1) {}
 
-const int Semaphore::NOT_AVAILABLE = 0;
+    bool take(int timeout);
+    void give();
 
-Semaphore::Semaphore(int initial, int maximum, bool)
-    : m_state(static_cast<std::uint32_t>(initial)),
-      m_maximum(static_cast<std::uint32_t>(maximum)),
-      m_isLock(initial == 1 && maximum == 1) {
+private:
+    bool tryTake();
+    bool spin();
+
+    /// Free units in the low half; above them a mark that threads may sleep, so that one atomic step
+    /// changes and reads both. Who gives a unit takes the mark away and wakes one sleeper; that one
+    /// puts the mark back, because there may be others. So the units given until it has got a core
+    /// cost nobody another call of the system.
+    std::atomic<std::uint32_t> m_state;
     static_assert(sizeof m_state == 4 && std::atomic<std::uint32_t>::is_always_lock_free,
                   "the kernel compares the word itself");
-    if (maximum < 1 || maximum > 65535 || initial < 0 || initial > maximum)
-        throw MirelException("semaphore with " + std::to_string(initial) + " of " +
-                                 std::to_string(maximum) +
-                                 " units: 1 to 65535 are possible, of which 0 or more are free",
-                             __FILE__, __LINE__);
-}
+    const std::uint32_t m_maximum;
 
-Semaphore::~Semaphore() = default;
+    /// Made with its only unit free: who waits, waits for a short time.
+    const bool m_isLock;
 
-bool Semaphore::tryTake() {
+    /// How often a taker has had to look until the lock was free, on average.
+    std::atomic<int> m_usualSpins{0};
+};
+
+bool Units::tryTake() {
     std::uint32_t state = m_state.load(std::memory_order_relaxed);
     while ((state & kUnits) != 0)
         if (m_state.compare_exchange_weak(state, state - kUnit, std::memory_order_acquire,
@@ -76,7 +90,7 @@ bool Semaphore::tryTake() {
 
 /// Looks for about twice as long as it took on average, so that a lock that is held for long, or by
 /// a thread that has lost its core, is soon not waited for in this way.
-bool Semaphore::spin() {
+bool Units::spin() {
     const int usual = m_usualSpins.load(std::memory_order_relaxed);
     const int most = std::min(mirel::mostLockSpins(), 2 * usual + 10);
     int spins = 0;
@@ -91,7 +105,7 @@ bool Semaphore::spin() {
     return taken;
 }
 
-bool Semaphore::take(int timeout) {
+bool Units::take(int timeout) {
     if (tryTake())
         return true;
     if (timeout != 0 && m_isLock && spin())
@@ -129,7 +143,7 @@ bool Semaphore::take(int timeout) {
     }
 }
 
-void Semaphore::give() {
+void Units::give() {
     const std::uint32_t maximum = m_maximum;
     std::uint32_t state = m_state.load(std::memory_order_relaxed);
     std::uint32_t next = 0;
@@ -145,3 +159,21 @@ void Semaphore::give() {
     if (next != state && (state & kSleepers) != 0)
         mirel::PendingWakeUps::ofThisThread().wake(&m_state);
 }
+
+} // namespace
+
+const int Semaphore::NOT_AVAILABLE = 0;
+
+Semaphore::Semaphore(int initial, int maximum, bool) {
+    if (maximum < 1 || maximum > 65535 || initial < 0 || initial > maximum)
+        throw MirelException("semaphore with " + std::to_string(initial) + " of " +
+                                 std::to_string(maximum) +
+                                 " units: 1 to 65535 are possible, of which 0 or more are free",
+                             __FILE__, __LINE__);
+    m_opaque.make<Units>(initial, maximum);
+}
+
+Semaphore::~Semaphore() { m_opaque.destroy<Units>(); }
+
+bool Semaphore::take(int timeout) { return m_opaque.as<Units>().take(timeout); }
+void Semaphore::give() { m_opaque.as<Units>().give(); }

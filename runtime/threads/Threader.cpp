@@ -11,6 +11,7 @@
 #include "runtime/values/GuardedCall.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <climits>
@@ -131,6 +132,16 @@ void* threadMain(void* argument) {
     return nullptr;
 }
 
+/// What a `Threadable` knows of its OS thread.
+struct ThreadOf {
+    /// 0 until a thread has been started; set after `record`, so whoever reads an identifier from it
+    /// may read `record` too.
+    std::atomic<unsigned long> id{0};
+
+    /// Written once, by the first start that succeeds; shared with the copies and the OS thread.
+    std::shared_ptr<mirel::ThreadRecord> record;
+};
+
 class ThreadAttributes {
 public:
     explicit ThreadAttributes(std::size_t stackSize) {
@@ -188,25 +199,29 @@ pthread_t startOsThread(std::unique_ptr<Start> start) {
 
 } // namespace
 
-Threadable::Threadable() = default;
+Threadable::Threadable() { m_opaque.make<ThreadOf>(); }
 
-Threadable::Threadable(const Threadable& other)
-    : m_threadId(other.m_threadId.load(std::memory_order_acquire)) {
-    if (threadId() != 0)
-        m_record = other.m_record;
+Threadable::Threadable(const Threadable& other) {
+    auto& own = m_opaque.make<ThreadOf>();
+    const auto& others = other.m_opaque.as<ThreadOf>();
+    own.id = others.id.load(std::memory_order_acquire);
+    if (own.id != 0)
+        own.record = others.record;
 }
 
-Threadable::~Threadable() = default;
+Threadable::~Threadable() { m_opaque.destroy<ThreadOf>(); }
 
 std::string Threadable::type() { return "mirel-thread"; }
 
-unsigned long Threadable::threadId() const { return m_threadId.load(std::memory_order_acquire); }
+unsigned long Threadable::threadId() const {
+    return m_opaque.as<ThreadOf>().id.load(std::memory_order_acquire);
+}
 
 unsigned long Threadable::currentThreadId() { return pthread_self(); }
 
 void Threadable::waitForThreadCompletion() {
     if (threadId() != 0)
-        m_record->waitUntilGone();
+        m_opaque.as<ThreadOf>().record->waitUntilGone();
 }
 
 Threader::Threader() = default;
@@ -216,24 +231,24 @@ int Threader::createThread(unsigned long& threadId, Threadable* threadable, std:
                            int) {
     const mirel::WakeUpsAtOnce wakeUpsAtOnce; // takes long, may wait, and calls the hook
     const bool startedBefore = threadable->threadId() != 0;
-    const auto record =
-        startedBefore ? threadable->m_record : std::make_shared<mirel::ThreadRecord>();
+    auto& thread = threadable->m_opaque.as<ThreadOf>();
+    const auto record = startedBefore ? thread.record : std::make_shared<mirel::ThreadRecord>();
     const unsigned long number = record->nextStart();
     if (name.empty())
         name = threadable->type();
     name.resize(std::min(name.size(), kLongestName));
 
-    const pthread_t thread = startOsThread(std::make_unique<Start>(
+    const pthread_t id = startOsThread(std::make_unique<Start>(
         Start{record, number, threadable, std::move(name),
               threadable->getThreadPriorityForPlatform(), mirel::threadOptions(), nullptr}));
 
     // The new thread is held back until the object has its identifier. After that the object may
     // be gone at any moment; the record is shared.
-    record->started(number, thread);
+    record->started(number, id);
     if (!startedBefore)
-        threadable->m_record = record;
-    threadable->m_threadId.store(thread, std::memory_order_release);
-    threadId = thread;
+        thread.record = record;
+    thread.id.store(id, std::memory_order_release);
+    threadId = id;
     record->letBegin(number);
     return 0;
 }

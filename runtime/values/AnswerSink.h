@@ -7,25 +7,36 @@
 
 namespace mirel {
 
-/// Takes answers on their way back to the callers of one channel.
+/// Where the answers to a channel's requests go. Each request passes these steps, in this order:
+///
+///  1. `accept`, once: the executor has made a response for it. From then on it is owed an answer.
+///  2. `claim`, once, when it is about to run. False ends its way here.
+///  3. `answer` or `abandon`, once.
+///
+/// One that is never claimed, because it fails before it runs or is dropped, is abandoned.
+///
+/// Any thread may call, except `accept`, which is the executor's. A request is known by its callback
+/// channel and its number. May be used after the channel has been destroyed, and drops what it is
+/// given then.
 class AnswerSink {
 public:
     virtual ~AnswerSink() = default;
 
-    /// Any thread. Does not wait for the executor's thread, which a service may be blocking. Drops
-    /// the answer, and counts that, when the way back is gone. Has not taken it when this throws.
+    virtual void accept(long /*requestId*/, const std::string& /*callbackChannel*/) noexcept {}
+
+    /// False when the request is another process's by now: then it must not run, and has no answer.
+    virtual bool claim(const std::string& /*callbackChannel*/) { return true; }
+
+    /// Does not wait for the executor's thread, which a service may be blocking. Drops the answer,
+    /// and counts that, when the way back is gone. Has not taken it when this throws.
     virtual void answer(Answer answer) = 0;
 
-    /// The same for a request that nobody has answered, with the failure that its caller is told. False
-    /// when it was left to another process instead, and the caller is not told.
-    virtual bool unanswered(Answer failure) {
+    /// Nobody has answered, and nobody will. Answers with `failure` (true), or leaves the request to
+    /// another process (false).
+    virtual bool abandon(Answer failure) {
         answer(std::move(failure));
         return true;
     }
-
-    /// Asked before a request runs, with its callback channel. False when it is another process's by
-    /// now: then it must not run, and has no answer. Any thread.
-    virtual bool mayRun(const std::string&) { return true; }
 };
 
 } // namespace mirel

@@ -4,39 +4,56 @@
 
 using Message = CommsChannelDataContainerMessage;
 
-Message::CommsChannelDataContainerMessage() = default;
-Message::~CommsChannelDataContainerMessage() = default;
-Message::CommsChannelDataContainerMessage(const Message&) = default;
-Message::CommsChannelDataContainerMessage(Message&&) noexcept = default;
-Message& Message::operator=(const Message&) = default;
-Message& Message::operator=(Message&&) noexcept = default;
+namespace {
 
-int Message::msgType() { return m_msgType; }
+struct State {
+    int msgType = 0;
+    MirelThreadPriority priority = ePriorityNormal;
+    long requestId = 0;
+    std::string protocol;
+    std::string interface;
+    std::string sourceChannel;
+    std::string channel;
+    std::string callbackChannel;
+    std::string proxyCallMode;
+    std::string remoteContext;
+    std::string data;
+};
 
-MirelThreadPriority Message::priority() { return m_priority; }
+} // namespace
 
-std::string& Message::protocol() { return m_protocol; }
+Message::CommsChannelDataContainerMessage() { m_opaque.make<State>(); }
+Message::CommsChannelDataContainerMessage(const Message& other) {
+    m_opaque.make<State>(other.m_opaque.as<State>());
+}
+Message::CommsChannelDataContainerMessage(Message&& other) noexcept {
+    m_opaque.make<State>(std::move(other.m_opaque.as<State>()));
+}
+Message& Message::operator=(const Message& other) {
+    m_opaque.as<State>() = other.m_opaque.as<State>();
+    return *this;
+}
+Message& Message::operator=(Message&& other) noexcept {
+    m_opaque.as<State>() = std::move(other.m_opaque.as<State>());
+    return *this;
+}
+Message::~CommsChannelDataContainerMessage() { m_opaque.destroy<State>(); }
 
-std::string& Message::interface() { return m_interface; }
+int Message::msgType() { return m_opaque.as<State>().msgType; }
+MirelThreadPriority Message::priority() { return m_opaque.as<State>().priority; }
+std::string& Message::protocol() { return m_opaque.as<State>().protocol; }
+std::string& Message::interface() { return m_opaque.as<State>().interface; }
+std::string& Message::sourceChannel() { return m_opaque.as<State>().sourceChannel; }
+std::string& Message::channel() { return m_opaque.as<State>().channel; }
+std::string& Message::callbackChannel() { return m_opaque.as<State>().callbackChannel; }
+long Message::requestId() { return m_opaque.as<State>().requestId; }
+std::string& Message::proxyCallMode() { return m_opaque.as<State>().proxyCallMode; }
+std::string& Message::remoteContext() { return m_opaque.as<State>().remoteContext; }
+std::string Message::getData() { return m_opaque.as<State>().data; }
 
-std::string& Message::sourceChannel() { return m_sourceChannel; }
-
-std::string& Message::channel() { return m_channel; }
-
-std::string& Message::callbackChannel() { return m_callbackChannel; }
-
-long Message::requestId() { return m_requestId; }
-
-std::string& Message::proxyCallMode() { return m_proxyCallMode; }
-
-std::string& Message::remoteContext() { return m_remoteContext; }
-
-std::string Message::getData() { return m_data; }
-
-void Message::setMsgType(int type) { m_msgType = type; }
-
-void Message::setPriority(MirelThreadPriority priority) { m_priority = priority; }
-
-void Message::setRequestId(long id) { m_requestId = id; }
-
-void Message::setData(std::string data) { m_data = std::move(data); }
+void Message::setMsgType(int type) { m_opaque.as<State>().msgType = type; }
+void Message::setPriority(MirelThreadPriority priority) {
+    m_opaque.as<State>().priority = priority;
+}
+void Message::setRequestId(long id) { m_opaque.as<State>().requestId = id; }
+void Message::setData(std::string data) { m_opaque.as<State>().data = std::move(data); }

@@ -25,10 +25,6 @@ public:
 
     void handleMessage(Executable* service, const char* data, int length,
                        InvokerResponse* response) override {
-        if (!response->mayRun()) {
-            delete response;
-            return;
-        }
         try {
             auto* const target = dynamic_cast<ServiceType*>(service);
             if (!target)

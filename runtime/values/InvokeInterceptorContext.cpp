@@ -1,40 +1,54 @@
 #include "framework/InvokeInterceptorContext.h"
 
 #include <algorithm>
+#include <utility>
+#include <vector>
 
-InvokeInterceptorContext::InvokeInterceptorContext(InterceptionPoint point,
-                                                   CommsChannelDataContainerMessage& msg)
-    : m_point(point),
-      m_message(&msg),
-      m_dataLength(0),
-      m_response(nullptr) {}
+using Context = InvokeInterceptorContext;
 
-InvokeInterceptorContext::InvokeInterceptorContext(InterceptionPoint point, int dataLength,
-                                                   InvokerResponse* response)
-    : m_point(point),
-      m_message(nullptr),
-      m_dataLength(dataLength),
-      m_response(response) {}
+namespace {
 
-InvokeInterceptorContext::InvokeInterceptorContext(const InvokeInterceptorContext&) = default;
-InvokeInterceptorContext&
-InvokeInterceptorContext::operator=(const InvokeInterceptorContext&) = default;
-InvokeInterceptorContext::~InvokeInterceptorContext() = default;
+struct State {
+    Context::InterceptionPoint point;
+    CommsChannelDataContainerMessage* message;
+    int dataLength;
+    InvokerResponse* response;
+    std::vector<std::pair<const void*, std::any>> notes{}; ///< by their owners; few
+};
 
-void InvokeInterceptorContext::setInterceptionPoint(InterceptionPoint point) { m_point = point; }
+} // namespace
 
-InvokeInterceptorContext::InterceptionPoint InvokeInterceptorContext::interceptionPoint() const {
-    return m_point;
+Context::InvokeInterceptorContext(InterceptionPoint point, CommsChannelDataContainerMessage& msg) {
+    m_opaque.make<State>(point, &msg, 0, nullptr);
 }
 
-CommsChannelDataContainerMessage* InvokeInterceptorContext::message() const { return m_message; }
+Context::InvokeInterceptorContext(InterceptionPoint point, int dataLength,
+                                  InvokerResponse* response) {
+    m_opaque.make<State>(point, nullptr, dataLength, response);
+}
 
-int InvokeInterceptorContext::dataLength() const { return m_dataLength; }
+Context::InvokeInterceptorContext(const Context& other) : InterceptionContext(other) {
+    m_opaque.make<State>(other.m_opaque.as<State>());
+}
 
-InvokerResponse* InvokeInterceptorContext::response() const { return m_response; }
+Context& Context::operator=(const Context& other) {
+    m_opaque.as<State>() = other.m_opaque.as<State>();
+    return *this;
+}
 
-std::any& InvokeInterceptorContext::note(const void* owner) {
-    const auto found = std::find_if(m_notes.begin(), m_notes.end(),
+Context::~InvokeInterceptorContext() { m_opaque.destroy<State>(); }
+
+void Context::setInterceptionPoint(InterceptionPoint point) { m_opaque.as<State>().point = point; }
+
+Context::InterceptionPoint Context::interceptionPoint() const { return m_opaque.as<State>().point; }
+
+CommsChannelDataContainerMessage* Context::message() const { return m_opaque.as<State>().message; }
+int Context::dataLength() const { return m_opaque.as<State>().dataLength; }
+InvokerResponse* Context::response() const { return m_opaque.as<State>().response; }
+
+std::any& Context::note(const void* owner) {
+    auto& notes = m_opaque.as<State>().notes;
+    const auto found = std::find_if(notes.begin(), notes.end(),
                                     [owner](const auto& note) { return note.first == owner; });
-    return found != m_notes.end() ? found->second : m_notes.emplace_back(owner, std::any{}).second;
+    return found != notes.end() ? found->second : notes.emplace_back(owner, std::any{}).second;
 }

@@ -1,26 +1,55 @@
 #include "framework/InvokerResponse.h"
 
-#include "framework/CommsChannelIfc.h"
-#include "runtime/values/AnswerSink.h"
+#include "runtime/values/AnsweringChannel.h"
 
 #include <cxxabi.h>
+#include <memory>
 #include <utility>
+
+namespace {
+
+struct State {
+    std::shared_ptr<mirel::AnswerSink> sink; ///< null: there is no way back
+    bool answered;
+    long requestId;
+    std::string sourceChannel;
+    std::string callbackChannel;
+
+    mirel::Answer make(bool succeeded, std::string data) const {
+        return {succeeded, requestId, sourceChannel, callbackChannel, std::move(data)};
+    }
+
+    bool send(bool succeeded, std::string data) {
+        if (answered)
+            return false;
+        if (sink)
+            sink->answer(make(succeeded, std::move(data)));
+        answered = true; // not before: an answer that could not be given leaves room for a failure
+        return true;
+    }
+};
+
+} // namespace
 
 InvokerResponse::InvokerResponse(CommsChannelIfc* channel, std::string& sourceChannel,
                                  std::string& callbackChannel, std::string&, std::string&,
-                                 long requestId, std::string&, std::string&, int)
-    : m_sink(channel ? channel->answerSink() : nullptr),
-      m_requestId(requestId),
-      m_sourceChannel(sourceChannel),
-      m_callbackChannel(callbackChannel) {}
+                                 long requestId, std::string&, std::string&, int) {
+    const State& state = m_opaque.make<State>(mirel::AnsweringChannel::sinkOf(channel), false,
+                                              requestId, sourceChannel, callbackChannel);
+    // Nothing may fail from here on: who has accepted a request owes it an answer.
+    if (state.sink)
+        state.sink->accept(requestId, callbackChannel);
+}
 
 InvokerResponse::~InvokerResponse() noexcept(false) {
-    if (m_answered)
+    // Moved out, so that it goes whichever way this function is left.
+    const State state = std::move(m_opaque.as<State>());
+    m_opaque.destroy<State>();
+    if (state.answered || !state.sink)
         return;
     try {
-        if (m_sink)
-            m_sink->unanswered({false, m_requestId, m_sourceChannel, m_callbackChannel,
-                                "the request was not answered: it failed or was dropped"});
+        state.sink->abandon(
+            state.make(false, "the request was not answered: it failed or was dropped"));
     } catch (const abi::__forced_unwind&) {
         throw;
     } catch (...) {
@@ -28,25 +57,20 @@ InvokerResponse::~InvokerResponse() noexcept(false) {
     }
 }
 
-bool InvokerResponse::answer(std::string data) { return send(true, std::move(data)); }
-
-bool InvokerResponse::answerError(std::string text) { return send(false, std::move(text)); }
-
-bool InvokerResponse::answered() const { return m_answered; }
-
-bool InvokerResponse::mayRun() {
-    if (!m_sink || m_sink->mayRun(m_callbackChannel))
-        return true;
-    m_answered = true;
-    return false;
+bool InvokerResponse::answer(std::string data) {
+    return m_opaque.as<State>().send(true, std::move(data));
 }
 
-bool InvokerResponse::send(bool succeeded, std::string data) {
-    if (m_answered)
-        return false;
-    if (m_sink)
-        m_sink->answer(
-            {succeeded, m_requestId, m_sourceChannel, m_callbackChannel, std::move(data)});
-    m_answered = true; // not before: an answer that could not be given leaves room for a failure
-    return true;
+bool InvokerResponse::answerError(std::string text) {
+    return m_opaque.as<State>().send(false, std::move(text));
+}
+
+bool InvokerResponse::answered() const { return m_opaque.as<State>().answered; }
+
+bool InvokerResponse::claim() {
+    State& state = m_opaque.as<State>();
+    if (!state.sink || state.sink->claim(state.callbackChannel))
+        return true;
+    state.answered = true;
+    return false;
 }

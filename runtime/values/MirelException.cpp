@@ -1,27 +1,40 @@
 #include "framework/MirelException.h"
 
-MirelException::MirelException(const std::string& message, const char* file, int line)
-    : m_message(message),
-      m_file(file),
-      m_line(line) {}
+#include <memory>
+
+namespace {
+
+struct State {
+    std::string message;
+    std::string file;
+    int line;
+    std::shared_ptr<const MirelException> cause; ///< null: none
+};
+
+} // namespace
+
+MirelException::MirelException(const std::string& message, const char* file, int line) {
+    m_opaque.make<State>(message, file, line, nullptr);
+}
 
 MirelException::MirelException(const std::string& message, const char* file, int line,
-                               MirelException& cause)
-    : m_message(message),
-      m_file(file),
-      m_line(line),
-      m_cause(std::make_shared<const MirelException>(cause)) {}
+                               MirelException& cause) {
+    m_opaque.make<State>(message, file, line, std::make_shared<const MirelException>(cause));
+}
 
-MirelException::MirelException(const MirelException&) = default;
-MirelException& MirelException::operator=(const MirelException&) = default;
-MirelException::~MirelException() = default;
+MirelException::MirelException(const MirelException& other) : std::exception(other) {
+    m_opaque.make<State>(other.m_opaque.as<State>());
+}
 
-const char* MirelException::what() const noexcept { return m_message.c_str(); }
+MirelException& MirelException::operator=(const MirelException& other) {
+    m_opaque.as<State>() = other.m_opaque.as<State>();
+    return *this;
+}
 
-const std::string& MirelException::message() const { return m_message; }
+MirelException::~MirelException() { m_opaque.destroy<State>(); }
 
-const std::string& MirelException::file() const { return m_file; }
-
-int MirelException::line() const { return m_line; }
-
-const MirelException* MirelException::cause() const { return m_cause.get(); }
+const char* MirelException::what() const noexcept { return message().c_str(); }
+const std::string& MirelException::message() const { return m_opaque.as<State>().message; }
+const std::string& MirelException::file() const { return m_opaque.as<State>().file; }
+int MirelException::line() const { return m_opaque.as<State>().line; }
+const MirelException* MirelException::cause() const { return m_opaque.as<State>().cause.get(); }

@@ -25,8 +25,8 @@ ServiceContext::ServiceContext() = default;
 
 ServiceContext::~ServiceContext() { m_services.clear(); }
 
-void ServiceContext::addInvoker(const std::string& interface, const std::string& protocol,
-                                std::unique_ptr<Invoker> invoker) {
+void ServiceContext::add(const std::string& interface, const std::string& protocol,
+                         std::unique_ptr<Invoker> invoker) {
     const std::lock_guard lock(m_mutex);
     if (!m_invokers[interface].try_emplace(protocol, std::move(invoker)).second)
         throw MirelException("there is a handler for interface \"" + interface +
@@ -41,6 +41,29 @@ Invoker* ServiceContext::findInvoker(const std::string& interface, const std::st
         return nullptr;
     const auto found = ofInterface->second.find(protocol);
     return found != ofInterface->second.end() ? found->second.get() : nullptr;
+}
+
+std::string ServiceContext::whyUnserved(const std::string& serviceInterface,
+                                        const std::string& interface, const std::string& protocol) {
+    const auto isOffered = [&serviceInterface](const std::string& name) {
+        return serviceInterface.find(name) != std::string::npos;
+    };
+    const std::lock_guard lock(m_mutex);
+    const auto ofInterface = m_invokers.find(interface);
+    if (!isOffered(interface) || ofInterface == m_invokers.end()) {
+        std::string there;
+        for (const auto& [name, invokers] : m_invokers)
+            if (isOffered(name))
+                there += (there.empty() ? "" : ", ") + name;
+        return "the service has no interface \"" + interface + "\"; it has " +
+               (there.empty() ? "none" : there);
+    }
+    if (ofInterface->second.contains(protocol))
+        return "the service failed before the request could run";
+    std::string there;
+    for (const auto& [name, invoker] : ofInterface->second)
+        there += (there.empty() ? "" : ", ") + name;
+    return "interface \"" + interface + "\" has no protocol \"" + protocol + "\"; it has " + there;
 }
 
 Executable* ServiceContext::createService(ServiceExecutor*, std::string libraryName,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "framework/FrameworkContext.h"
+#include "runtime/values/ClaimingInvoker.h"
 #include "runtime/values/HandlerInvoker.h"
 
 #include <map>
@@ -37,9 +38,14 @@ public:
     /// Destroys the services, then the invokers. Libraries stay loaded until the process ends.
     ~ServiceContext() override;
 
-    /// Registers the invoker of an interface and protocol. `MirelException` when there is one.
+    /// Registers the invoker of an interface and protocol. `MirelException` when there is one. It
+    /// need not think of requests that have become another process's: they do not reach it.
+    template <typename InvokerType>
     void addInvoker(const std::string& interface, const std::string& protocol,
-                    std::unique_ptr<Invoker> invoker);
+                    std::unique_ptr<InvokerType> invoker) {
+        add(interface, protocol,
+            std::make_unique<ClaimingInvoker<InvokerType>>(std::move(invoker)));
+    }
 
     /// Registers a handler that takes the service and the request's data, and returns the answer;
     /// see `HandlerInvoker`. For example:
@@ -52,6 +58,11 @@ public:
         addInvoker(interface, protocol,
                    std::make_unique<HandlerInvoker<ServiceType, Handler>>(std::move(handler)));
     }
+
+    /// Why a service that offers `serviceInterface` has no response to a request for this interface and
+    /// protocol, and which there are: what the caller of such a request is to be told.
+    std::string whyUnserved(const std::string& serviceInterface, const std::string& interface,
+                            const std::string& protocol);
 
     Invoker* findInvoker(const std::string& interface, const std::string& protocol) override;
 
@@ -67,6 +78,9 @@ public:
                                        const std::string& creatorName);
 
 private:
+    void add(const std::string& interface, const std::string& protocol,
+             std::unique_ptr<Invoker> invoker);
+
     // Guarded by m_mutex.
     std::mutex m_mutex;
     /// By interface, then by protocol.

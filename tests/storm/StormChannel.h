@@ -6,25 +6,26 @@
 
 /// Reads from a queue, books what it has read, and gives it the planned priority, which a queue
 /// might not accept.
-class StormChannel : public CommsChannelIfc {
+class StormChannel : public mirel::AnsweringChannel {
 public:
     /// Ends by itself after `messages` messages.
     StormChannel(std::shared_ptr<mirel::MessageQueue> queue, std::shared_ptr<Books> books,
                  int messages)
         : m_books(std::move(books)),
-          m_queue(std::move(queue),
-                  [unread = m_books](const mirel::Answer& answer) { unread->noteAnswer(answer); }),
+          m_queue(std::move(queue)),
+          m_unread(m_queue,
+                   [unread = m_books](const mirel::Answer& answer) { unread->noteAnswer(answer); }),
           m_left(messages) {}
 
     bool readMessage(Message& message) override {
-        if (m_left == 0 || !m_queue.readMessage(message))
+        if (m_left == 0 || !m_queue->read(message))
             return false;
         --m_left;
         m_lastRead = &m_books->noteRead(static_cast<std::size_t>(message.requestId()));
         message.setPriority(priorityOf(m_lastRead->plan->priority));
         return true;
     }
-    void close() override { m_queue.close(); }
+    void close() override { m_unread.close(); }
     std::shared_ptr<mirel::AnswerSink> answerSink() override { return m_books; }
 
     /// The last message read, or null. When the executor's thread has ended.
@@ -49,7 +50,8 @@ public:
 
 private:
     const std::shared_ptr<Books> m_books;
-    mirel::QueueChannel m_queue;
+    const std::shared_ptr<mirel::MessageQueue> m_queue;
+    mirel::QueueChannel m_unread; ///< answers what is not read
     int m_left;
     Page* m_lastRead = nullptr;
 };

@@ -15,7 +15,7 @@ protected:
     /// Calls `handle` for each message, on a thread of its own, until `stop`.
     void serve(std::function<void(CommsChannelDataContainerMessage&)> handle) {
         m_service = std::thread([this, handle = std::move(handle)] {
-            for (CommsChannelDataContainerMessage msg; m_channel->readMessage(msg);)
+            for (CommsChannelDataContainerMessage msg; read(msg);)
                 handle(msg);
         });
     }
@@ -61,7 +61,7 @@ TEST_F(CallTest, ALoadFindsOutWhatIsWrongWithItsAnswers) {
         } else if (fault != "unanswered-1" || msg.requestId() % 10 != 0) {
             answer(msg, "");
             if (fault != "unanswered-1")
-                answer(fault == "doubled-1" ? msg : held, "");
+                answerOnceMore(fault == "doubled-1" ? msg : held, "");
         }
     });
     const std::tuple<const char*, const char*, const char*> faults[] = {

@@ -51,17 +51,21 @@ TEST_F(HostTest, ServesUntilASignalAndSumsUp) {
 {"kind": "timer", "timerId": 7}
 
 {"kind": "request", "interface": "Ledger", "protocol": "text", "data": "journal"}
-{"kind": "request", "interface": "Nobody", "protocol": "text", "data": ""})");
+{"kind": "request", "source": "no-if", "interface": "Nobody", "protocol": "text", "data": ""}
+{"kind": "request", "source": "no-pr", "interface": "Ledger", "protocol": "xml", "data": ""})");
         EXPECT_EQ(rest.status, 1);
-        EXPECT_TRUE(contains(rest.output,
-                             "mirel-call: sent\nmirel-call: sent\nmirel-call: mirel-call: note\n"));
-        EXPECT_TRUE(contains(rest.output, "mirel-call: unanswered after 500 ms\n"));
+        for (const char* const line :
+             {"mirel-call: sent\nmirel-call: sent\n", "mirel-call: mirel-call: note\n",
+              "no-if: failed: the service has no interface \"Nobody\"; it has Ledger\n",
+              "no-pr: failed: interface \"Ledger\" has no protocol \"xml\"; it has text\n"})
+            EXPECT_TRUE(contains(rest.output, line));
         EXPECT_TRUE(host.waitFor("day 7 ends: 1 accounts, 5 in total"));
         const auto result = host.stop(signal);
         EXPECT_EQ(result.status, 0) << result.errors;
         EXPECT_TRUE(contains(result.output,
-                             "4 requests, 1 timer events, 1 legacy; 0 refused, 0 not read\n"
-                             "  requests: 2 done, 1 failed, 1 not answered; 0 answers dropped\n"
+                             "5 requests, 1 timer events, 1 legacy; 0 refused, 0 not read\n"
+                             "  requests: 2 done, 1 failed, 2 not served, 0 not answered; "
+                             "0 answers dropped\n"
                              "  reports:  1 published\n"));
         EXPECT_EQ(!contains(result.output, "0 at most at once"), mode.empty()) << result.output;
     }

@@ -48,7 +48,7 @@ TEST_F(ZmqChannelTest, AThousandRequestsMayBeOnTheirWay) {
     constexpr long requests = 100 * atOnce;
     const auto caller = newCaller();
     auto serving = std::async(std::launch::async, [this] {
-        for (CommsChannelDataContainerMessage msg; m_channel->readMessage(msg);)
+        for (CommsChannelDataContainerMessage msg; read(msg);)
             answer(msg, "served");
     });
     long sent = 0;

@@ -109,7 +109,7 @@ TEST_F(ZmqRefusalTest, ACallerThatTakesNoAnswersLosesItsOwnOnly) {
     auto fromStranger = read();
     constexpr unsigned long answers = 6000;
     for (unsigned long i = 0; i < answers; ++i)
-        answer(fromStranger, std::string(kLimit / 2, 'x'));
+        answerOnceMore(fromStranger, std::string(kLimit / 2, 'x'));
     expectService(*newCaller(), 2);
     const auto& counters = *m_channel->counters();
     EXPECT_GT(counters.answersDropped.count(), 0U);

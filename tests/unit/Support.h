@@ -16,7 +16,7 @@
 #include "framework/Service.h"
 #include "runtime/reports/LogControl.h"
 #include "runtime/reports/Reports.h"
-#include "runtime/values/AnswerSink.h"
+#include "runtime/values/AnsweringChannel.h"
 
 #include <gtest/gtest.h>
 
@@ -148,7 +148,7 @@ private:
 };
 
 /// A channel that delivers anything, valid or not, and keeps the answers.
-class TestChannel : public CommsChannelIfc {
+class TestChannel : public mirel::AnsweringChannel {
 public:
     struct State : mirel::AnswerSink {
         std::mutex mutex;
@@ -164,6 +164,8 @@ public:
                         (answer.succeeded ? " ok " : " failed ") + answer.data +
                         (deleted ? " (after the channel)" : ""));
         }
+        bool claim(const std::string&) override { return ours; }
+        std::atomic<bool> ours{true}; ///< requests may run here
         void send(Message message) {
             std::lock_guard lock(mutex);
             messages.push_back(std::move(message));

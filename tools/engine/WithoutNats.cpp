@@ -1,7 +1,7 @@
 #include "engine/Engine.h"
 
 #include "channels/Caller.h"
-#include "framework/CommsChannelIfc.h"
+#include "channels/ServiceChannel.h"
 #include "framework/MirelException.h"
 
 namespace mirel {
@@ -15,7 +15,9 @@ namespace {
 
 } // namespace
 
-ServedChannel openNatsChannel(const NatsChannelOptions& options) { fail(options.connection.url); }
+std::unique_ptr<ServiceChannel> openNatsChannel(const NatsChannelOptions& options) {
+    fail(options.connection.url);
+}
 
 std::unique_ptr<Caller> newNatsCaller(const NatsCallerOptions& options) {
     fail(options.connection.url);

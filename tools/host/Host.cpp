@@ -1,16 +1,16 @@
 #include "host/Host.h"
 
+#include "channels/ChannelCounters.h"
+#include "channels/FlowLimit.h"
+#include "channels/LimitedPool.h"
+#include "channels/ServiceChannel.h"
 #include "channels/zmq/ZmqChannel.h"
 #include "engine/Engine.h"
 #include "framework/Threader.h"
-#include "host/CountingChannel.h"
-#include "host/CountingPool.h"
-#include "host/FlowLimit.h"
 #include "host/HostOptions.h"
 #include "host/HostedExecutor.h"
 #include "host/StopSignals.h"
 #include "host/Summary.h"
-#include "host/Tally.h"
 #include "runtime/reports/LogControl.h"
 #include "runtime/values/ServiceContext.h"
 
@@ -29,16 +29,13 @@ void setUpProcess(const HostOptions& options) {
     ServiceContext::loadCreator(options.serviceLibrary, options.creator);
 }
 
-ServedChannel open(const HostOptions& options, const StopSignals& signals) {
+std::unique_ptr<ServiceChannel> open(const HostOptions& options, const StopSignals& signals) {
     if (isNats(options.channel.url)) {
         NatsChannelOptions nats = options.nats;
         nats.connection.giveUp = [&signals] { return signals.pending(); };
         return openNatsChannel(nats);
     }
-    auto channel = std::make_unique<ZmqChannel>(options.channel);
-    std::string url = channel->url();
-    auto counters = channel->counters();
-    return {std::move(channel), std::move(url), std::move(counters), [] {}};
+    return std::make_unique<ZmqChannel>(options.channel);
 }
 
 void announce(const HostOptions& options, const std::string& url) {
@@ -59,26 +56,30 @@ bool waitForEnd(std::unique_ptr<StopSignals> signals, const HostedExecutor& exec
 int serve(const HostOptions& options) {
     auto signals = std::make_unique<StopSignals>();
     setUpProcess(options);
-    ServedChannel served = open(options, *signals);
-    const auto tally = std::make_shared<Tally>();
-    const auto flow = std::make_shared<FlowLimit>(options.maxUnfinished);
+    std::unique_ptr<ServiceChannel> opened = open(options, *signals);
+    ServiceChannel& channel = *opened;
+    const auto counters = channel.counters();
+    const auto limit = std::make_shared<FlowLimit>(options.maxUnfinished);
     const auto begin = std::chrono::steady_clock::now();
     bool failed = false;
     {
         ServiceContext context;
-        CountingPool pool(options.maxPool, nullptr, flow);
-        auto channel = std::make_unique<CountingChannel>(std::move(served.channel), tally, flow);
+        LimitedPool pool(options.maxPool, nullptr, limit);
+        channel.limitBy(limit);
+        channel.explainBy([&](const std::string& interface, const std::string& protocol) {
+            return context.whyUnserved(options.interface, interface, protocol);
+        });
         HostedExecutor executor(options.serviceLibrary, options.creator, options.interface,
-                                channel.release(), &context, &pool, nullptr,
+                                opened.release(), &context, &pool, nullptr,
                                 !options.singleThreaded);
         Threader threader;
         unsigned long threadId = 0;
         executor.startThread(threader, threadId);
-        announce(options, served.url);
+        announce(options, channel.url());
 
         const bool stoppedBySignal = waitForEnd(std::move(signals), executor);
         executor.shutdown(); // no more messages
-        served.leaveRest();
+        channel.leaveRest();
         pool.shutdown(); // what runs comes to its end; the executor must still be there
         // Asked now, because a failure may have ended the loop while it was being stopped.
         failed = executor.hasStarted() || !stoppedBySignal;
@@ -88,7 +89,7 @@ int serve(const HostOptions& options) {
                                                 : "the channel ended")
                       << "; the log tells more" << std::endl;
     } // the executor fails what it held back, and the channel sends the last answers
-    writeSummary(std::cout, options.interface, *tally, *served.counters, flow->mostWorkers(),
+    writeSummary(std::cout, options.interface, *counters, limit->mostWorkers(),
                  std::chrono::steady_clock::now() - begin);
     return failed ? 1 : 0;
 }

@@ -1,27 +1,25 @@
 #include "host/Summary.h"
 
 #include "channels/ChannelCounters.h"
-#include "host/Tally.h"
 #include "runtime/reports/Reports.h"
 
 #include <iomanip>
 
 namespace mirel {
 
-void writeSummary(std::ostream& out, const std::string& interface, const Tally& tally,
-                  const ChannelCounters& channel, unsigned long mostWorkers,
-                  std::chrono::duration<double> served) {
-    const unsigned long requests = tally.requests;
-    const unsigned long answered = tally.done + tally.failed;
-    const unsigned long read = requests + tally.timerEvents + tally.legacyMessages;
+void writeSummary(std::ostream& out, const std::string& interface, const ChannelCounters& channel,
+                  unsigned long mostWorkers, std::chrono::duration<double> served) {
+    const unsigned long requests = channel.requests;
+    const unsigned long answered = channel.done + channel.failed + channel.unserved;
+    const unsigned long read = requests + channel.timerEvents + channel.legacyMessages;
     out << "served " << interface << " for " << std::fixed << std::setprecision(1) << served.count()
         << " s\n"
-        << "  messages: " << requests << " requests, " << tally.timerEvents << " timer events, "
-        << tally.legacyMessages << " legacy; " << channel.refused.count() << " refused, "
+        << "  messages: " << requests << " requests, " << channel.timerEvents << " timer events, "
+        << channel.legacyMessages << " legacy; " << channel.refused.count() << " refused, "
         << channel.received - read << " not read\n"
-        << "  requests: " << tally.done << " done, " << tally.failed << " failed, "
-        << requests - answered << " not answered; " << channel.answersDropped.count()
-        << " answers dropped\n"
+        << "  requests: " << channel.done << " done, " << channel.failed << " failed, "
+        << channel.unserved << " not served, " << requests - answered << " not answered; "
+        << channel.answersDropped.count() << " answers dropped\n"
         << "  reports:  " << publishedReports() << " published\n"
         << "  workers:  " << mostWorkers << " at most at once\n";
 }

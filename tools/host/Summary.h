@@ -6,12 +6,10 @@
 
 namespace mirel {
 
-struct Tally;
 struct ChannelCounters;
 
 /// Writes what a host has done, to be called when everything has ended.
-void writeSummary(std::ostream& out, const std::string& interface, const Tally& tally,
-                  const ChannelCounters& channel, unsigned long mostWorkers,
-                  std::chrono::duration<double> served);
+void writeSummary(std::ostream& out, const std::string& interface, const ChannelCounters& channel,
+                  unsigned long mostWorkers, std::chrono::duration<double> served);
 
 } // namespace mirel

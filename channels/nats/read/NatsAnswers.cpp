@@ -53,7 +53,7 @@ void NatsAnswers::answer(Answer answer) {
     acknowledge(*way);
 }
 
-bool NatsAnswers::unanswered(Answer failure) {
+bool NatsAnswers::abandon(Answer failure) {
     const auto way = NatsReturn::parse(failure.callbackChannel);
     if (!m_leavesRest || !way) {
         answer(std::move(failure));
@@ -63,7 +63,7 @@ bool NatsAnswers::unanswered(Answer failure) {
     return false;
 }
 
-bool NatsAnswers::mayRun(const std::string& callbackChannel) {
+bool NatsAnswers::claim(const std::string& callbackChannel) {
     const auto way = NatsReturn::parse(callbackChannel);
     {
         const std::lock_guard lock(m_mutex);

@@ -32,8 +32,8 @@ public:
                 std::string inbox);
 
     void answer(Answer answer) override;
-    bool unanswered(Answer failure) override;
-    bool mayRun(const std::string& callbackChannel) override;
+    bool abandon(Answer failure) override;
+    bool claim(const std::string& callbackChannel) override;
 
     /// By whose leases a request may run; null: none may any more. To be set before the first message.
     void setLeases(const NatsLeases* leases);

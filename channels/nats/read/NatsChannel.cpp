@@ -10,6 +10,7 @@
 #include "channels/queue/MessageQueue.h"
 #include "framework/CommsChannelDataContainerMessage.h"
 #include "framework/MirelException.h"
+#include "runtime/values/MessageRules.h"
 
 #include <utility>
 
@@ -39,8 +40,8 @@ const NatsChannelOptions& checked(const NatsChannelOptions& options) {
 } // namespace
 
 NatsChannel::NatsChannel(const NatsChannelOptions& options)
-    : m_options(checked(options)),
-      m_counters(std::make_shared<ChannelCounters>("NatsChannel", options.connection.url)),
+    : ServiceChannel("NatsChannel", options.connection.url),
+      m_options(checked(options)),
       m_connection(std::make_shared<NatsConnection>(options.connection)),
       m_ledger(std::make_shared<NatsLedger>(
           [connection = m_connection](const std::string& to, const char* how) {
@@ -51,6 +52,7 @@ NatsChannel::NatsChannel(const NatsChannelOptions& options)
       m_inbox(newInbox()),
       m_answers(std::make_shared<NatsAnswers>(m_connection, m_ledger, m_counters,
                                               options.maxMessageBytes, m_inbox)) {
+    answerBy(m_answers);
     provideStream(*m_connection, options.stream, options.connection);
     try {
         m_reader = std::make_unique<NatsReader>(*m_connection, m_options, *m_queue, *m_ledger,
@@ -63,7 +65,7 @@ NatsChannel::NatsChannel(const NatsChannelOptions& options)
 }
 
 NatsChannel::~NatsChannel() {
-    NatsChannel::close();
+    close();
     for (CommsChannelDataContainerMessage& msg : m_queue->takeRest())
         if (const auto way = NatsReturn::parse(msg.callbackChannel()))
             m_ledger->drop(way->partition, way->streamSequence);
@@ -72,16 +74,17 @@ NatsChannel::~NatsChannel() {
 
 void NatsChannel::leaveRest() { m_answers->leaveRest(); }
 
-bool NatsChannel::readMessage(CommsChannelDataContainerMessage& msg) {
+bool NatsChannel::readNext(CommsChannelDataContainerMessage& msg) {
     settleLastRead();
     for (;;) {
         if (!m_queue->read(msg))
             return false;
         // Otherwise it is another host's by now, or again ours but out of its turn.
-        if (m_answers->mayRun(msg.callbackChannel()))
+        if (m_answers->claim(msg.callbackChannel()))
             break;
     }
-    m_lastRead = msg.callbackChannel();
+    if (!isInvokerRequest(msg))
+        m_lastRead = msg.callbackChannel();
     return true;
 }
 
@@ -90,15 +93,8 @@ void NatsChannel::settleLastRead() {
         m_answers->acknowledge(std::exchange(m_lastRead, {}));
 }
 
-void NatsChannel::close() { m_queue->close(); }
+void NatsChannel::closeTransport() { m_queue->close(); }
 
-std::shared_ptr<AnswerSink> NatsChannel::answerSink() {
-    m_lastRead.clear();
-    return m_answers;
-}
-
-const std::string& NatsChannel::url() const { return m_connection->address().url(); }
-
-std::shared_ptr<const ChannelCounters> NatsChannel::counters() const { return m_counters; }
+std::string NatsChannel::url() const { return m_connection->address().url(); }
 
 } // namespace mirel

@@ -1,0 +1,44 @@
+#include "channels/FlowLimit.h"
+
+#include "runtime/threads/PendingWakeUps.h"
+
+namespace mirel {
+
+FlowLimit::FlowLimit(unsigned long limit) : m_limit(limit) {}
+
+void FlowLimit::waitForRoom(const std::atomic<bool>& closed) {
+    if (hasRoom())
+        return;
+    PendingWakeUps::ofThisThread().issue();
+    std::unique_lock lock(m_mutex);
+    m_room.wait(lock, [this, &closed] { return closed || hasRoom(); });
+}
+
+void FlowLimit::wakeAll() {
+    const std::lock_guard lock(m_mutex);
+    m_room.notify_all();
+}
+
+void FlowLimit::requestAccepted() noexcept { ++m_unanswered; }
+
+void FlowLimit::requestDone() { decrease(m_unanswered); }
+
+void FlowLimit::workerTaken() {
+    const unsigned long workers = ++m_workers;
+    unsigned long most = m_mostWorkers;
+    while (most < workers && !m_mostWorkers.compare_exchange_weak(most, workers)) {
+    }
+}
+
+void FlowLimit::workerReturned() { decrease(m_workers); }
+
+unsigned long FlowLimit::mostWorkers() const { return m_mostWorkers; }
+
+bool FlowLimit::hasRoom() const { return m_unanswered < m_limit && m_workers < m_limit; }
+
+void FlowLimit::decrease(std::atomic<unsigned long>& count) {
+    if (count-- >= m_limit)
+        wakeAll();
+}
+
+} // namespace mirel

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+
+namespace mirel {
+
+/// Bounds what is under way: the requests that were accepted and not answered yet, and the workers in
+/// use. While either is at the limit, the channels that share it deliver nothing, and make their
+/// callers wait. Without it a multi-threaded executor would read and hold back without end.
+///
+/// The limit is passed by what was delivered already: by one message for each channel.
+///
+/// Any thread may call.
+class FlowLimit {
+public:
+    static constexpr unsigned long kDefault = 1000;
+
+    explicit FlowLimit(unsigned long limit = kDefault);
+
+    /// Waits until neither is at the limit, or until `closed`, whose change is to be followed by
+    /// `wakeAll`.
+    void waitForRoom(const std::atomic<bool>& closed);
+    void wakeAll();
+
+    void requestAccepted() noexcept;
+    void requestDone();
+
+    void workerTaken();
+    void workerReturned();
+
+    /// That were in use at once so far.
+    unsigned long mostWorkers() const;
+
+private:
+    bool hasRoom() const;
+    void decrease(std::atomic<unsigned long>& count);
+
+    const unsigned long m_limit;
+
+    // Who lowers one of these from the limit, or from above, takes the lock afterwards and wakes who
+    // waits. Who waits has looked at them with the lock held, so it has either seen the lower count or
+    // waits already, and is woken. That needs one order of all changes and looks: the default one.
+    std::atomic<unsigned long> m_unanswered{0};
+    std::atomic<unsigned long> m_workers{0};
+
+    std::atomic<unsigned long> m_mostWorkers{0};
+
+    std::mutex m_mutex;
+    std::condition_variable m_room;
+};
+
+} // namespace mirel
