@@ -25,7 +25,7 @@ private:
     std::size_t m_read = 0;
 };
 
-std::unique_ptr<CommsChannelIfc> Batches::channel() {
+std::unique_ptr<mirel::AnsweringChannel> Batches::channel() {
     return std::make_unique<BatchChannel>(*this);
 }
 

@@ -22,7 +22,7 @@ public:
     void run();
 
     /// A channel on these requests, for one reader.
-    std::unique_ptr<CommsChannelIfc> channel();
+    std::unique_ptr<mirel::AnsweringChannel> channel();
 
     void answer(mirel::Answer answer) override;
 

@@ -79,7 +79,7 @@ public:
     std::shared_ptr<mirel::AnswerSink> answerSink() override { return m_channel->answerSink(); }
 
 private:
-    const std::unique_ptr<CommsChannelIfc> m_channel;
+    const std::unique_ptr<mirel::AnsweringChannel> m_channel;
     const std::function<void()> m_beforeRead;
 };
 

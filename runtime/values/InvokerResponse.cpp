@@ -15,11 +15,11 @@ struct State {
     std::string sourceChannel;
     std::string callbackChannel;
 
-    mirel::Answer make(bool succeeded, std::string data) const {
+    mirel::Answer make(bool succeeded, std::string&& data) const {
         return {succeeded, requestId, sourceChannel, callbackChannel, std::move(data)};
     }
 
-    bool send(bool succeeded, std::string data) {
+    bool send(bool succeeded, std::string&& data) {
         if (answered)
             return false;
         if (sink)
@@ -42,11 +42,13 @@ InvokerResponse::InvokerResponse(CommsChannelIfc* channel, std::string& sourceCh
 }
 
 InvokerResponse::~InvokerResponse() noexcept(false) {
+    if (answered() || !m_opaque.as<State>().sink) {
+        m_opaque.destroy<State>();
+        return;
+    }
     // Moved out, so that it goes whichever way this function is left.
     const State state = std::move(m_opaque.as<State>());
     m_opaque.destroy<State>();
-    if (state.answered || !state.sink)
-        return;
     try {
         state.sink->abandon(
             state.make(false, "the request was not answered: it failed or was dropped"));
