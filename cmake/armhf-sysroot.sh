@@ -5,7 +5,8 @@
 set -euo pipefail
 [ $# -eq 1 ] || { echo "usage: $0 DIRECTORY" >&2; exit 2; }
 
-packages=(libnats-dev libspdlog-dev libmsgpack-cxx-dev cppzmq-dev libcli11-dev nlohmann-json3-dev libgmock-dev)
+packages=(libnats-dev libspdlog-dev libmsgpack-cxx-dev cppzmq-dev libcli11-dev
+    nlohmann-json3-dev libgmock-dev)
 # Said to be installed, so that they are not fetched: the cross compiler has a C and a C++ library
 # of its own, and the rest is needed for what we do not do with these packages.
 given=(libc6 libc6-dev libgcc-s1 libstdc++6
@@ -22,18 +23,21 @@ trap 'rm -rf "$work"' EXIT
 mkdir -p "$work"/{state/lists/partial,cache/archives/partial,root}
 chmod 755 "$work" # apt fetches as a user of its own where it runs as root
 for package in "${given[@]}"; do
-    printf 'Package: %s\nStatus: install ok installed\nArchitecture: armhf\nMulti-Arch: same\n' "$package"
-    printf 'Maintainer: none\nDescription: none\nVersion: 99\n\n'
+    printf 'Package: %s\nStatus: install ok installed\nArchitecture: armhf\n' "$package"
+    printf 'Multi-Arch: same\nMaintainer: none\nDescription: none\nVersion: 99\n\n'
 done >"$work/state/status"
 
 apt=(apt-get -q -o APT::Architecture=armhf -o APT::Architectures=armhf -o Debug::NoLocking=true
-    -o "Dir::State=$work/state" -o "Dir::State::status=$work/state/status" -o "Dir::Cache=$work/cache")
+    -o "Dir::State=$work/state" -o "Dir::State::status=$work/state/status"
+    -o "Dir::Cache=$work/cache")
 # A source without armhf, or one that cannot be reached, is an error here. Whether the packages can
 # be had all the same is seen below.
 "${apt[@]}" update >"$work/log" 2>&1 || true
-if ! "${apt[@]}" install -y --download-only --no-install-recommends "${packages[@]}" >>"$work/log" 2>&1; then
+if ! "${apt[@]}" install -y --download-only --no-install-recommends "${packages[@]}" \
+    >>"$work/log" 2>&1; then
     cat "$work/log" >&2
-    echo "armhf-sysroot.sh: no source in /etc/apt gave us the armhf packages; see apt's messages above" >&2
+    echo "armhf-sysroot.sh: no source in /etc/apt gave us the armhf packages;" \
+        "see apt's messages above" >&2
     exit 1
 fi
 for archive in "$work"/cache/archives/*.deb; do

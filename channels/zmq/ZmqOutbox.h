@@ -19,13 +19,13 @@ public:
 
     void answer(Answer answer) override;
 
-    /// The taker's: gives what has been put in since the last time to `answers`, which is empty, and
-    /// goes on with its memory.
+    /// The taker's: gives what has been put in since the last time to `answers`, which is empty,
+    /// and goes on with its memory.
     void take(std::vector<Answer>& answers);
 
     /// The taker's: whether there is nothing to take. If so, the next answer sets `wake`, which is
-    /// not set otherwise: a busy taker looks again anyway, and the system call would cost as much as
-    /// the rest of the answer's way.
+    /// not set otherwise: a busy taker looks again anyway, and the system call would cost as much
+    /// as the rest of the answer's way.
     bool mayWait();
 
     /// The taker's, for the last time: what has been put in. Answers given later are dropped and

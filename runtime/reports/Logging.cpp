@@ -85,8 +85,8 @@ std::string whyInvalid(const std::string& text) {
 }
 
 /// What is printed: control characters as \xNN, those of UTF-8's second range included, so that a
-/// name that came from outside cannot play tricks on a terminal. A line break stays one, and the next line is indented: no part of a
-/// text can pass for a line of its own.
+/// name that came from outside cannot play tricks on a terminal. A line break stays one, and the
+/// next line is indented: no part of a text can pass for a line of its own.
 std::string printable(std::string_view text) {
     std::string result;
     result.reserve(text.size());

@@ -19,8 +19,8 @@ public:
     ReportSubscription(ReportSubscription&& other) noexcept;
     ReportSubscription& operator=(ReportSubscription&& other) noexcept;
 
-    /// Returns when no other thread is inside the subscriber any more. A subscriber must not end its
-    /// own subscription.
+    /// Returns when no other thread is inside the subscriber any more. A subscriber must not end
+    /// its own subscription.
     ~ReportSubscription();
 
 private:

@@ -20,8 +20,8 @@ class PendingWakeUps {
 public:
     static PendingWakeUps& ofThisThread();
 
-    /// Wakes one of the threads that sleep on the address, now, or later if this thread holds a lock.
-    /// Uses the address only, which need not be that of an object any more.
+    /// Wakes one of the threads that sleep on the address, now, or later if this thread holds a
+    /// lock. Uses the address only, which need not be that of an object any more.
     void wake(const void* address);
 
     void lockTaken() { ++m_locks; }
@@ -47,8 +47,8 @@ private:
 };
 
 /// While it lives, its thread wakes others at once, whatever locks it holds. For calls of code that
-/// is not ours under a lock: it may ask for a wake-up and then wait, by any means, for what the woken
-/// thread does.
+/// is not ours under a lock: it may ask for a wake-up and then wait, by any means, for what the
+/// woken thread does.
 class WakeUpsAtOnce {
 public:
     WakeUpsAtOnce() : m_locks(m_pending.m_locks) {

@@ -16,8 +16,8 @@ namespace mirel {
 
 /// An invoker made of a function: `handler(ServiceType&, std::string_view data)` returns the answer
 /// as something a `std::string` can be made from. What it throws is what the caller gets as a
-/// failure, and is reported as any failure of service code. The handler is called by several threads
-/// at once.
+/// failure, and is reported as any failure of service code. The handler is called by several
+/// threads at once.
 template <typename ServiceType, typename Handler>
 class HandlerInvoker : public Invoker {
 public:
