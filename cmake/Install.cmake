@@ -4,6 +4,7 @@
 include(CMakePackageConfigHelpers)
 
 install(TARGETS MirelFramework MirelServiceExecution MirelValues MirelRuntime MirelChannels
+  MirelTransports
   EXPORT MirelTargets)
 install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mirel)
 install(DIRECTORY framework DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mirel)
@@ -18,16 +19,21 @@ install_headers(runtime/values Answer AnswerSink AnsweringChannel ClaimingInvoke
 install_headers(runtime/threads ThreadOptions ThreadStartHook)
 install_headers(runtime/reports LogControl Reports)
 install_headers(channels Caller ChannelCounters FlowLimit LimitedPool RefusalCounter ServiceChannel)
+install_headers(channels/open AllTransports Transport TransportOption Transports)
 install_headers(channels/queue MessageQueue QueueChannel)
 if(MIREL_ZEROMQ)
-  install_headers(channels/zmq ZmqCaller ZmqChannel ZmqChannelOptions ZmqSecurity)
-  install(TARGETS mirel-host mirel-call)
+  install_headers(channels/zmq ZmqCaller ZmqChannel ZmqChannelOptions ZmqDeclaration ZmqSecurity
+    ZmqTransport)
 endif()
 if(MIREL_NATS)
   install(TARGETS MirelNats EXPORT MirelTargets)
+  install_headers(channels/nats NatsDeclaration NatsTransport)
   install_headers(channels/nats/wire NatsConnectionOptions NatsHandles NatsStream)
   install_headers(channels/nats/publish NatsAnswerOrder NatsCaller NatsCallerOptions)
   install_headers(channels/nats/read NatsChannel NatsChannelOptions)
+endif()
+if(TARGET mirel-host)
+  install(TARGETS mirel-host mirel-call)
 endif()
 if(MIREL_SIMULATED)
   install(TARGETS MirelSimulated MirelInSteps EXPORT MirelTargets)

@@ -152,7 +152,10 @@ TEST(Programs, ThatCannotStartEndWithTwoAndOneLine) {
         {call(nobody, {"--data", "x"}), "mirel-call: --interface"},
         {call(nobody, {"--kind", "timer", "--load", "1"}), "--load"},
         {call(nobody, {"--input", "/nonexistent/file"}), "No such file"},
-        {call("service", {"--kind", "timer"}), "cannot connect"},
+        {call("service", {"--kind", "timer"}), "'service' is no address"},
+        {call(nobody, {"--kind", "timer", "--user", "anna"}), "for channels over nats://"},
+        {hostCommand("nats://nobody/service", {"--queue", "1"}), "for channels over ipc://"},
+        {{MIREL_HOST, "--generate-keys", "/nonexistent/key"}, "cannot be made"},
         {call(nobody, {"--kind", "timer", "--deadline", "50"}),
          "no service answers at ipc:///nonexistent/service within 50 ms"},
     };

@@ -1,6 +1,6 @@
 #include "call/CallOptions.h"
 
-#include "engine/Engine.h"
+#include "options/TransportOptions.h"
 
 #include <CLI/CLI.hpp>
 #include <iostream>
@@ -13,10 +13,10 @@ namespace {
 constexpr std::size_t kLargestWindow = 1000;
 
 void addConnectionOptions(CLI::App& app, CallOptions& options) {
-    ZmqCallerOptions& connection = options.connection;
-    app.add_option("--channel", connection.url,
-                   "The service's address: ipc://PATH, tcp://HOST:PORT or "
-                   "nats://HOST:PORT[,HOST:PORT...]/SERVICE")
+    app.option_defaults()->group("The connection");
+    app.add_option("--channel", options.connection.url,
+                   "The service's address: " + options.transports.addresses())
+        ->type_name("ADDRESS")
         ->required();
     app.add_option_function<int>(
            "--deadline", [&options](int ms) { options.deadline = std::chrono::milliseconds(ms); },
@@ -26,16 +26,14 @@ void addConnectionOptions(CLI::App& app, CallOptions& options) {
     app.add_option("--window", options.window, "Requests on their way at once")
         ->check(CLI::Range(std::size_t{1}, kLargestWindow))
         ->capture_default_str();
-    app.add_option("--max-message", connection.maxMessageBytes, "Largest message sent, in bytes")
+    app.add_option("--max-message", options.connection.maxMessageBytes,
+                   "Largest message sent, in bytes")
         ->check(CLI::Range(std::size_t{1}, std::size_t{1} << 30))
         ->capture_default_str();
-    app.add_option("--server-key", connection.serverKeyFile,
-                   "The service's public key file; switches CURVE encryption on");
-    app.add_option("--curve-key", connection.curveKeyFile,
-                   "Your own secret key file, for a service that lets in known callers only");
 }
 
 void addMessageOptions(CLI::App& app, CallOptions& options) {
+    app.option_defaults()->group("What to send");
     app.add_option("--kind", options.kind, "What to send; only requests are answered")
         ->check(CLI::IsMember({"request", "timer", "legacy"}))
         ->capture_default_str();
@@ -53,6 +51,7 @@ void addMessageOptions(CLI::App& app, CallOptions& options) {
 }
 
 void addManyOptions(CLI::App& app, CallOptions& options) {
+    app.option_defaults()->group("Many messages");
     CLI::Option* const input = app.add_option(
         "--input", options.input,
         "Send the messages of this file (-: standard input), a JSON object a line, with kind "
@@ -93,12 +92,6 @@ void checkComplete(const CallOptions& options) {
 
 } // namespace
 
-std::unique_ptr<Caller> newCaller(const CallOptions& options) {
-    if (isNats(options.connection.url))
-        return newNatsCaller(options.nats);
-    return std::make_unique<ZmqCaller>(options.connection);
-}
-
 std::optional<int> parseCallOptions(int argc, char** argv, CallOptions& options) {
     CLI::App app("Calls a service that mirel-host serves: sends one message, those of a file, or a "
                  "load.",
@@ -108,18 +101,12 @@ std::optional<int> parseCallOptions(int argc, char** argv, CallOptions& options)
     addConnectionOptions(app, options);
     addMessageOptions(app, options);
     addManyOptions(app, options);
-    CLI::App* const natsGroup = addNatsOptions(app, options.nats.connection);
-    natsGroup->add_option("--caller", options.nats.name,
-                          "Your name: a request repeated under the same name and number within two "
-                          "minutes does not run twice; default: a new one");
+    const TransportOptions transportOptions(app, options.transports, &Transport::callerOptions);
     try {
         app.parse(argc, argv);
         checkComplete(options);
-        checkNatsOptions(app, *natsGroup, options.connection.url, {"--server-key", "--curve-key"});
+        transportOptions.check(options.connection.url);
         options.connection.patience = options.deadline;
-        options.nats.connection.url = options.connection.url;
-        options.nats.connection.patience = options.deadline;
-        options.nats.maxMessageBytes = options.connection.maxMessageBytes;
         return std::nullopt;
     } catch (const CLI::CallForHelp&) {
         std::cout << app.help();

@@ -1,12 +1,10 @@
 #pragma once
 
 #include "call/Messages.h"
-#include "channels/nats/publish/NatsCallerOptions.h"
-#include "channels/zmq/ZmqCaller.h"
+#include "channels/open/AllTransports.h"
 
 #include <chrono>
 #include <cstddef>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -14,8 +12,8 @@
 namespace mirel {
 
 struct CallOptions {
-    ZmqCallerOptions connection;
-    NatsCallerOptions nats; ///< instead, when the channel's address is one of NATS
+    Transports transports = allTransports(); ///< with the options given for them
+    CallerSettings connection;
     std::chrono::milliseconds deadline{5000}; ///< for connecting, and for each answer
     std::size_t window = 256;                 ///< requests on their way at once
 
@@ -34,9 +32,6 @@ struct CallOptions {
     std::vector<int> priorities; ///< taken in turn by each source; empty: the sender's
     std::string timeline;        ///< file for the load's answers over time; empty: none
 };
-
-/// Connects to the service that the options name.
-std::unique_ptr<Caller> newCaller(const CallOptions& options);
 
 /// Reads the command line. A number: the program has said what there was to say, and exits with it.
 std::optional<int> parseCallOptions(int argc, char** argv, CallOptions& options);

@@ -65,7 +65,7 @@ CommsChannelDataContainerMessage loadRequest(const CallOptions& options, unsigne
 } // namespace
 
 bool runLoad(const CallOptions& options) {
-    const std::unique_ptr<Caller> caller = newCaller(options);
+    const std::unique_ptr<Caller> caller = options.transports.openCaller(options.connection);
     LoadReport report;
     report.requests = options.load;
     report.sources = options.sources;

@@ -32,7 +32,7 @@ private:
 
 bool runMessages(const CallOptions& options,
                  std::vector<CommsChannelDataContainerMessage> messages) {
-    const std::unique_ptr<Caller> caller = newCaller(options);
+    const std::unique_ptr<Caller> caller = options.transports.openCaller(options.connection);
     Printer printer(options.deadline);
     Exchange exchange(*caller, options.window, options.deadline, printer);
     for (CommsChannelDataContainerMessage& msg : messages) {

@@ -4,8 +4,6 @@
 #include "channels/FlowLimit.h"
 #include "channels/LimitedPool.h"
 #include "channels/ServiceChannel.h"
-#include "channels/zmq/ZmqChannel.h"
-#include "engine/Engine.h"
 #include "framework/Threader.h"
 #include "host/HostOptions.h"
 #include "host/HostedExecutor.h"
@@ -30,12 +28,9 @@ void setUpProcess(const HostOptions& options) {
 }
 
 std::unique_ptr<ServiceChannel> open(const HostOptions& options, const StopSignals& signals) {
-    if (isNats(options.channel.url)) {
-        NatsChannelOptions nats = options.nats;
-        nats.connection.giveUp = [&signals] { return signals.pending(); };
-        return openNatsChannel(nats);
-    }
-    return std::make_unique<ZmqChannel>(options.channel);
+    ChannelSettings settings = options.channel;
+    settings.giveUp = [&signals] { return signals.pending(); };
+    return options.transports.openChannel(settings);
 }
 
 void announce(const HostOptions& options, const std::string& url) {

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "channels/nats/read/NatsChannelOptions.h"
-#include "channels/zmq/ZmqChannelOptions.h"
+#include "channels/open/AllTransports.h"
 #include "runtime/threads/ThreadOptions.h"
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -13,14 +13,16 @@ struct HostOptions {
     std::string serviceLibrary;
     std::string creator;
     std::string interface;
-    ZmqChannelOptions channel;
-    NatsChannelOptions nats; ///< instead, when the channel's address is one of NATS
+    Transports transports = allTransports(); ///< with the options given for them
+    ChannelSettings channel;
     ThreadOptions threads;
     bool singleThreaded = false;
     int maxPool = 16;
     unsigned long maxUnfinished = 1000;
-    std::string logLevels;    ///< empty: as the environment says
-    std::string generateKeys; ///< make key files with this name instead of serving
+    std::string logLevels; ///< empty: as the environment says
+
+    /// To be done instead of serving, unless empty; returns what to tell about it.
+    std::function<std::string()> instead;
 };
 
 /// Reads the command line. A number: the program has said what there was to say, and exits with it.

@@ -1,4 +1,3 @@
-#include "channels/zmq/ZmqSecurity.h"
 #include "host/Host.h"
 #include "host/HostOptions.h"
 
@@ -13,11 +12,9 @@ int main(int argc, char** argv) {
         mirel::HostOptions options;
         if (const auto status = mirel::parseHostOptions(argc, argv, options))
             return *status;
-        if (options.generateKeys.empty())
+        if (!options.instead)
             return mirel::serve(options);
-        mirel::writeNewCurveKeys(options.generateKeys);
-        std::cout << "wrote " << options.generateKeys << ".key (secret) and "
-                  << options.generateKeys << ".pub\n";
+        std::cout << options.instead() << '\n';
         return 0;
     } catch (const std::exception& failure) {
         std::cerr << "mirel-host: " << failure.what() << '\n';

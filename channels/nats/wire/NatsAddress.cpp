@@ -28,10 +28,6 @@ bool hasPort(const std::string& server) {
 
 } // namespace
 
-bool NatsAddress::fits(const std::string& url) {
-    return url.starts_with(kPlain) || url.starts_with(kEncrypted);
-}
-
 bool NatsAddress::isToken(const std::string& text) {
     return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
         return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
@@ -40,9 +36,9 @@ bool NatsAddress::isToken(const std::string& text) {
 }
 
 NatsAddress::NatsAddress(const std::string& url) : m_url(url) {
-    if (!fits(url))
-        refuse(url, "the scheme is neither nats:// nor tls://");
     m_encrypted = url.starts_with(kEncrypted);
+    if (!m_encrypted && !url.starts_with(kPlain))
+        refuse(url, "the scheme is neither nats:// nor tls://");
     const std::string_view scheme = m_encrypted ? kEncrypted : kPlain;
     const std::size_t slash = url.find('/', scheme.size());
     if (slash == std::string::npos)

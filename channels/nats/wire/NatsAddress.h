@@ -13,8 +13,6 @@ public:
     /// 4222. `MirelException` for anything else.
     explicit NatsAddress(const std::string& url);
 
-    static bool fits(const std::string& url); ///< whether the scheme is one of the two
-
     const std::string& url() const { return m_url; }
     const std::vector<std::string>& servers() const { return m_servers; } ///< URL of each
     bool encrypted() const { return m_encrypted; }

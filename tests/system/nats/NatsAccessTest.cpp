@@ -76,9 +76,6 @@ TEST_F(NatsAccessTest, SaysWhyThereIsNoService) {
                   "no host has served it yet");
     expectRefused(server.url() + "/more", {}, "the service's name must have");
     expectRefused("nats://127.0.0.1", {}, "the service's name is missing");
-    expectRefused("ipc:///nowhere", {"--user", "service"}, "is for channels over NATS only");
-    expectRefused(server.url(), {"--curve-key", "key"},
-                  "is for channels over ipc:// and tcp:// only");
 }
 
 } // namespace
