@@ -1,4 +1,4 @@
-#include "tests/system/Programs.h"
+#include "tests/system/ProgramsFixture.h"
 
 #include <functional>
 #include <thread>
@@ -26,10 +26,10 @@ protected:
             m_service.join();
     }
 
-    Process::Result load(Arguments more) const {
-        more.insert(more.end(), {"--load", "100", "--interface", "I", "--protocol", "text",
-                                 "--data", "{source} {n}"});
-        return call(more);
+    Process::Result load(const Arguments& more) const {
+        return call(joined(
+            {"--load", "100", "--interface", "I", "--protocol", "text", "--data", "{source} {n}"},
+            more));
     }
 
     std::thread m_service;

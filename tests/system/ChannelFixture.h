@@ -7,6 +7,7 @@
 #include "framework/MirelException.h"
 #include "runtime/values/Answer.h"
 #include "runtime/values/AnswerSink.h"
+#include "testkit/TemporaryFolder.h"
 #include "tests/system/Support.h"
 
 #include <chrono>

@@ -1,4 +1,4 @@
-#include "tests/system/Programs.h"
+#include "tests/system/ProgramsFixture.h"
 
 #include <algorithm>
 #include <csignal>
@@ -11,10 +11,9 @@ namespace {
 Arguments hostCommand(const std::string& url, const Arguments& more = {},
                       const std::string& library = LEDGER_LIBRARY,
                       const std::string& creator = "createLedger") {
-    Arguments result{MIREL_HOST,    "--library", library,     "--creator", creator,
-                     "--interface", "Ledger",    "--channel", url};
-    result.insert(result.end(), more.begin(), more.end());
-    return result;
+    return joined({MIREL_HOST, "--library", library, "--creator", creator, "--interface", "Ledger",
+                   "--channel", url},
+                  more);
 }
 
 /// A host that serves.
@@ -23,18 +22,12 @@ public:
     explicit Host(const Arguments& command) : Process(command) {
         EXPECT_TRUE(waitFor("serving Ledger"));
     }
-
-    Result stop(int number) {
-        signal(number);
-        return finish();
-    }
 };
 
 class HostTest : public ProgramsFixture {
 protected:
-    Process::Result ask(const std::string& data, Arguments more = {}) const {
-        more.insert(more.end(), {"--interface", "Ledger", "--protocol", "text", "--data", data});
-        return call(more);
+    Process::Result ask(const std::string& data, const Arguments& more = {}) const {
+        return call(joined({"--interface", "Ledger", "--protocol", "text", "--data", data}, more));
     }
 
     const std::string m_url = m_options.url;
@@ -137,9 +130,8 @@ TEST_F(HostTest, GeneratesKeysThatItServesWith) {
 
 TEST(Programs, ThatCannotStartEndWithTwoAndOneLine) {
     const std::string nobody = "ipc:///nonexistent/service";
-    const auto call = [](const std::string& url, Arguments more) {
-        more.insert(more.begin(), {MIREL_CALL, "--channel", url});
-        return more;
+    const auto call = [](const std::string& url, const Arguments& more) {
+        return joined({MIREL_CALL, "--channel", url}, more);
     };
     const std::pair<Arguments, const char*> bad[] = {
         {{MIREL_HOST}, "mirel-host: --library"},

@@ -1,11 +1,19 @@
 #pragma once
 
+#include "testkit/Process.h"
+#include "testkit/TemporaryFolder.h"
+#include "tests/system/Support.h"
 #include "tests/system/nats/History.h"
-#include "tests/system/nats/NatsServer.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <memory>
+#include <poll.h>
 #include <sys/inotify.h>
+#include <unistd.h>
 
 namespace mirel {
 
@@ -16,21 +24,11 @@ protected:
 
     /// A host that is connected; it need not have any partition.
     std::unique_ptr<Process> newHost(const std::string& url, const Arguments& more = {}) const {
-        Arguments arguments{MIREL_HOST,
-                            "--library",
-                            RECORDING_LIBRARY,
-                            "--creator",
-                            "makeRecordingService",
-                            "--interface",
-                            "Recording",
-                            "--channel",
-                            url,
-                            "--lease",
-                            "1000",
-                            "--patience",
-                            "60000"};
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        auto host = std::make_unique<Process>(arguments);
+        auto host = std::make_unique<Process>(
+            joined({MIREL_HOST, "--library", RECORDING_LIBRARY, "--creator", "makeRecordingService",
+                    "--interface", "Recording", "--channel", url, "--lease", "1000", "--patience",
+                    "60000"},
+                   more));
         EXPECT_TRUE(host->waitFor("serving")) << host->finish().errors;
         return host;
     }
@@ -42,8 +40,7 @@ protected:
             arguments.insert(arguments.end(), {"--deadline", "60000"});
         if (input.empty())
             arguments.insert(arguments.end(), {"--interface", "Recording", "--protocol", "run"});
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        return std::make_unique<Process>(arguments, input);
+        return std::make_unique<Process>(joined(arguments, more), input);
     }
 
     /// Requests that take a while; their data ends with what is to be done.

@@ -1,4 +1,7 @@
+#include "testkit/NatsServer.h"
 #include "tests/system/nats/HostsFixture.h"
+
+#include <sstream>
 
 namespace mirel {
 namespace {
@@ -9,15 +12,12 @@ protected:
     /// A host is let in with the arguments, and so is a caller.
     void expectLetIn(const std::string& url, const Arguments& access) const {
         const auto host = newHost(url, access);
-        Arguments one{"--data", "source 1"};
-        one.insert(one.end(), access.begin(), access.end());
-        expectGood(newCall(url, one)->finish());
+        expectGood(newCall(url, joined({"--data", "source 1"}, access))->finish());
     }
 
     void expectRefused(const std::string& url, const Arguments& access, const char* says) const {
-        Arguments command{MIREL_CALL, "--kind", "legacy", "--channel", url};
-        command.insert(command.end(), access.begin(), access.end());
-        const auto result = Process::run(command);
+        const auto result =
+            Process::run(joined({MIREL_CALL, "--kind", "legacy", "--channel", url}, access));
         EXPECT_EQ(result.status, 2) << says;
         EXPECT_TRUE(contains(result.errors, says));
     }
@@ -27,7 +27,7 @@ TEST_F(NatsAccessTest, LetsInByCredentials) {
     const std::string folder = CREDENTIALS_FOLDER;
     std::ostringstream accounts;
     accounts << std::ifstream(folder + "/operator.conf").rdbuf();
-    const NatsServer server(accounts.str());
+    const NatsServer server(m_folder.path("server"), accounts.str());
     expectLetIn(server.url(), {"--credentials", folder + "/user.creds"});
     expectRefused(server.url(), {}, "does not let us in");
     expectRefused(server.url(), {"--credentials", folder + "/none"}, "none");
@@ -38,8 +38,9 @@ TEST_F(NatsAccessTest, LetsInByCertificates) {
     expectGood(Process::run({OPENSSL, "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2",
                              "-subj", "/CN=test", "-addext", "subjectAltName=IP:127.0.0.1",
                              "-keyout", key, "-out", certificate}));
-    const NatsServer server("tls { cert_file: \"" + certificate + "\", key_file: \"" + key +
-                            "\", ca_file: \"" + certificate + "\", verify: true }\n");
+    const NatsServer server(m_folder.path("server"),
+                            "tls { cert_file: \"" + certificate + "\", key_file: \"" + key +
+                                "\", ca_file: \"" + certificate + "\", verify: true }\n");
     const std::string url = "tls://" + server.hostAndPort() + "/service";
     expectLetIn(url, {"--tls-authorities", certificate, "--tls-certificate", certificate,
                       "--tls-key", key});
@@ -49,12 +50,12 @@ TEST_F(NatsAccessTest, LetsInByCertificates) {
 }
 
 TEST_F(NatsAccessTest, AHostCanBeStoppedWhileItLooksForItsServer) {
+    const Port nobody;
     Process host({MIREL_HOST, "--library", RECORDING_LIBRARY, "--creator", "makeRecordingService",
                   "--interface", "Recording", "--patience", "60000", "--channel",
-                  "nats://127.0.0.1:" + std::to_string(freePort()) + "/service"});
+                  "nats://" + nobody.hostAndPort() + "/service"});
     ASSERT_TRUE(host.waitFor("looking for"));
-    host.signal(SIGTERM);
-    const auto result = host.finish();
+    const auto result = host.stop();
     EXPECT_EQ(result.status, 2);
     EXPECT_TRUE(contains(result.errors, "told to stop"));
 }
@@ -64,9 +65,11 @@ TEST_F(NatsAccessTest, SaysWhyThereIsNoService) {
     std::ofstream(wrong) << "wrong\n";
     std::ofstream(right) << "right\n";
     const NatsServer server(
+        m_folder.path("server"),
         "authorization { users: [ { user: \"service\", password: \"right\" } ] }");
-    const std::string nobody = "nats://127.0.0.1:" + std::to_string(freePort()) + "/service";
-    expectRefused(nobody, {"--deadline", "300"}, "no NATS server answers");
+    const Port nobody;
+    expectRefused("nats://" + nobody.hostAndPort() + "/service", {"--deadline", "300"},
+                  "no NATS server answers");
     expectRefused(server.url(), {}, "does not let us in");
     expectRefused(server.url(), {"--user", "service", "--password-file", wrong},
                   "does not let us in");

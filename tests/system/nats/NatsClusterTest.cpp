@@ -1,4 +1,4 @@
-#include "tests/system/nats/NatsCluster.h"
+#include "testkit/NatsCluster.h"
 #include "tests/system/nats/HostsFixture.h"
 
 namespace mirel {
@@ -27,7 +27,7 @@ protected:
         server.start();
     }
 
-    NatsCluster m_cluster;
+    NatsCluster m_cluster{m_folder.path("cluster")};
     std::unique_ptr<Process> m_host;
     std::unique_ptr<Process> m_load;
 };

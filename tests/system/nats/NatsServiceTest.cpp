@@ -1,4 +1,5 @@
 #include "channels/nats/wire/NatsConnection.h"
+#include "testkit/NatsServer.h"
 #include "tests/system/nats/HostsFixture.h"
 #include "tests/system/nats/Relay.h"
 
@@ -33,7 +34,7 @@ protected:
         return true;
     }
 
-    NatsServer m_server;
+    NatsServer m_server{m_folder.path("server")};
 };
 
 TEST_F(NatsServiceTest, ServesInOrderAndLeavesNothingBehind) {

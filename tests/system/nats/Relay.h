@@ -1,12 +1,19 @@
 #pragma once
 
-#include "tests/system/nats/NatsServer.h"
+#include "testkit/Port.h"
 
+#include <array>
 #include <atomic>
+#include <cerrno>
 #include <list>
+#include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <system_error>
 #include <thread>
+#include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace mirel {
 
