@@ -1,10 +1,11 @@
 #include "bench/EchoProgram.h"
 
 #include "bench/Percentiles.h"
-#include "bench/ServerProcess.h"
+#include "testkit/Process.h"
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <iostream>
 #include <stdexcept>
@@ -18,15 +19,22 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr const char* kServe = "--serve"; ///< of the other process: kind and URL follow
-constexpr int kWarmUp = 2000;             ///< requests before those that are measured
+constexpr const char* kServing = "serving";
+constexpr int kWarmUp = 2000; ///< requests before those that are measured
 
 void serve(std::span<const Echo> echoes, const std::string& name, const std::string& url) {
     const auto echo = std::find_if(echoes.begin(), echoes.end(),
                                    [&name](const Echo& kind) { return kind.name == name; });
     if (echo == echoes.end())
         throw std::runtime_error("there is no service " + name);
+    sigset_t stop;
+    sigemptyset(&stop);
+    sigaddset(&stop, SIGTERM);
+    sigprocmask(SIG_BLOCK, &stop, nullptr); // the service's threads, too, leave it to us
     const auto service = echo->serve(url);
-    ServerProcess::waitForEnd();
+    std::cout << kServing << std::endl;
+    int signal = 0;
+    sigwait(&stop, &signal);
 }
 
 void run(int argc, char** argv, const std::function<void()>& add) {
@@ -63,7 +71,11 @@ void addEcho(const std::string& cell, const Echo& echo,
 
 void measureEcho(benchmark::State& state, const Echo& echo, const std::string& url, int window,
                  int sources) {
-    const ServerProcess server({kServe, echo.name, url});
+    // This program's real name, which a profiler that follows the child needs.
+    const std::string self = std::filesystem::read_symlink("/proc/self/exe");
+    mirel::Process server({self, kServe, echo.name, url});
+    if (!server.waitFor(kServing))
+        throw std::runtime_error("the server process does not serve");
     const auto caller = echo.call(url, window, sources);
 
     std::vector<Clock::time_point> sent(static_cast<std::size_t>(window), Clock::now());
@@ -84,6 +96,8 @@ void measureEcho(benchmark::State& state, const Echo& echo, const std::string& u
         latencies.push_back(next());
     for (int i = 0; i < window; ++i)
         caller->receive();
+    if (server.stop().status != 0)
+        throw std::runtime_error("the server process ended with a failure");
 
     state.SetItemsProcessed(state.iterations());
     addPercentiles(state, "answer", std::move(latencies));

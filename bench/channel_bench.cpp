@@ -2,8 +2,8 @@
 // service executor and its workers, against a bare ZeroMQ echo. One in flight, and saturated.
 
 #include "bench/EchoProgram.h"
-#include "bench/PrivateFolder.h"
 #include "bench/ZmqEcho.h"
+#include "testkit/TemporaryFolder.h"
 
 #include <array>
 #include <string>
@@ -20,8 +20,8 @@ constexpr std::array<Echo, 2> kEchoes{{
 void add(const std::string& cell, int window, int sources) {
     for (const Echo& echo : kEchoes)
         addEcho(cell, echo, [=, &echo](benchmark::State& state) {
-            const PrivateFolder folder;
-            measureEcho(state, echo, "ipc://" + folder.path() + "/socket", window, sources);
+            const mirel::TemporaryFolder folder;
+            measureEcho(state, echo, "ipc://" + folder.path("socket"), window, sources);
         });
 }
 

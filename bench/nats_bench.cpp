@@ -4,7 +4,8 @@
 
 #include "bench/EchoProgram.h"
 #include "bench/NatsEcho.h"
-#include "bench/NatsEngine.h"
+#include "testkit/NatsCluster.h"
+#include "testkit/TemporaryFolder.h"
 
 #include <array>
 #include <string>
@@ -20,11 +21,13 @@ constexpr std::array<Echo, 2> kEchoes{{
     {"bare", &serveBareNatsEcho, &callBareNatsEcho},
 }};
 
-void add(const std::string& cell, int servers, int window, int sources) {
+void add(const std::string& cell, std::size_t servers, int window, int sources) {
     for (const Echo& echo : kEchoes)
         addEcho(cell, echo, [=, &echo](benchmark::State& state) {
-            const NatsEngine engine(servers);
-            measureEcho(state, echo, engine.url("echo"), window, sources);
+            const mirel::TemporaryFolder folder;
+            const mirel::NatsCluster cluster(folder.path("cluster"), servers);
+            cluster.waitUntilReady();
+            measureEcho(state, echo, cluster.url("echo"), window, sources);
         });
 }
 

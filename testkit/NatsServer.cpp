@@ -1,7 +1,10 @@
 #include "testkit/NatsServer.h"
 
+#include "testkit/waitForLines.h"
+
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 
 namespace mirel {
 
@@ -18,7 +21,11 @@ NatsServer::NatsServer(const std::string& folder, const std::string& more)
     start();
 }
 
-void NatsServer::start() { m_process.emplace(Arguments{MIREL_NATS_SERVER, "-c", path("conf")}); }
+void NatsServer::start() {
+    m_process.emplace(Arguments{MIREL_NATS_SERVER, "-c", path("conf")});
+    if (!waitForLines(path("log"), ++m_starts, "Server is ready"))
+        throw std::runtime_error(m_name + " does not listen");
+}
 
 void NatsServer::keepStore() {
     fs::remove_all(path("kept"));

@@ -11,11 +11,11 @@ namespace mirel {
 /// A NATS server on this machine. Its port and what it has stored stay its own when it is killed.
 class NatsServer {
 public:
-    /// Starts it; it may not listen yet. Makes the folder and has everything there: the server's
-    /// configuration, which ends with `more`, its log and its store. The server's name is the
-    /// folder's.
+    /// Starts it. Makes the folder and has everything there: the server's configuration, which ends
+    /// with `more`, its log and its store. The server's name is the folder's.
     explicit NatsServer(const std::string& folder, const std::string& more = "");
 
+    /// Returns when it listens. `std::runtime_error` when it does not come to that.
     void start();
     void kill() { m_process.reset(); }
     void pause() { m_process->signal(SIGSTOP); }
@@ -36,6 +36,7 @@ private:
     const std::string m_folder;
     const std::string m_name;
     const Port m_port;
+    unsigned long m_starts = 0;
     std::optional<Process> m_process;
 };
 

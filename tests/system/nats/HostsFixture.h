@@ -2,18 +2,13 @@
 
 #include "testkit/Process.h"
 #include "testkit/TemporaryFolder.h"
+#include "testkit/waitForLines.h"
 #include "tests/system/Support.h"
 #include "tests/system/nats/History.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <memory>
-#include <poll.h>
-#include <sys/inotify.h>
-#include <unistd.h>
 
 namespace mirel {
 
@@ -57,26 +52,8 @@ protected:
     /// any.
     bool waitForProgress(unsigned long more) const { return waitFor(history().count() + more); }
 
-    /// The same, from the beginning on. Counts lines, because the history may grow fast.
-    bool waitFor(unsigned long requests) const {
-        const int watch = inotify_init1(IN_CLOEXEC);
-        inotify_add_watch(watch, m_folder.path("").c_str(), IN_MODIFY | IN_CREATE);
-        pollfd changed{watch, POLLIN, 0};
-        std::ifstream lines;
-        const auto newLines = [&] {
-            if (!lines.is_open())
-                lines.open(m_history);
-            return static_cast<unsigned long>(
-                std::count(std::istreambuf_iterator<char>(lines), {}, '\n'));
-        };
-        bool good = true;
-        for (unsigned long seen = newLines(); good && seen < requests; seen += newLines()) {
-            std::array<char, 4096> events{};
-            good = poll(&changed, 1, 60000) == 1 && read(watch, events.data(), events.size()) > 0;
-        }
-        close(watch);
-        return good;
-    }
+    /// The same, from the beginning on.
+    bool waitFor(unsigned long requests) const { return waitForLines(m_history, requests); }
 
     /// Every request was run, each source's in its order.
     void expectAll(unsigned sources, long ofEach, unsigned long mayRepeat) const {
