@@ -1,6 +1,9 @@
-"""The demo's picture, an SVG file."""
+#!/usr/bin/python3
+"""Draws what a run of nats_demo has written down: picture.py RUN.JSON PICTURE.SVG"""
 
+import json
 import re
+import sys
 from datetime import datetime
 
 import matplotlib
@@ -17,16 +20,17 @@ COLOURS = ["#0072b2", "#e69f00", "#009e73", "#cc79a7"]
 _TENURE = re.compile(r"^(\S+ \S+) .*partition (\d+) (is ours|belongs to another host now)$")
 
 
-def tenures(hosts, deaths, end):
+def tenures(hosts, end):
     """Who served which partition, by the hosts' logs: (partition, host, from, until), in seconds
-    since 1970. `deaths`: host -> when it was killed."""
+    since 1970."""
     changes = []
-    for name, program in hosts.items():
-        for _, line in program.lines:
+    for name, host in hosts.items():
+        if host["killed"]:
+            changes.append((host["killed"], None, None, name))
+        for line in host["log"].splitlines():
             if found := _TENURE.match(line):
                 when = datetime.strptime(found[1], "%Y-%m-%d %H:%M:%S.%f").timestamp()
                 changes.append((when, int(found[2]), name if found[3] == "is ours" else None, name))
-    changes += [(when, None, None, name) for name, when in deaths.items()]
 
     result, held = [], {}  # partition -> (host, from)
     for when, partition, owner, speaker in sorted(changes, key=lambda change: change[0]):
@@ -66,4 +70,18 @@ def draw(file, start, answers, served, marks):
         above.annotate(text, (when - start, 1), xycoords=("data", "axes fraction"), xytext=(0, 3),
                        textcoords="offset points", color="#d55e00", rotation=12)  # fmt: skip
     figure.savefig(file, metadata={"Date": None})
-    pyplot.close(figure)
+
+
+def main():
+    if len(sys.argv) != 3:
+        sys.exit("usage: picture.py RUN.JSON PICTURE.SVG")
+    with open(sys.argv[1]) as file:
+        run = json.load(file)
+    start, answers = run["start"], run["answers"]
+    rates = [(seconds, count / run["step"]) for seconds, count in answers]
+    served = tenures(run["hosts"], start + answers[-1][0])
+    draw(sys.argv[2], start, rates, served, run["marks"])
+    print(f"5. Answers over time, and who served what: {sys.argv[2]}")
+
+
+main()
