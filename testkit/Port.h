@@ -8,10 +8,10 @@ namespace mirel {
 /// Of this machine; port 0: any.
 sockaddr_in loopback(int port);
 
-/// A TCP port of this machine's loopback interface that is ours as long as the object lives: a bound
-/// socket that does not listen holds it. The system gives it to nobody who asks for any port, and
-/// who connects is refused, unless a server listens that was told to use it. Like most servers, that
-/// one must set SO_REUSEADDR.
+/// A TCP port of this machine's loopback interface that is ours as long as the object lives: a
+/// bound socket that does not listen holds it. The system gives it to nobody who asks for any port,
+/// and refuses whoever connects, until a server listens that was told to use it. Like most servers,
+/// that one must set SO_REUSEADDR.
 class Port {
 public:
     /// Throws `std::system_error` when there is none.

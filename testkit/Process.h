@@ -38,8 +38,8 @@ public:
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
 
-    /// True when the condition holds, false when both streams have ended before. A program that says
-    /// nothing for a minute is killed.
+    /// True when the condition holds, false when both streams have ended before. A program that
+    /// says nothing for a minute is killed.
     bool waitUntil(const Condition& holds);
 
     /// The same: until one of the streams has brought the text.

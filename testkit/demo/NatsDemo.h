@@ -10,8 +10,8 @@
 
 namespace mirel {
 
-/// Shows that a service goes on when a server of its NATS cluster is killed, and then one of its two
-/// hosts. Each step throws `std::exception` when something does not come out as it should.
+/// Shows that a service goes on when a server of its NATS cluster is killed, and then one of its
+/// two hosts. Everything throws `std::exception` when something does not come out as it should.
 class NatsDemo {
 public:
     /// Everything is kept in `folder`. What was there before is removed.

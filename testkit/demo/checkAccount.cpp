@@ -23,7 +23,7 @@ AccountRuns checkAccount(const std::string& file, long last, const std::set<pid_
         check(!words.fail() && words.eof(), "is no line of a host");
         check(hosts.contains(now), "no host of ours has run it");
         check(number <= seen + 1, std::to_string(seen + 1) + " was lost or overtaken");
-        // A host that takes over runs again what has not been acknowledged, and leaves out what has.
+        // A host that takes over runs again what is not acknowledged, and leaves out the rest.
         check(now != host || number > previous,
               "the same host had run " + std::to_string(previous) + " before it");
         if (now != host)
