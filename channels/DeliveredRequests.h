@@ -12,8 +12,8 @@ namespace mirel {
 class FlowLimit;
 struct ChannelCounters;
 
-/// Stands between the responses and a channel's transport: counts, keeps the limit, and knows whether
-/// the request that was delivered last has been accepted. Outlives its channel.
+/// Stands between the responses and a channel's transport: counts, keeps the limit, and knows
+/// whether the request that was delivered last has been accepted. Outlives its channel.
 class DeliveredRequests : public AnswerSink {
 public:
     DeliveredRequests(std::shared_ptr<AnswerSink> transport,

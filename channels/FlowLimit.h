@@ -6,8 +6,8 @@
 
 namespace mirel {
 
-/// Bounds what is under way: the requests that were accepted and not answered yet, and the workers in
-/// use. While either is at the limit, the channels that share it deliver nothing, and make their
+/// Bounds what is under way: the requests that were accepted and not answered yet, and the workers
+/// in use. While either is at the limit, the channels that share it deliver nothing, and make their
 /// callers wait. Without it a multi-threaded executor would read and hold back without end.
 ///
 /// The limit is passed by what was delivered already: by one message for each channel.
@@ -39,9 +39,10 @@ private:
 
     const unsigned long m_limit;
 
-    // Who lowers one of these from the limit, or from above, takes the lock afterwards and wakes who
-    // waits. Who waits has looked at them with the lock held, so it has either seen the lower count or
-    // waits already, and is woken. That needs one order of all changes and looks: the default one.
+    // Who lowers one of these from the limit, or from above, takes the lock afterwards and wakes
+    // who waits. Who waits has looked at them with the lock held, so it has either seen the lower
+    // count or waits already, and is woken. That needs one order of all changes and looks: the
+    // default one.
     std::atomic<unsigned long> m_unanswered{0};
     std::atomic<unsigned long> m_workers{0};
 

@@ -16,12 +16,12 @@ struct ChannelCounters;
 /// What all our channels do, whatever carries their messages:
 ///
 ///  - Nothing is delivered while too much is under way (see `FlowLimit`).
-///  - A request that was delivered and led to no response, because its interface is not offered or has
-///    no handler, is answered with a failure when the executor asks for the next message.
+///  - A request that was delivered and led to no response, because its interface is not offered or
+///    has no handler, is answered with a failure when the executor asks for the next message.
 ///  - What passes is counted.
 ///
-/// A transport derives from it. The executor's thread calls `readMessage`, any thread what is not said
-/// to be somebody's.
+/// A transport derives from it. The executor's thread calls `readMessage`, any thread what is not
+/// said to be somebody's.
 class ServiceChannel : public AnsweringChannel {
 public:
     ~ServiceChannel() override;
@@ -32,8 +32,8 @@ public:
 
     // Both: to be called before the executor's thread starts.
 
-    /// Instead of a limit of its own, with `FlowLimit::kDefault`. Several channels and a `LimitedPool`
-    /// may share one.
+    /// Instead of a limit of its own, with `FlowLimit::kDefault`. Several channels and a
+    /// `LimitedPool` may share one.
     void limitBy(std::shared_ptr<FlowLimit> limit);
 
     /// Why there is no response to a request for this interface and protocol, and what there is
@@ -47,8 +47,8 @@ public:
     /// Where callers find it.
     virtual std::string url() const = 0;
 
-    /// To be called between the executor's shutdown and the pool's: what is not answered from then on
-    /// is left to the next host, where the transport can do that, instead of failing.
+    /// To be called between the executor's shutdown and the pool's: what is not answered from then
+    /// on is left to the next host, where the transport can do that, instead of failing.
     virtual void leaveRest() {}
 
 protected:

@@ -5,8 +5,9 @@
 #include <new>
 #include <utility>
 
-/// Room within an object for what the provider of the framework keeps there. Only the provider knows
-/// what that is: it makes it in each constructor of the object and destroys it in the destructor.
+/// Room within an object for what the provider of the framework keeps there. Only the provider
+/// knows what that is: it makes it in each constructor of the object and destroys it in the
+/// destructor.
 template <std::size_t bytes>
 class Opaque {
 public:

@@ -233,7 +233,8 @@ void Scheduler::record(const void* object, Access access) {
     history = mix(history, 1);
     if (!object)
         return;
-    // A read changes nothing for others: that it came before a later write is known from the reader.
+    // A read changes nothing for others: that it came before a later write is known from the
+    // reader.
     std::uint64_t& written = m_written[object];
     history = mix(history, written);
     if (access == Access::write)

@@ -32,9 +32,9 @@ public:
     /// Sends a timer event.
     void sendTimer(int timerId, int priority = 1);
 
-    /// Waits until all messages have been read and all requests answered, and stops the executor and
-    /// the pool. The answers are in the order in which they were given. A service that does not answer
-    /// ends the run as failed, by a deadlock.
+    /// Waits until all messages have been read and all requests answered, and stops the executor
+    /// and the pool. The answers are in the order in which they were given. A service that does not
+    /// answer ends the run as failed, by a deadlock.
     std::vector<Answer> finish();
 
 private:

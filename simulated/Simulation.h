@@ -44,8 +44,8 @@ void spawn(const std::string& name, std::function<void()> body);
 void checkAtEachStep(std::function<void()> check);
 
 /// Called with each line that is logged, of any level, and with each report that is published; what
-/// they throw reaches whoever logs or publishes. Without the first, nothing is logged, except that a
-/// run by MIREL_SCHEDULE logs to standard error.
+/// they throw reaches whoever logs or publishes. Without the first, nothing is logged, except that
+/// a run by MIREL_SCHEDULE logs to standard error.
 void onLog(std::function<void(const LogLine&)> sink);
 void onReport(std::function<void(MirelException&)> publisher);
 

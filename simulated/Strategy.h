@@ -21,12 +21,13 @@ struct ChoicePoint {
     /// The thread that took the last step.
     int last;
 
-    /// The same when it is ready to go on, so that choosing another one is a preemption; -1 when it is
-    /// not, or gives way, or when this is not a choice between threads.
+    /// The same when it is ready to go on, so that choosing another one is a preemption; -1 when it
+    /// is not, or gives way, or when this is not a choice between threads.
     int current;
 
-    /// Of what has happened so far and of `current`. Equal for two moments when every thread has seen
-    /// the same history of every object it has touched, in whatever order unrelated steps happened.
+    /// Of what has happened so far and of `current`. Equal for two moments when every thread has
+    /// seen the same history of every object it has touched, in whatever order unrelated steps
+    /// happened.
     std::uint64_t state;
 };
 
@@ -54,9 +55,9 @@ std::unique_ptr<Strategy> makeRandomStrategy(std::uint64_t seed);
 /// Threads have random priorities, and the most important one that is ready goes on. At `changes`
 /// random choices of a run the thread that took the last step becomes the least important one, or
 /// time passes. Finds faults that need few orders between steps far apart. The idea is that of
-/// Burckhardt, Kothari, Musuvathi, Nagarakatte, "A Randomized Scheduler with Probabilistic Guarantees
-/// of Finding Bugs", ASPLOS 2010; their bound counts steps, this counts choices, and the first run,
-/// which measures their number, has no changes.
+/// Burckhardt, Kothari, Musuvathi, Nagarakatte, "A Randomized Scheduler with Probabilistic
+/// Guarantees of Finding Bugs", ASPLOS 2010; their bound counts steps, this counts choices, and the
+/// first run, which measures their number, has no changes.
 std::unique_ptr<Strategy> makePctStrategy(std::uint64_t seed, unsigned changes);
 
 /// Every schedule with at most `preemptions` preemptions, fewest first. To let time pass while a

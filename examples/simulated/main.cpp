@@ -1,5 +1,5 @@
-// A service with a fault that testing on real threads hardly ever shows, and the test that finds it:
-// the service runs on the real executor and pool, in every order of steps that matters.
+// A service with a fault that testing on real threads hardly ever shows, and the test that finds
+// it: the service runs on the real executor and pool, in every order of steps that matters.
 
 #include "framework/Executable.h"
 #include "simulated/Exploration.h"

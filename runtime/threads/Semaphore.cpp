@@ -63,10 +63,10 @@ private:
     bool tryTake();
     bool spin();
 
-    /// Free units in the low half; above them a mark that threads may sleep, so that one atomic step
-    /// changes and reads both. Who gives a unit takes the mark away and wakes one sleeper; that one
-    /// puts the mark back, because there may be others. So the units given until it has got a core
-    /// cost nobody another call of the system.
+    /// Free units in the low half; above them a mark that threads may sleep, so that one atomic
+    /// step changes and reads both. Who gives a unit takes the mark away and wakes one sleeper;
+    /// that one puts the mark back, because there may be others. So the units given until it has
+    /// got a core cost nobody another call of the system.
     std::atomic<std::uint32_t> m_state;
     static_assert(sizeof m_state == 4 && std::atomic<std::uint32_t>::is_always_lock_free,
                   "the kernel compares the word itself");

@@ -134,8 +134,8 @@ void* threadMain(void* argument) {
 
 /// What a `Threadable` knows of its OS thread.
 struct ThreadOf {
-    /// 0 until a thread has been started; set after `record`, so whoever reads an identifier from it
-    /// may read `record` too.
+    /// 0 until a thread has been started; set after `record`, so whoever reads an identifier from
+    /// it may read `record` too.
     std::atomic<unsigned long> id{0};
 
     /// Written once, by the first start that succeeds; shared with the copies and the OS thread.

@@ -15,9 +15,9 @@ namespace mirel {
 ///
 /// One that is never claimed, because it fails before it runs or is dropped, is abandoned.
 ///
-/// Any thread may call, except `accept`, which is the executor's. A request is known by its callback
-/// channel and its number. May be used after the channel has been destroyed, and drops what it is
-/// given then.
+/// Any thread may call, except `accept`, which is the executor's. A request is known by its
+/// callback channel and its number. May be used after the channel has been destroyed, and drops
+/// what it is given then.
 class AnswerSink {
 public:
     virtual ~AnswerSink() = default;
@@ -31,8 +31,8 @@ public:
     /// and counts that, when the way back is gone. Has not taken it when this throws.
     virtual void answer(Answer answer) = 0;
 
-    /// Nobody has answered, and nobody will. Answers with `failure` (true), or leaves the request to
-    /// another process (false).
+    /// Nobody has answered, and nobody will. Answers with `failure` (true), or leaves the request
+    /// to another process (false).
     virtual bool abandon(Answer failure) {
         answer(std::move(failure));
         return true;

@@ -59,8 +59,8 @@ public:
                    std::make_unique<HandlerInvoker<ServiceType, Handler>>(std::move(handler)));
     }
 
-    /// Why a service that offers `serviceInterface` has no response to a request for this interface and
-    /// protocol, and which there are: what the caller of such a request is to be told.
+    /// Why a service that offers `serviceInterface` has no response to a request for this interface
+    /// and protocol, and which there are: what the caller of such a request is to be told.
     std::string whyUnserved(const std::string& serviceInterface, const std::string& interface,
                             const std::string& protocol);
 

@@ -16,8 +16,8 @@ using std::chrono::milliseconds;
 constexpr std::size_t kQueued = 5;
 constexpr unsigned long kLimit = 3;
 
-/// A service that is hosted as a program would host one of its own, and that lets nothing go on until
-/// its gate is open.
+/// A service that is hosted as a program would host one of its own, and that lets nothing go on
+/// until its gate is open.
 class ServiceChannelTest : public testing::Test {
 protected:
     ServiceChannelTest() {

@@ -1,5 +1,5 @@
-// The simulated framework: that it finds what is there to be found, exactly once and every time, and
-// that time, locks and the ends of threads are what code for real threads expects.
+// The simulated framework: that it finds what is there to be found, exactly once and every time,
+// and that time, locks and the ends of threads are what code for real threads expects.
 
 #include "framework/MirelException.h"
 #include "framework/Semaphore.h"
