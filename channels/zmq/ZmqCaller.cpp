@@ -1,6 +1,8 @@
 #include "channels/zmq/ZmqCaller.h"
 
 #include "channels/Envelope.h"
+#include "channels/RandomName.h"
+#include "channels/ReceivedMessage.h"
 #include "channels/zmq/ZmqSecurity.h"
 #include "framework/CommsChannelDataContainerMessage.h"
 #include "framework/MirelException.h"
@@ -10,9 +12,6 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
-#include <random>
-#include <sstream>
-#include <unistd.h>
 #include <zmq.hpp>
 
 namespace mirel {
@@ -27,15 +26,6 @@ constexpr int kKeptMessages = 1000;
 constexpr milliseconds kLinger{1000};
 
 [[noreturn]] void fail(const std::string& text) { throw MirelException(text, __FILE__, __LINE__); }
-
-/// Who knows a caller's name could take its answers, so nobody should be able to guess it.
-std::string newName() {
-    std::random_device random;
-    std::ostringstream name;
-    name << "mirel-call-" << getpid() << '-' << std::hex
-         << ((std::uint64_t{random()} << 32) | random());
-    return name.str();
-}
 
 /// As ZeroMQ takes it: no more than fits, and any time below 0 waits for ever.
 int inMilliseconds(milliseconds patience) {
@@ -135,7 +125,7 @@ public:
     explicit Connection(const ZmqCallerOptions& options)
         : m_socket(m_context, zmq::socket_type::dealer),
           m_monitor(m_context, m_socket) {
-        m_socket.set(zmq::sockopt::routing_id, newName());
+        m_socket.set(zmq::sockopt::routing_id, randomCallerName());
         m_socket.set(zmq::sockopt::linger, static_cast<int>(kLinger.count()));
         m_socket.set(zmq::sockopt::sndhwm, kKeptMessages);
         m_socket.set(zmq::sockopt::rcvhwm, kKeptMessages);
@@ -182,8 +172,7 @@ bool ZmqCaller::connected() { return m_connection->connected(); }
 bool ZmqCaller::send(CommsChannelDataContainerMessage& msg, milliseconds patience) {
     const std::string bytes = encode(msg);
     if (bytes.size() > m_maxMessageBytes)
-        fail("the message has " + std::to_string(bytes.size()) + " bytes and " +
-             std::to_string(m_maxMessageBytes) + " are the limit");
+        fail(tooLong("the message", bytes.size(), m_maxMessageBytes));
     return m_connection->send(zmq::buffer(bytes), patience);
 }
 

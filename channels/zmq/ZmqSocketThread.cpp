@@ -2,23 +2,23 @@
 
 #include "channels/ChannelCounters.h"
 #include "channels/Envelope.h"
+#include "channels/ReceivedMessage.h"
 #include "channels/queue/MessageQueue.h"
 #include "channels/zmq/ZmqOutbox.h"
 #include "channels/zmq/ZmqSecurity.h"
 #include "framework/Logging.h"
 #include "framework/MirelException.h"
 #include "framework/Threader.h"
+#include "runtime/threads/SignalsBlocked.h"
 #include "runtime/values/MessageRules.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <cstdint>
 #include <cxxabi.h>
 #include <exception>
-#include <new>
 #include <utility>
 
 namespace mirel {
@@ -44,10 +44,6 @@ constexpr std::chrono::seconds kLastInput{1};
 constexpr std::chrono::milliseconds kLinger{1000};
 
 [[noreturn]] void fail(const std::string& text) { throw MirelException(text, __FILE__, __LINE__); }
-
-std::string tooLong(std::size_t bytes, std::size_t limit) {
-    return std::to_string(bytes) + " bytes and " + std::to_string(limit) + " are the limit";
-}
 
 void setLimits(zmq::socket_t& socket, const ZmqChannelOptions& options) {
     if (options.maxMessageBytes == 0 || options.maxMessageBytes > kLargestLimit)
@@ -115,10 +111,7 @@ MirelThreadPriority ZmqSocketThread::getThreadPriorityForPlatform() {
 std::string ZmqSocketThread::type() { return "mirel-zmq"; }
 
 void ZmqSocketThread::run() {
-    // Signals are for the program's own threads, and would interrupt ZeroMQ's functions.
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, nullptr);
+    const SignalsBlocked signalsBlocked; // they would interrupt ZeroMQ's functions, too
     try {
         serve();
     } catch (const abi::__forced_unwind&) {
@@ -189,29 +182,11 @@ bool ZmqSocketThread::receiveOne() {
 }
 
 void ZmqSocketThread::take(std::string caller, std::string_view bytes) {
-    try {
-        m_received.push_back(decodeMessage(bytes));
-    } catch (const EnvelopeError& failure) {
-        m_counters.refused.refuse(std::string("it cannot be decoded: ") + failure.what());
+    auto msg = decodeReceived(bytes, std::move(caller), m_maxMessageBytes, m_counters.refused,
+                              [this](const Answer& failure) { send(failure); });
+    if (!msg)
         return;
-    } catch (const std::bad_alloc&) {
-        m_counters.refused.refuse("there is no memory for it");
-        return;
-    }
-    CommsChannelDataContainerMessage& msg = m_received.back();
-    msg.callbackChannel() = std::move(caller);
-
-    const std::string why = bytes.size() > m_maxMessageBytes
-                                ? "it has " + tooLong(bytes.size(), m_maxMessageBytes)
-                                : whyRefused(msg);
-    if (!why.empty()) {
-        m_counters.refused.refuse(why);
-        if (isInvokerRequest(msg))
-            send({false, msg.requestId(), msg.sourceChannel(), msg.callbackChannel(),
-                  "the request was refused: " + why});
-        m_received.pop_back();
-        return;
-    }
+    m_received.push_back(*std::move(msg));
     ++m_counters.received;
 }
 
@@ -245,7 +220,7 @@ void ZmqSocketThread::send(const Answer& answer) {
         transmit(answer);
     else
         transmit({false, answer.requestId, answer.sourceChannel, answer.callbackChannel,
-                  "the answer has " + tooLong(answer.data.size(), m_maxMessageBytes)});
+                  tooLong("the answer", answer.data.size(), m_maxMessageBytes)});
 }
 
 void ZmqSocketThread::transmit(const Answer& answer) {

@@ -1,7 +1,8 @@
 #include "runtime/threads/EventFd.h"
 
+#include "runtime/threads/CancellationOff.h"
+
 #include <cerrno>
-#include <pthread.h>
 #include <sys/eventfd.h>
 #include <system_error>
 #include <unistd.h>
@@ -28,10 +29,8 @@ EventFd::~EventFd() { close(m_descriptor); }
 void EventFd::set() noexcept {
     // A service whose thread is being cancelled may still answer. The system call would be where
     // that strikes, and nothing can be unwound through here.
-    int formerState = PTHREAD_CANCEL_ENABLE;
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &formerState);
+    const CancellationOff cancellationOff;
     [[maybe_unused]] const int result = eventfd_write(m_descriptor, 1);
-    pthread_setcancelstate(formerState, nullptr);
 }
 
 void EventFd::clear() noexcept {

@@ -1,6 +1,7 @@
 #include "runtime/threads/ThreadRecord.h"
 
 #include "framework/MirelException.h"
+#include "runtime/threads/CancellationOff.h"
 #include "runtime/threads/PendingWakeUps.h"
 
 namespace mirel {
@@ -20,10 +21,8 @@ bool callingThreadIsJoinable() {
 
 /// Joins a thread that is at its end. Not to be interrupted: nobody else would do it.
 void join(pthread_t thread) {
-    int formerState = PTHREAD_CANCEL_ENABLE;
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &formerState);
+    const CancellationOff cancellationOff;
     pthread_join(thread, nullptr);
-    pthread_setcancelstate(formerState, nullptr);
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #include "runtime/threads/ThreadStarter.h"
 
+#include "runtime/threads/CancellationOff.h"
+#include "runtime/threads/SignalsBlocked.h"
 #include "runtime/threads/ThreadPriority.h"
 
 #include <condition_variable>
@@ -46,9 +48,7 @@ public:
         pthread_attr_init(&attributes);
         pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
         pthread_attr_setstacksize(&attributes, kStackSize);
-        sigset_t all;
-        sigfillset(&all);
-        pthread_attr_setsigmask_np(&attributes, &all);
+        const SignalsBlocked blocked; // for the new thread, too
         pthread_t thread{};
         if (pthread_create(&thread, &attributes, &Starter::main, this) == 0)
             m_running = true;
@@ -63,11 +63,8 @@ public:
 
     /// False when there is no such thread. Not to be interrupted: the job is on the caller's stack.
     bool start(Job& job) {
-        int formerState = PTHREAD_CANCEL_ENABLE;
-        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &formerState);
-        const bool started = handOver(job);
-        pthread_setcancelstate(formerState, nullptr);
-        return started;
+        const CancellationOff cancellationOff;
+        return handOver(job);
     }
 
 private:

@@ -1,15 +1,14 @@
 #include "channels/nats/lease/NatsLeases.h"
 
+#include "channels/RandomName.h"
 #include "channels/nats/read/NatsChannelOptions.h"
 #include "channels/nats/wire/NatsConnection.h"
 #include "framework/Logging.h"
 #include "framework/Threader.h"
+#include "runtime/threads/SignalsBlocked.h"
 
 #include <algorithm>
-#include <csignal>
 #include <ctime>
-#include <random>
-#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -21,11 +20,6 @@ constexpr int kRoundsPerLifetime = 4;
 constexpr const char* kHost = "host-";
 constexpr const char* kPartition = "partition-";
 
-std::string newOwner() {
-    std::random_device random;
-    return std::to_string(getpid()) + "-" + std::to_string(random());
-}
-
 std::string keyOf(unsigned partition) { return kPartition + std::to_string(partition); }
 
 } // namespace
@@ -34,7 +28,7 @@ NatsLeases::NatsLeases(NatsConnection& connection, const NatsChannelOptions& opt
     : m_connection(connection),
       m_partitions(options.stream.partitions),
       m_lifetime(options.lease),
-      m_owner(newOwner()),
+      m_owner(randomNameOfProcess()),
       m_bucket(connection, connection.address().leases(), options.lease, options.stream.replicas) {
     unsigned long threadId = 0;
     Threader().createThread(threadId, this, "", 0, 0);
@@ -85,9 +79,7 @@ void NatsLeases::giveBack(unsigned partition) {
 }
 
 void NatsLeases::run() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, nullptr); // signals are for the program's own threads
+    const SignalsBlocked signalsBlocked;
     const auto goOn = [this] { return m_stop || std::exchange(m_giveBackAsked, false); };
     for (std::unique_lock lock(m_mutex); !m_stop;
          m_changed.wait_for(lock, m_lifetime / kRoundsPerLifetime, goOn)) {

@@ -1,6 +1,8 @@
 #include "channels/nats/publish/NatsCaller.h"
 
 #include "channels/Envelope.h"
+#include "channels/RandomName.h"
+#include "channels/ReceivedMessage.h"
 #include "channels/nats/publish/NatsPublisher.h"
 #include "channels/nats/wire/NatsConnection.h"
 #include "channels/nats/wire/NatsStream.h"
@@ -11,10 +13,8 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <random>
 #include <sstream>
 #include <string_view>
-#include <unistd.h>
 
 namespace mirel {
 
@@ -32,14 +32,6 @@ std::string hexadecimal(std::uint64_t number) {
     return text.str();
 }
 
-std::string unguessable() {
-    std::random_device random;
-    return hexadecimal((std::uint64_t{random()} << 32) | random());
-}
-
-/// Who knows a caller's name could take its answers, so nobody should be able to guess it.
-std::string newName() { return "mirel-call-" + std::to_string(getpid()) + '-' + unguessable(); }
-
 /// What is acknowledged one after the other is on one subject: the requests of a source, and all that
 /// is no request. See NatsLedger.
 std::string lineOf(CommsChannelDataContainerMessage& msg) {
@@ -56,8 +48,8 @@ const std::string& checked(const std::string& name) {
 
 NatsCaller::NatsCaller(const NatsCallerOptions& options)
     : m_options(options),
-      m_name(checked(options.name).empty() ? newName() : options.name),
-      m_run(unguessable()),
+      m_name(checked(options.name).empty() ? randomCallerName() : options.name),
+      m_run(randomName()),
       m_connection(std::make_unique<NatsConnection>(options.connection)) {
     m_partitions = partitionsOf(*m_connection, options.connection);
     natsSubscription* made = nullptr;
@@ -87,8 +79,7 @@ bool NatsCaller::send(CommsChannelDataContainerMessage& msg, std::chrono::millis
     const std::size_t most =
         std::min(m_options.maxMessageBytes, server - std::min(server, kOverhead));
     if (bytes.size() > most)
-        fail("the message has " + std::to_string(bytes.size()) + " bytes and " +
-             std::to_string(most) + " are the limit");
+        fail(tooLong("the message", bytes.size(), most));
     checkConnection();
     const std::string source = msg.sourceChannel();
     const bool taken =

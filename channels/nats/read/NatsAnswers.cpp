@@ -2,6 +2,7 @@
 
 #include "channels/ChannelCounters.h"
 #include "channels/Envelope.h"
+#include "channels/ReceivedMessage.h"
 #include "channels/nats/lease/NatsLeases.h"
 #include "channels/nats/read/NatsLedger.h"
 #include "channels/nats/wire/NatsConnection.h"
@@ -42,8 +43,7 @@ void NatsAnswers::answer(Answer answer) {
     const std::size_t most = std::min(m_maxAnswerBytes, m_connection->largestMessage());
     if (bytes.size() > most) {
         answer.succeeded = false;
-        answer.data = "the answer has " + std::to_string(bytes.size()) + " bytes and " +
-                      std::to_string(most) + " are the limit";
+        answer.data = tooLong("the answer", bytes.size(), most);
         bytes = encode(answer);
     }
     tell(way->answersTo, std::move(bytes));

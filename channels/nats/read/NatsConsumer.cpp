@@ -1,10 +1,10 @@
 #include "channels/nats/read/NatsConsumer.h"
 
+#include "channels/RandomName.h"
 #include "channels/nats/wire/NatsConnection.h"
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
-#include <random>
 #include <set>
 
 namespace mirel {
@@ -17,11 +17,6 @@ constexpr std::chrono::milliseconds kCallPatience{2000};
 constexpr std::chrono::seconds kPullExpires{10};
 constexpr int kConsumerNotFound = 10014;
 constexpr int kMostLooks = 20;
-
-std::string unique() {
-    std::random_device random;
-    return std::to_string((std::uint64_t{random()} << 32) | random());
-}
 
 } // namespace
 
@@ -36,8 +31,7 @@ void NatsConsumer::renew() {
     for (const std::string& name : all())
         removeFormer(name);
     const NatsAddress& address = m_connection.address();
-    const std::string name =
-        m_prefix + unique(); // so that no other process can take it for its own
+    const std::string name = m_prefix + randomName(); // no other process takes it for its own
     m_connection.call(
         "CONSUMER.DURABLE.CREATE." + address.stream() + "." + name,
         {{"stream_name", address.stream()},

@@ -2,6 +2,7 @@
 
 #include "channels/ChannelCounters.h"
 #include "channels/Envelope.h"
+#include "channels/ReceivedMessage.h"
 #include "channels/nats/read/NatsAnswers.h"
 #include "channels/nats/read/NatsAttempts.h"
 #include "channels/nats/read/NatsDeadLetter.h"
@@ -166,18 +167,20 @@ void NatsPartition::take(natsMsg* msg, const NatsDelivery& delivery) {
     Waiting waiting{delivery.streamSequence, delivery.stored, {}, natsMsg_GetSubject(msg), {}};
     m_reading.ledger.add(m_number, std::hash<std::string>()(waiting.from), waiting.sequence,
                          acknowledgeTo);
-    if (!decode(msg, waiting.msg)) {
+    const std::string answersTo = m_reading.connection.address().answers(callerOf(msg));
+    auto decoded = decodeReceived(
+        bytesOf(msg), NatsReturn{answersTo, m_number, m_tenure, waiting.sequence}.text(),
+        m_reading.options.maxMessageBytes, m_reading.counters.refused,
+        [&](const Answer& failure) { m_reading.answers.tell(answersTo, encode(failure)); });
+    if (!decoded) {
         m_reading.ledger.settle(m_number, waiting.sequence, kHopeless);
         return;
     }
+    waiting.msg = *std::move(decoded);
     const char* id = nullptr;
     if (natsMsgHeader_Get(msg, "Nats-Msg-Id", &id) == NATS_OK)
         waiting.id = id;
     waiting.from += ' ' + waiting.msg.sourceChannel();
-    waiting.msg.callbackChannel() =
-        NatsReturn{m_reading.connection.address().answers(callerOf(msg)), m_number, m_tenure,
-                   waiting.sequence}
-            .text();
     m_waiting.push_back(std::move(waiting));
 }
 
@@ -216,28 +219,6 @@ void NatsPartition::takeStatus(natsMsg* msg, unsigned long pull) {
         m_expected = 0;
     else if (code != kHeartbeatStatus)
         disturbed("the engine says " + std::string(code));
-}
-
-bool NatsPartition::decode(natsMsg* msg, CommsChannelDataContainerMessage& result) {
-    std::string why;
-    try {
-        result = decodeMessage(bytesOf(msg));
-        why = bytesOf(msg).size() > m_reading.options.maxMessageBytes
-                  ? "it has " + std::to_string(bytesOf(msg).size()) + " bytes and " +
-                        std::to_string(m_reading.options.maxMessageBytes) + " are the limit"
-                  : whyRefused(result);
-    } catch (const EnvelopeError& failure) {
-        m_reading.counters.refused.refuse(std::string("it cannot be decoded: ") + failure.what());
-        return false;
-    }
-    if (why.empty())
-        return true;
-    m_reading.counters.refused.refuse(why);
-    if (isInvokerRequest(result))
-        m_reading.answers.tell(m_reading.connection.address().answers(callerOf(msg)),
-                               encode(Answer{false, result.requestId(), result.sourceChannel(), "",
-                                             "the request was refused: " + why}));
-    return false;
 }
 
 void NatsPartition::handOut() {

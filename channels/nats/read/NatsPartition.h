@@ -100,7 +100,6 @@ private:
     bool wasHandedOut(const NatsDelivery& delivery) const;
     bool isCopy(const Waiting& waiting) const;
     void logSkipped(std::uint64_t sequence, const char* why) const;
-    bool decode(natsMsg* msg, CommsChannelDataContainerMessage& result);
     void handOut();
     bool dealWithFirst();
     void giveUp(Waiting& waiting);

@@ -6,9 +6,9 @@
 #include "channels/queue/MessageQueue.h"
 #include "framework/Logging.h"
 #include "framework/Threader.h"
+#include "runtime/threads/SignalsBlocked.h"
 
 #include <charconv>
-#include <csignal>
 #include <cxxabi.h>
 #include <stdexcept>
 #include <string_view>
@@ -73,9 +73,7 @@ MirelThreadPriority NatsReader::getThreadPriorityForPlatform() {
 std::string NatsReader::type() { return "mirel-nats"; }
 
 void NatsReader::run() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, nullptr); // signals are for the program's own threads
+    const SignalsBlocked signalsBlocked;
     try {
         read();
     } catch (const abi::__forced_unwind&) {

@@ -3,11 +3,11 @@
 #include "channels/nats/wire/NatsHandles.h"
 #include "framework/Logging.h"
 #include "framework/MirelException.h"
+#include "runtime/threads/CancellationOff.h"
 
 #include <algorithm>
 #include <fstream>
 #include <nlohmann/json.hpp>
-#include <pthread.h>
 #include <vector>
 
 namespace mirel {
@@ -193,14 +193,12 @@ bool NatsConnection::publish(const std::string& subject, std::string_view bytes,
                              const std::string& replyTo) {
     // A service whose thread is being cancelled may still answer, and nothing can be unwound through
     // the library.
-    int formerState = PTHREAD_CANCEL_ENABLE;
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &formerState);
+    const CancellationOff cancellationOff;
     const int size = static_cast<int>(bytes.size());
     const natsStatus status =
         replyTo.empty() ? natsConnection_Publish(m_connection, subject.c_str(), bytes.data(), size)
                         : natsConnection_PublishRequest(m_connection, subject.c_str(),
                                                         replyTo.c_str(), bytes.data(), size);
-    pthread_setcancelstate(formerState, nullptr);
     return status == NATS_OK;
 }
 

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+
+namespace mirel {
+
+/// 64 random bits in hexadecimal: nobody guesses them, and nobody else has the same.
+std::string randomName();
+
+/// The same with the process in front, for people who read it.
+std::string randomNameOfProcess();
+
+/// Of a caller that was not given a name. Who knows it could take the caller's answers.
+std::string randomCallerName();
+
+} // namespace mirel
