@@ -35,12 +35,14 @@ NatsLeases::NatsLeases(NatsConnection& connection, const NatsChannelOptions& opt
 }
 
 NatsLeases::~NatsLeases() {
-    {
-        const std::lock_guard lock(m_mutex);
-        m_stop = true;
-        m_changed.notify_all();
-    }
+    end();
     waitForThreadCompletion();
+}
+
+void NatsLeases::end() {
+    const std::lock_guard lock(m_mutex);
+    m_stop = true;
+    m_changed.notify_all();
 }
 
 MirelThreadPriority NatsLeases::getThreadPriorityForPlatform() {
@@ -58,8 +60,8 @@ NatsLeases::Time NatsLeases::now() {
 unsigned long NatsLeases::tenure(unsigned partition) const {
     const std::lock_guard lock(m_mutex);
     const auto lease = m_leases.find(partition);
-    const bool ours =
-        lease != m_leases.end() && !lease->second.givenBack && now() < lease->second.validUntil;
+    const bool ours = !m_stop && lease != m_leases.end() && !lease->second.givenBack &&
+                      now() < lease->second.validUntil;
     return ours ? lease->second.tenure : 0;
 }
 
@@ -150,18 +152,20 @@ void NatsLeases::renew(unsigned partition) {
         if (value && value->text == m_owner)
             renewed = m_bucket.update(keyOf(partition), m_owner, value->revision);
     }
-    const std::lock_guard lock(m_mutex);
-    if (renewed) {
-        Lease& lease = m_leases.at(partition);
-        lease.revision = *renewed;
-        if (now() >= lease.validUntil)
-            lease.tenure = ++m_tenures;
-        lease.validUntil = asked + m_lifetime;
-    } else {
+    {
+        const std::lock_guard lock(m_mutex);
+        if (renewed) {
+            Lease& lease = m_leases.at(partition);
+            lease.revision = *renewed;
+            if (now() >= lease.validUntil)
+                lease.tenure = ++m_tenures;
+            lease.validUntil = asked + m_lifetime;
+            return;
+        }
         m_leases.erase(partition);
-        logAppUni("NatsLeases", __FILE__, 3, __LINE__,
-                  "partition %u: the lease could not be renewed in time", partition);
     }
+    logAppUni("NatsLeases", __FILE__, 3, __LINE__,
+              "partition %u: the lease could not be renewed in time", partition);
 }
 
 void NatsLeases::seize(unsigned partition) {
@@ -169,8 +173,10 @@ void NatsLeases::seize(unsigned partition) {
     const auto revision = m_bucket.create(keyOf(partition), m_owner);
     if (!revision)
         return; // another host was faster
-    const std::lock_guard lock(m_mutex);
-    m_leases[partition] = Lease{*revision, asked + m_lifetime, ++m_tenures};
+    {
+        const std::lock_guard lock(m_mutex);
+        m_leases[partition] = Lease{*revision, asked + m_lifetime, ++m_tenures};
+    }
     if (loggingOnAppUni("NatsLeases", 4))
         logAppUni("NatsLeases", __FILE__, 4, __LINE__, "partition %u is ours", partition);
 }

@@ -28,8 +28,11 @@ public:
     /// Starts the thread that renews. `NatsError`. The connection must outlive it.
     NatsLeases(NatsConnection& connection, const NatsChannelOptions& options);
 
-    /// Gives everything back.
+    /// As `end`, and waits until it has been given back, or cannot be.
     ~NatsLeases() override;
+
+    /// From now on nothing is ours. Gives everything back, without waiting for that.
+    void end();
 
     /// The number of the tenure in which the partition is ours, without a gap in time since the
     /// tenure began; 0: it is not. What was read in one tenure must not be handed out in another:
@@ -70,7 +73,7 @@ private:
     NatsBucket m_bucket;          ///< the thread's
     std::uint64_t m_presence = 0; ///< the thread's: revision of this process's own key
 
-    // Guarded by m_mutex; only the thread adds and removes leases.
+    // Guarded by m_mutex, under which nothing is sent or logged; only the thread adds and removes leases.
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     std::map<unsigned, Lease> m_leases;

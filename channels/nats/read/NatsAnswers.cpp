@@ -5,6 +5,7 @@
 #include "channels/ReceivedMessage.h"
 #include "channels/nats/lease/NatsLeases.h"
 #include "channels/nats/read/NatsLedger.h"
+#include "channels/nats/read/NatsOutbox.h"
 #include "channels/nats/wire/NatsConnection.h"
 #include "channels/nats/wire/NatsDelivery.h"
 
@@ -24,10 +25,11 @@ constexpr std::size_t kMostKeptBytes = std::size_t{64} << 20;
 } // namespace
 
 NatsAnswers::NatsAnswers(std::shared_ptr<NatsConnection> connection,
-                         std::shared_ptr<NatsLedger> ledger,
+                         std::shared_ptr<NatsOutbox> outbox, std::shared_ptr<NatsLedger> ledger,
                          std::shared_ptr<ChannelCounters> counters, std::size_t maxAnswerBytes,
                          std::string inbox)
     : m_connection(std::move(connection)),
+      m_outbox(std::move(outbox)),
       m_ledger(std::move(ledger)),
       m_counters(std::move(counters)),
       m_maxAnswerBytes(maxAnswerBytes),
@@ -83,28 +85,40 @@ void NatsAnswers::setLeases(const NatsLeases* leases) {
 void NatsAnswers::leaveRest() { m_leavesRest = true; }
 
 void NatsAnswers::tell(std::string answersTo, std::string bytes) {
-    const std::lock_guard lock(m_mutex);
-    const auto now = Clock::now();
-    m_keptBytes += bytes.size();
-    const auto kept =
-        m_unconfirmed.emplace(++m_last, Unconfirmed{std::move(answersTo), std::move(bytes), now,
-                                                    now + kConfirmation, 2 * kConfirmation});
-    send(m_last, kept.first->second);
-    while (m_unconfirmed.size() > kMostKept || m_keptBytes > kMostKeptBytes)
-        forgetFirst();
+    {
+        const std::lock_guard lock(m_mutex);
+        const auto now = Clock::now();
+        m_keptBytes += bytes.size();
+        const auto kept =
+            m_unconfirmed.emplace(++m_last, Unconfirmed{std::move(answersTo), std::move(bytes), now,
+                                                        now + kConfirmation, 2 * kConfirmation});
+        send(m_last, kept.first->second);
+        while (m_unconfirmed.size() > kMostKept || m_keptBytes > kMostKeptBytes)
+            forgetFirst();
+    }
+    tellForgotten();
 }
 
 /// The caller holds m_mutex.
 void NatsAnswers::forgetFirst() {
-    m_counters->answersDropped.refuse("its caller does not confirm it");
+    ++m_forgotten;
     m_keptBytes -= m_unconfirmed.begin()->second.bytes.size();
     m_unconfirmed.erase(m_unconfirmed.begin());
 }
 
+void NatsAnswers::tellForgotten() {
+    std::size_t forgotten = 0;
+    {
+        const std::lock_guard lock(m_mutex);
+        forgotten = std::exchange(m_forgotten, 0);
+    }
+    for (; forgotten > 0; --forgotten)
+        m_counters->answersDropped.refuse("its caller does not confirm it");
+}
+
 /// What cannot be sent now is repeated in its time.
 void NatsAnswers::send(std::uint64_t number, const Unconfirmed& answer) {
-    m_connection->publish(answer.answersTo, answer.bytes,
-                          m_inbox + "answers." + std::to_string(number));
+    m_outbox->add({answer.answersTo, answer.bytes, m_inbox + "answers." + std::to_string(number)});
 }
 
 void NatsAnswers::acknowledge(const std::string& callbackChannel) {
@@ -114,7 +128,7 @@ void NatsAnswers::acknowledge(const std::string& callbackChannel) {
 
 void NatsAnswers::acknowledge(const NatsReturn& way) {
     if (m_ledger->settle(way.partition, way.streamSequence, kAcknowledged))
-        m_connection->publish(m_inbox + "wake.0", "");
+        m_outbox->add({m_inbox + "wake.0", "", {}}); // behind the acknowledgement
 }
 
 void NatsAnswers::confirmed(std::uint64_t number) {
@@ -127,19 +141,27 @@ void NatsAnswers::confirmed(std::uint64_t number) {
 }
 
 void NatsAnswers::repeat() {
-    const std::lock_guard lock(m_mutex);
-    // What was on its way when the connection was lost may be lost, too.
     const unsigned long losses = m_connection->losses();
-    const bool anew = m_connection->connected() && std::exchange(m_losses, losses) != losses;
-    const auto now = Clock::now();
-    while (!m_unconfirmed.empty() && now - m_unconfirmed.begin()->second.given >= kGivenUp)
-        forgetFirst();
-    for (auto& [number, answer] : m_unconfirmed) {
-        if (now < answer.nextTime && !anew)
-            continue;
-        answer.nextTime = now + std::exchange(answer.patience, 2 * answer.patience);
-        send(number, answer);
+    const bool connected = m_connection->connected();
+    {
+        const std::lock_guard lock(m_mutex);
+        const auto now = Clock::now();
+        while (!m_unconfirmed.empty() && now - m_unconfirmed.begin()->second.given >= kGivenUp)
+            forgetFirst();
+        // What was on its way when the connection was lost may be lost, too.
+        const bool anew = connected && std::exchange(m_losses, losses) != losses;
+        for (auto& [number, answer] : m_unconfirmed) {
+            if (!connected || (now < answer.nextTime && !anew))
+                continue;
+            answer.nextTime = now + std::exchange(answer.patience, 2 * answer.patience);
+            send(number, answer);
+        }
     }
+    tellForgotten();
+}
+
+bool NatsAnswers::flush(std::chrono::milliseconds patience) {
+    return m_outbox->waitUntilSent(patience) && m_connection->flush(patience);
 }
 
 bool NatsAnswers::allConfirmed() const {

@@ -16,6 +16,7 @@ namespace mirel {
 class NatsConnection;
 class NatsLeases;
 class NatsLedger;
+class NatsOutbox;
 struct ChannelCounters;
 struct NatsReturn;
 
@@ -27,9 +28,9 @@ class NatsAnswers : public AnswerSink {
 public:
     /// Answers ask for their confirmation at `inbox`answers.NUMBER; what comes to `inbox`answers.0 has
     /// the numbers in its body. What comes to `inbox`wake.0 wakes the channel's thread.
-    NatsAnswers(std::shared_ptr<NatsConnection> connection, std::shared_ptr<NatsLedger> ledger,
-                std::shared_ptr<ChannelCounters> counters, std::size_t maxAnswerBytes,
-                std::string inbox);
+    NatsAnswers(std::shared_ptr<NatsConnection> connection, std::shared_ptr<NatsOutbox> outbox,
+                std::shared_ptr<NatsLedger> ledger, std::shared_ptr<ChannelCounters> counters,
+                std::size_t maxAnswerBytes, std::string inbox);
 
     void answer(Answer answer) override;
     bool abandon(Answer failure) override;
@@ -55,6 +56,10 @@ public:
 
     bool allConfirmed() const;
 
+    /// Waits until the server has all answers and acknowledgements that have been given; false when
+    /// that takes too long.
+    bool flush(std::chrono::milliseconds patience);
+
 private:
     using Clock = std::chrono::steady_clock;
 
@@ -68,21 +73,24 @@ private:
 
     void acknowledge(const NatsReturn& way);
     void forgetFirst();
+    void tellForgotten();
     void send(std::uint64_t number, const Unconfirmed& answer);
 
     const std::shared_ptr<NatsConnection> m_connection;
+    const std::shared_ptr<NatsOutbox> m_outbox;
     const std::shared_ptr<NatsLedger> m_ledger;
     const std::shared_ptr<ChannelCounters> m_counters;
     const std::size_t m_maxAnswerBytes;
     const std::string m_inbox;
     std::atomic<bool> m_leavesRest{false};
 
-    // Guarded by m_mutex.
+    // Guarded by m_mutex, under which nothing is sent or logged.
     mutable std::mutex m_mutex;
     const NatsLeases* m_leases = nullptr;
     std::size_t m_keptBytes = 0;
-    unsigned long m_losses = 0; ///< of the connection, that have been dealt with
-    std::uint64_t m_last = 0;   ///< number given
+    std::size_t m_forgotten = 0; ///< and not told yet
+    unsigned long m_losses = 0;  ///< of the connection, that have been dealt with
+    std::uint64_t m_last = 0;    ///< number given
     std::map<std::uint64_t, Unconfirmed> m_unconfirmed; ///< by number
 };
 

@@ -3,6 +3,7 @@
 #include "channels/ChannelCounters.h"
 #include "channels/nats/read/NatsAnswers.h"
 #include "channels/nats/read/NatsLedger.h"
+#include "channels/nats/read/NatsOutbox.h"
 #include "channels/nats/read/NatsReader.h"
 #include "channels/nats/wire/NatsConnection.h"
 #include "channels/nats/wire/NatsDelivery.h"
@@ -43,14 +44,18 @@ NatsChannel::NatsChannel(const NatsChannelOptions& options)
     : ServiceChannel("NatsChannel", options.connection.url),
       m_options(checked(options)),
       m_connection(std::make_shared<NatsConnection>(options.connection)),
-      m_ledger(std::make_shared<NatsLedger>(
-          [connection = m_connection](const std::string& to, const char* how) {
-              connection->publish(to, how);
+      m_outbox(
+          std::make_shared<NatsOutbox>([connection = m_connection](const NatsOutbox::Item& item) {
+              connection->publish(item.to, item.bytes, item.replyTo);
+          })),
+      m_ledger(
+          std::make_shared<NatsLedger>([outbox = m_outbox](const std::string& to, const char* how) {
+              outbox->add({to, how, {}});
           })),
       m_queue(
           std::make_unique<MessageQueue>(options.maxUnacknowledged * options.stream.partitions)),
       m_inbox(newInbox()),
-      m_answers(std::make_shared<NatsAnswers>(m_connection, m_ledger, m_counters,
+      m_answers(std::make_shared<NatsAnswers>(m_connection, m_outbox, m_ledger, m_counters,
                                               options.maxMessageBytes, m_inbox)) {
     answerBy(m_answers);
     provideStream(*m_connection, options.stream, options.connection);

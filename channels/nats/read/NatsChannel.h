@@ -12,6 +12,7 @@ class MessageQueue;
 class NatsAnswers;
 class NatsConnection;
 class NatsLedger;
+class NatsOutbox;
 class NatsReader;
 
 /// The channel of a service whose requests are kept by NATS JetStream, on one server or several.
@@ -38,6 +39,7 @@ private:
 
     const NatsChannelOptions m_options;
     const std::shared_ptr<NatsConnection> m_connection;
+    const std::shared_ptr<NatsOutbox> m_outbox;
     const std::shared_ptr<NatsLedger> m_ledger;
     const std::unique_ptr<MessageQueue> m_queue;
     const std::string m_inbox;

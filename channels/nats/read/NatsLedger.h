@@ -23,7 +23,8 @@ class NatsLedger {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// `acknowledge(to, how)` sends an acknowledgement; called with the ledger locked.
+    /// `acknowledge(to, how)` hands over an acknowledgement to be sent, and must not wait for that: it
+    /// is called with the ledger locked, so that those of a subject are handed over in their order.
     using Acknowledge = std::function<void(const std::string& to, const char* how)>;
     explicit NatsLedger(Acknowledge acknowledge);
 

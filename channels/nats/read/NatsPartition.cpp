@@ -87,7 +87,7 @@ bool NatsPartition::wantsToOpen() const {
 void NatsPartition::tryToOpen(unsigned long connectionLosses) {
     m_connectionLosses = connectionLosses;
     try {
-        if (!m_reading.connection.flush(kFlush)) // the last acknowledgements
+        if (!m_reading.answers.flush(kFlush)) // the last acknowledgements
             return;
         lookAtStream();
         if (const std::uint64_t dropped = m_reading.ledger.takeFirstDropped(m_number)) {

@@ -74,14 +74,23 @@ std::string NatsReader::type() { return "mirel-nats"; }
 
 void NatsReader::run() {
     const SignalsBlocked signalsBlocked;
+    std::string failure;
     try {
         read();
     } catch (const abi::__forced_unwind&) {
         throw;
-    } catch (const std::exception& failure) {
-        logAppUni("NatsChannel", __FILE__, 2, __LINE__, "the channel ends: %s", failure.what());
+    } catch (const std::exception& thrown) {
+        failure = thrown.what();
+    } catch (...) { // by a log sink, perhaps
+        failure = "an exception of unknown type";
     }
     m_reading.queue.close(); // ends the executor's loop if it has not ended
+    if (failure.empty())
+        return;
+    // Nobody reads the partitions here any more, so that others must. As when a lease runs out, what
+    // has not been started is left to them, and what is running runs there once more.
+    m_leases.end();
+    logAppUni("NatsChannel", __FILE__, 2, __LINE__, "the channel ends: %s", failure.c_str());
 }
 
 void NatsReader::read() {
@@ -118,7 +127,7 @@ void NatsReader::follow(NatsPartition& partition, unsigned number) {
         partition.close();
     }
     if (tenure != 0 && surplus && partition.isIdle()) {
-        m_reading.connection.flush(std::chrono::milliseconds(kTickMs));
+        m_answers.flush(std::chrono::milliseconds(kTickMs));
         static_cast<void>(partition.leave());
         m_leases.giveBack(number);
     } else if (tenure != 0 && !surplus && partition.tenure() == 0) {
@@ -186,7 +195,7 @@ void NatsReader::tellProgress() {
 void NatsReader::leaveAll() {
     if (!m_reading.connection.connected())
         return; // the successor does the rest
-    m_reading.connection.flush(std::chrono::milliseconds(kTickMs));
+    m_answers.flush(std::chrono::milliseconds(kTickMs));
     for (unsigned number = 0; number < m_partitions.size(); ++number) {
         NatsPartition& partition = m_partitions[number];
         if (partition.tenure() == 0)

@@ -3,7 +3,6 @@
 #include "channels/nats/wire/NatsHandles.h"
 #include "framework/Logging.h"
 #include "framework/MirelException.h"
-#include "runtime/threads/CancellationOff.h"
 
 #include <algorithm>
 #include <fstream>
@@ -117,6 +116,7 @@ void NatsConnection::connect(natsOptions& options, const NatsConnectionOptions& 
         if (status == NATS_OK) {
             const std::lock_guard lock(m_mutex);
             m_connected = true;
+            readLargestMessage();
             return;
         }
         if (status == NATS_CONNECTION_AUTH_FAILED)
@@ -156,6 +156,7 @@ void NatsConnection::onConnected(natsConnection*, void* self) {
     auto& connection = *static_cast<NatsConnection*>(self);
     const std::lock_guard lock(connection.m_mutex);
     connection.m_connected = true;
+    connection.readLargestMessage(); // another server's
 }
 
 void NatsConnection::onLost(natsConnection*, void* self) {
@@ -191,9 +192,6 @@ unsigned long NatsConnection::losses() const {
 
 bool NatsConnection::publish(const std::string& subject, std::string_view bytes,
                              const std::string& replyTo) {
-    // A service whose thread is being cancelled may still answer, and nothing can be unwound through
-    // the library.
-    const CancellationOff cancellationOff;
     const int size = static_cast<int>(bytes.size());
     const natsStatus status =
         replyTo.empty() ? natsConnection_Publish(m_connection, subject.c_str(), bytes.data(), size)
@@ -227,9 +225,14 @@ bool NatsConnection::flush(milliseconds patience) {
     return natsConnection_FlushTimeout(m_connection, patience.count()) == NATS_OK;
 }
 
-std::size_t NatsConnection::largestMessage() const {
-    return static_cast<std::size_t>(
+void NatsConnection::readLargestMessage() {
+    m_largestMessage = static_cast<std::size_t>(
         std::max<std::int64_t>(0, natsConnection_GetMaxPayload(m_connection)));
+}
+
+std::size_t NatsConnection::largestMessage() const {
+    const std::lock_guard lock(m_mutex);
+    return m_largestMessage;
 }
 
 } // namespace mirel

@@ -51,7 +51,8 @@ public:
     unsigned long losses() const;
 
     /// False when the engine's library takes no more, because there is no connection and its buffer
-    /// is full, or because the message is too large. No cancellation point.
+    /// is full, or because the message is too large. Waits for a server that is stopped, up to a
+    /// deadline, and so do others who call meanwhile: not for threads of the executor or its workers.
     bool publish(const std::string& subject, std::string_view bytes,
                  const std::string& replyTo = std::string());
 
@@ -62,6 +63,7 @@ public:
     /// Waits until the server has all that was published; false when that takes too long.
     bool flush(std::chrono::milliseconds patience);
 
+    /// That the server takes. Does not wait for the network, which holds up what asks the library.
     std::size_t largestMessage() const;
 
     natsConnection* get() const { return m_connection; }
@@ -69,6 +71,7 @@ public:
 
 private:
     void connect(natsOptions& options, const NatsConnectionOptions& wanted);
+    void readLargestMessage();
 
     // Called by threads of the engine's library.
     static void onConnected(natsConnection*, void* self);
@@ -84,6 +87,7 @@ private:
     bool m_connected = false;
     bool m_closed = false;
     unsigned long m_losses = 0;
+    std::size_t m_largestMessage = 0;
 };
 
 } // namespace mirel

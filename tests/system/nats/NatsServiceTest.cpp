@@ -1,8 +1,12 @@
+#include "channels/nats/read/NatsChannel.h"
 #include "channels/nats/wire/NatsConnection.h"
+#include "framework/CommsChannelDataContainerMessage.h"
+#include "runtime/reports/LogControl.h"
 #include "testkit/NatsServer.h"
 #include "tests/system/nats/HostsFixture.h"
 #include "tests/system/nats/Relay.h"
 
+#include <atomic>
 #include <nlohmann/json.hpp>
 
 namespace mirel {
@@ -20,13 +24,17 @@ protected:
         return HostsFixture::newLoad(m_server.url(), 4, ofEach);
     }
 
-    /// Waits until the stream holds as many messages; false after a minute.
-    bool waitForRest(unsigned long messages) const {
+    NatsConnectionOptions connectionOptions() const {
         NatsConnectionOptions options;
         options.url = m_server.url();
-        NatsConnection connection(options);
+        return options;
+    }
+
+    /// Waits until the stream, or another one, holds as many messages; false after a minute.
+    bool waitForRest(unsigned long messages, const std::string& stream = "service") const {
+        NatsConnection connection(connectionOptions());
         const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
-        while (connection.call("STREAM.INFO.service", nullptr, std::chrono::seconds(5))
+        while (connection.call("STREAM.INFO." + stream, nullptr, std::chrono::seconds(5))
                    .at("state")
                    .at("messages") != messages)
             if (std::chrono::steady_clock::now() > end)
@@ -154,9 +162,8 @@ TEST_F(NatsServiceTest, AnOrderlyStopLeavesTheRestToTheNextHost) {
 TEST_F(NatsServiceTest, AStreamMadeAnewIsReadFromItsBeginning) {
     const auto host = newHost();
     expectGood(newLoad(50)->finish());
-    NatsConnectionOptions options;
-    options.url = m_server.url();
-    NatsConnection(options).call("STREAM.DELETE.service", nullptr, std::chrono::seconds(5));
+    NatsConnection(connectionOptions())
+        .call("STREAM.DELETE.service", nullptr, std::chrono::seconds(5));
     const auto maker = newHost();
     expectGood(newLoad(50)->finish());
     EXPECT_EQ(history().count(), 400U);
@@ -273,11 +280,27 @@ TEST_F(NatsServiceTest, WhatTakesLongIsNotDeliveredAgain) {
     EXPECT_FALSE(contains(result.errors, "begins again"));
 }
 
+TEST_F(NatsServiceTest, AReaderThatFailsGivesItsPartitionsBack) {
+    NatsChannelOptions options;
+    options.connection = connectionOptions();
+    options.lease = std::chrono::hours(1);
+    NatsChannel channel(options);
+    ASSERT_TRUE(waitForRest(2, "KV_service-leases")) << "the host's presence, and its partition";
+    std::atomic<bool> failed{false};
+    const LogSink former = setLogSink([&](const LogLine&) {
+        if (!failed.exchange(true))
+            throw std::runtime_error("the disk is full");
+    });
+    NatsConnection(connectionOptions()).publish("service.requests.0.stranger.run.line", "garbage");
+    CommsChannelDataContainerMessage msg;
+    EXPECT_FALSE(channel.readMessage(msg));
+    EXPECT_TRUE(waitForRest(0, "KV_service-leases"));
+    setLogSink(former);
+}
+
 TEST_F(NatsServiceTest, RefusesWhatCannotBeARequest) {
     const auto host = newHost();
-    NatsConnectionOptions options;
-    options.url = m_server.url();
-    NatsConnection stranger(options);
+    NatsConnection stranger(connectionOptions());
     ASSERT_TRUE(stranger.publish("service.requests.0.stranger.run.line", "garbage"));
     ASSERT_TRUE(stranger.publish("service.requests.0", "on no caller's subject"));
 

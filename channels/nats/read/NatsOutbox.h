@@ -1,0 +1,55 @@
+#pragma once
+
+#include "framework/Threadable.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <string>
+
+namespace mirel {
+
+/// What a channel tells about its requests, on its way to the server: acknowledgements and answers. A
+/// thread of its own sends them in the order in which they were added. So nobody else waits for a
+/// server that is stopped, whatever locks he holds.
+class NatsOutbox : public Threadable {
+public:
+    struct Item {
+        std::string to;
+        std::string bytes;
+        std::string replyTo; ///< empty: none
+    };
+
+    /// Starts the thread. `send` is called by it only, without a lock, and may wait for the network.
+    explicit NatsOutbox(std::function<void(const Item&)> send);
+
+    /// Sends what has been added.
+    ~NatsOutbox() override;
+
+    /// Any thread, which does not wait, under any lock.
+    void add(Item item);
+
+    /// Waits until all that has been added so far has been sent; false when that takes too long.
+    bool waitUntilSent(std::chrono::milliseconds patience);
+
+    void run() override;
+    MirelThreadPriority getThreadPriorityForPlatform() override;
+    std::string type() override;
+
+private:
+    const std::function<void(const Item&)> m_send;
+
+    // Guarded by m_mutex.
+    std::mutex m_mutex;
+    std::condition_variable m_added;
+    std::condition_variable m_sent;
+    std::deque<Item> m_items;
+    std::uint64_t m_addedSoFar = 0;
+    std::uint64_t m_sentSoFar = 0;
+    bool m_stop = false;
+};
+
+} // namespace mirel
