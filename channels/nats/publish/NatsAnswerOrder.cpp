@@ -15,7 +15,7 @@ void NatsAnswerOrder::sent(const std::string& source, long requestId) {
     m_sources[source].unanswered.push_back(requestId);
 }
 
-void NatsAnswerOrder::came(Answer answer) {
+void NatsAnswerOrder::came(Answer answer, Time now) {
     const auto found = m_sources.find(answer.sourceChannel);
     if (found == m_sources.end())
         return;
@@ -24,7 +24,7 @@ void NatsAnswerOrder::came(Answer answer) {
         source.unanswered.end())
         return;
     const long id = answer.requestId;
-    if (source.waiting.try_emplace(id, Waiting{std::move(answer), Clock::now() + kPatience}).second)
+    if (source.waiting.try_emplace(id, Waiting{std::move(answer), now + kPatience}).second)
         ++m_waiting;
     release(source);
     if (source.unanswered.empty())
@@ -44,9 +44,8 @@ void NatsAnswerOrder::release(Source& source) {
     }
 }
 
-std::optional<Answer> NatsAnswerOrder::next() {
+std::optional<Answer> NatsAnswerOrder::next(Time now) {
     if (m_ready.empty() && m_waiting > 0) {
-        const auto now = Clock::now();
         for (auto& [name, source] : m_sources) {
             const bool late =
                 std::any_of(source.waiting.begin(), source.waiting.end(),
@@ -68,8 +67,8 @@ std::optional<Answer> NatsAnswerOrder::next() {
     return result;
 }
 
-std::optional<NatsAnswerOrder::Clock::time_point> NatsAnswerOrder::nextChange() const {
-    std::optional<Clock::time_point> result;
+std::optional<NatsAnswerOrder::Time> NatsAnswerOrder::nextChange() const {
+    std::optional<Time> result;
     if (m_waiting == 0)
         return result;
     for (const auto& [name, source] : m_sources)

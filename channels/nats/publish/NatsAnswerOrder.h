@@ -17,23 +17,23 @@ namespace mirel {
 /// for it, but not for ever, because its host may have died. Used by one thread.
 class NatsAnswerOrder {
 public:
-    using Clock = std::chrono::steady_clock;
+    using Time = std::chrono::steady_clock::time_point;
 
     void sent(const std::string& source, long requestId);
 
     /// An answer has come, perhaps once more, or to nothing that was sent.
-    void came(Answer answer);
+    void came(Answer answer, Time now);
 
     /// The next answer that need not wait.
-    std::optional<Answer> next();
+    std::optional<Answer> next(Time now);
 
     /// When `next` may give one although none has come; nothing when none waits.
-    std::optional<Clock::time_point> nextChange() const;
+    std::optional<Time> nextChange() const;
 
 private:
     struct Waiting {
         Answer answer;
-        Clock::time_point until;
+        Time until;
     };
     struct Source {
         std::deque<long> unanswered; ///< requests in the order in which they were sent

@@ -109,12 +109,13 @@ void NatsCaller::checkConnection() {
 
 std::optional<Answer> NatsCaller::receive(std::chrono::milliseconds patience) {
     using std::chrono::milliseconds;
+    using Clock = std::chrono::steady_clock;
     PendingWakeUps::ofThisThread().issue();
-    const auto deadline = NatsAnswerOrder::Clock::now() + patience;
+    const auto deadline = Clock::now() + patience;
     for (;;) {
-        if (std::optional<Answer> answer = m_order.next())
+        const auto now = Clock::now();
+        if (std::optional<Answer> answer = m_order.next(now))
             return answer;
-        const auto now = NatsAnswerOrder::Clock::now();
         const auto until = std::min(deadline, m_order.nextChange().value_or(deadline));
         natsMsg* msg = nullptr;
         natsStatus status = natsSubscription_NextMsg(&msg, m_answers.get(), 0);
@@ -150,7 +151,7 @@ void NatsCaller::take(natsMsg* msg) {
     if (++m_unconfirmed >= kConfirmedAtOnce)
         confirmTaken();
     try {
-        m_order.came(decodeAnswer(bytesOf(msg)));
+        m_order.came(decodeAnswer(bytesOf(msg)), std::chrono::steady_clock::now());
     } catch (const EnvelopeError& failure) {
         fail(std::string("the service sent something that is no answer: ") + failure.what());
     }

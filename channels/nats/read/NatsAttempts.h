@@ -1,9 +1,9 @@
 #pragma once
 
-#include "channels/nats/wire/NatsBucket.h"
-
+#include <functional>
 #include <map>
 #include <string>
+#include <utility>
 
 namespace mirel {
 
@@ -11,7 +11,14 @@ namespace mirel {
 /// who comes after a host that died of it knows. Used by one thread.
 class NatsAttempts {
 public:
-    NatsAttempts(NatsConnection& connection, int replicas);
+    /// Where the counts are kept, and stay when this process is gone: a text under each key, at first
+    /// an empty one. Both functions may throw `NatsError`.
+    struct Store {
+        std::function<std::string(const std::string& key)> read;
+        std::function<void(const std::string& key, const std::string& text)> write;
+    };
+
+    explicit NatsAttempts(Store store) : m_store(std::move(store)) {}
 
     /// Counts this process's attempt at the message, once. False, and nothing is counted, when there
     /// have been `most` of others, the one included that brought it in doubt. `NatsError`; to be
@@ -25,7 +32,7 @@ private:
         bool written = false;
     };
 
-    NatsBucket m_bucket;
+    const Store m_store;
     std::map<unsigned, Attempt> m_own; ///< of each partition, the last one
 };
 

@@ -26,25 +26,12 @@ namespace {
 constexpr int kHeartbeatsMissed = 3;
 constexpr std::chrono::milliseconds kFlush{1000};
 
-// Sources are forgotten that were silent for long, when there are many.
-constexpr std::size_t kManySources = 10000;
-constexpr std::chrono::minutes kRemembered{60};
-
 // What the engine says about a pull; anything else ends it for good.
 constexpr std::string_view kHeartbeatStatus = "100";
 constexpr std::string_view kTimeOut = "408";
 
 // How a message is acknowledged that nobody can do anything with.
 constexpr const char* kHopeless = "+TERM";
-
-/// SERVICE.requests.PARTITION.CALLER.RUN.LINE
-std::string callerOf(natsMsg* msg) {
-    const std::string_view subject = natsMsg_GetSubject(msg);
-    std::size_t begin = 0;
-    for (int point = 0; point < 3; ++point)
-        begin = subject.find('.', begin) + 1;
-    return std::string(subject.substr(begin, subject.find('.', begin) - begin));
-}
 
 } // namespace
 
@@ -90,10 +77,8 @@ void NatsPartition::tryToOpen(unsigned long connectionLosses) {
         if (!m_reading.answers.flush(kFlush)) // the last acknowledgements
             return;
         lookAtStream();
-        if (const std::uint64_t dropped = m_reading.ledger.takeFirstDropped(m_number)) {
-            m_handedOut = std::min(m_handedOut, dropped - 1);
-            m_lastOf.clear(); // some of these have not run
-        }
+        if (const std::uint64_t dropped = m_reading.ledger.takeFirstDropped(m_number))
+            m_handedOut.takeBack(dropped);
         m_consumer.renew();
         m_nextDelivery = 1;
         m_expected = 0;
@@ -122,8 +107,7 @@ void NatsPartition::lookAtStream() {
     if (!m_streamCreated.empty() && created != m_streamCreated) {
         logAppUni("NatsChannel", __FILE__, 2, __LINE__,
                   "partition %u: the stream was made anew; what it held is gone", m_number);
-        m_handedOut = 0;
-        m_lastOf.clear();
+        m_handedOut.clear();
         m_consumer.forgetDoubt();
     }
     m_streamCreated = std::move(created);
@@ -148,7 +132,7 @@ void NatsPartition::forgetWaiting() {
     m_waiting.clear();
 }
 
-void NatsPartition::take(natsMsg* msg, const NatsDelivery& delivery) {
+void NatsPartition::take(natsMsg* msg, const NatsDelivery& delivery, const std::string& caller) {
     if (m_state != State::eOpen || delivery.consumer != m_consumer.name())
         return; // from before; it is delivered again
     m_lastHeard = Clock::now();
@@ -159,15 +143,15 @@ void NatsPartition::take(natsMsg* msg, const NatsDelivery& delivery) {
     ++m_nextDelivery;
     m_expected -= std::min<std::size_t>(m_expected, 1);
     const std::string acknowledgeTo = natsMsg_GetReply(msg);
-    if (wasHandedOut(delivery)) {
+    if (m_handedOut.contains(delivery.streamSequence, delivery.stored)) {
         logSkipped(delivery.streamSequence, "was handed out before");
         m_reading.connection.publish(acknowledgeTo, kAcknowledged); // the first time, that got lost
         return;
     }
-    Waiting waiting{delivery.streamSequence, delivery.stored, {}, natsMsg_GetSubject(msg), {}};
+    Waiting waiting{{delivery.streamSequence, delivery.stored, natsMsg_GetSubject(msg), {}}, {}};
     m_reading.ledger.add(m_number, std::hash<std::string>()(waiting.from), waiting.sequence,
                          acknowledgeTo);
-    const std::string answersTo = m_reading.connection.address().answers(callerOf(msg));
+    const std::string answersTo = m_reading.connection.address().answers(caller);
     auto decoded = decodeReceived(
         bytesOf(msg), NatsReturn{answersTo, m_number, m_tenure, waiting.sequence}.text(),
         m_reading.options.maxMessageBytes, m_reading.counters.refused,
@@ -182,22 +166,6 @@ void NatsPartition::take(natsMsg* msg, const NatsDelivery& delivery) {
         waiting.id = id;
     waiting.from += ' ' + waiting.msg.sourceChannel();
     m_waiting.push_back(std::move(waiting));
-}
-
-/// Its number alone does not tell: a server that was killed while its stream was empty may count on
-/// from a number that it had passed long before (nats-server 2.9.10). What it stores under a number
-/// for the second time is stored later than what we have seen.
-bool NatsPartition::wasHandedOut(const NatsDelivery& delivery) const {
-    return delivery.streamSequence <= m_handedOut && delivery.stored <= m_handedOutStored;
-}
-
-/// A server that was killed knows the ids of those messages only that it still holds, and stores one
-/// again whose caller has not heard of the first time. Since a caller has one message of a source on
-/// its way, that one follows the first directly among those of both.
-bool NatsPartition::isCopy(const Waiting& waiting) const {
-    const auto last = m_lastOf.find(waiting.from);
-    return last != m_lastOf.end() && !waiting.id.empty() && last->second.id == waiting.id &&
-           last->second.stored != waiting.stored;
 }
 
 /// Messages that are acknowledged because they have run.
@@ -238,7 +206,7 @@ void NatsPartition::handOut() {
 /// host dies.
 bool NatsPartition::dealWithFirst() {
     Waiting& first = m_waiting.front();
-    if (isCopy(first)) {
+    if (m_handedOut.isCopy(first)) {
         logSkipped(first.sequence, "was stored twice");
         m_reading.ledger.settle(m_number, first.sequence, kAcknowledged);
         return true;
@@ -252,22 +220,10 @@ bool NatsPartition::dealWithFirst() {
             return true;
         }
     }
-    remember(first);
+    m_handedOut.add(first);
     ++m_reading.counters.received;
     m_ready.push_back(std::move(first.msg));
     return true;
-}
-
-void NatsPartition::remember(const Waiting& waiting) {
-    m_handedOut = waiting.sequence;
-    m_handedOutStored = std::max(m_handedOutStored, waiting.stored); // a leader's clock may be late
-    const auto now = Clock::now();
-    if (m_lastOf.size() >= m_sweepAt) {
-        std::erase_if(m_lastOf,
-                      [now](const auto& entry) { return now - entry.second.at > kRemembered; });
-        m_sweepAt = std::max(kManySources, 2 * m_lastOf.size());
-    }
-    m_lastOf[waiting.from] = {waiting.id, waiting.stored, now};
 }
 
 void NatsPartition::giveUp(Waiting& waiting) {
@@ -283,7 +239,7 @@ void NatsPartition::giveUp(Waiting& waiting) {
         m_reading.answers.tell(NatsReturn::parse(msg.callbackChannel()).value().answersTo,
                                encode(Answer{false, msg.requestId(), msg.sourceChannel(), "",
                                              "the request was " + text}));
-    remember(waiting);
+    m_handedOut.add(waiting);
     m_reading.ledger.settle(m_number, waiting.sequence, kHopeless);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "channels/nats/read/NatsConsumer.h"
+#include "channels/nats/read/NatsHandedOut.h"
 #include "channels/nats/read/NatsLedger.h"
 #include "framework/CommsChannelDataContainerMessage.h"
 
@@ -8,7 +9,6 @@
 #include <deque>
 #include <nats/nats.h>
 #include <string>
-#include <unordered_map>
 
 namespace mirel {
 
@@ -55,8 +55,8 @@ public:
     /// when the engine does not answer.
     bool leave() { return m_consumer.remove(); }
 
-    /// A message that was delivered to this partition.
-    void take(natsMsg* msg, const NatsDelivery& delivery);
+    /// A message of that caller that was delivered to this partition.
+    void take(natsMsg* msg, const NatsDelivery& delivery, const std::string& caller);
 
     /// What the engine says about the pull with that number.
     void takeStatus(natsMsg* msg, unsigned long pull);
@@ -74,22 +74,11 @@ private:
 
     enum class State { eClosed, eOpening, eOpen };
 
-    struct Waiting {
-        std::uint64_t sequence;
-        std::uint64_t stored; ///< when, by the engine's clock
-        std::string id;       ///< empty: it has none
-        std::string from;     ///< the caller's process, and the source
+    struct Waiting : NatsHandedOut::Message {
         CommsChannelDataContainerMessage msg;
 
         /// For ever: a number alone may come again.
         std::string name() const { return std::to_string(sequence) + '.' + std::to_string(stored); }
-    };
-
-    /// The last message of one caller's process and one source that was handed out.
-    struct HandedOut {
-        std::string id;
-        std::uint64_t stored = 0;
-        Clock::time_point at{};
     };
 
     void tellFailure(const char* what, const char* why);
@@ -97,13 +86,10 @@ private:
     void pull();
     void disturbed(const std::string& why);
     void forgetWaiting();
-    bool wasHandedOut(const NatsDelivery& delivery) const;
-    bool isCopy(const Waiting& waiting) const;
     void logSkipped(std::uint64_t sequence, const char* why) const;
     void handOut();
     bool dealWithFirst();
     void giveUp(Waiting& waiting);
-    void remember(const Waiting& waiting);
 
     const NatsReading& m_reading;
     const unsigned m_number;
@@ -114,15 +100,11 @@ private:
     std::size_t m_expected = 0; ///< messages that it will still bring
     unsigned long m_connectionLosses = 0;
     std::uint64_t m_nextDelivery = 1; ///< consumer sequence
-    /// Every message up to this one in the stream was handed out here, or never delivered here. What
-    /// is delivered once more has run, or it was dropped, which lowers this. See `wasHandedOut`.
-    std::uint64_t m_handedOut = 0;
-    std::uint64_t m_handedOutStored = 0; ///< when the last one was, by the engine's clock
+    /// What was handed out has run, or is in work, or was dropped, and then it is taken back here.
+    NatsHandedOut m_handedOut;
     Clock::time_point m_lastHeard{};
     bool m_toldFailure = false;
-    std::string m_streamCreated; ///< when, as the engine tells it; empty: not known yet
-    std::size_t m_sweepAt = 0;
-    std::unordered_map<std::string, HandedOut> m_lastOf; ///< by `Waiting::from`
+    std::string m_streamCreated;   ///< when, as the engine tells it; empty: not known yet
     std::deque<Waiting> m_waiting; ///< taken, in the ledger, and not handed out yet
     std::deque<CommsChannelDataContainerMessage> m_ready;
 };

@@ -38,7 +38,15 @@ unsigned long cutNumber(std::string_view& text) {
 NatsReader::NatsReader(NatsConnection& connection, const NatsChannelOptions& options,
                        MessageQueue& queue, NatsLedger& ledger, ChannelCounters& counters,
                        NatsAnswers& answers, const std::string& inbox)
-    : m_attempts(connection, options.stream.replicas),
+    : m_attemptsKept(connection, connection.address().attempts(), std::chrono::milliseconds(0),
+                     options.stream.replicas),
+      m_attempts({[this](const std::string& key) {
+                      const auto value = m_attemptsKept.get(key);
+                      return value ? value->text : std::string();
+                  },
+                  [this](const std::string& key, const std::string& text) {
+                      m_attemptsKept.put(key, text);
+                  }}),
       m_answers(answers),
       m_reading{connection, options, queue, ledger, counters, m_attempts, answers, inbox},
       m_leases(connection, options) {
@@ -152,13 +160,9 @@ bool NatsReader::receiveSome(std::int64_t patienceMs) {
 void NatsReader::take(natsMsg* msg) {
     const char* const reply = natsMsg_GetReply(msg);
     if (const auto delivery = NatsDelivery::parse(reply ? reply : "")) {
-        // SERVICE.requests.PARTITION.CALLER.RUN.LINE
-        std::string_view subject = natsMsg_GetSubject(msg);
-        const std::size_t fixed =
-            m_reading.connection.address().stream().size() + std::string_view(".requests.").size();
-        subject.remove_prefix(std::min(subject.size(), fixed));
-        if (const unsigned long number = cutNumber(subject); number < m_partitions.size())
-            m_partitions[number].take(msg, *delivery);
+        const auto request = m_reading.connection.address().parseRequest(natsMsg_GetSubject(msg));
+        if (request && request->partition < m_partitions.size())
+            m_partitions[request->partition].take(msg, *delivery, request->caller);
         return;
     }
     takeOwn(msg);

@@ -42,6 +42,7 @@ private:
     void tellProgress();
     void leaveAll();
 
+    NatsBucket m_attemptsKept;
     NatsAttempts m_attempts;
     NatsAnswers& m_answers;
     NatsReading m_reading;

@@ -3,8 +3,8 @@
 #include "framework/MirelException.h"
 
 #include <algorithm>
+#include <charconv>
 #include <sstream>
-#include <string_view>
 
 namespace mirel {
 
@@ -12,6 +12,7 @@ namespace {
 
 constexpr std::string_view kPlain = "nats://";
 constexpr std::string_view kEncrypted = "tls://";
+constexpr const char* kRequests = ".requests.";
 constexpr std::string_view kDefaultPort = ":4222";
 constexpr std::size_t kLongestName = 200; ///< the engine's limit for a stream is 255
 
@@ -65,8 +66,23 @@ std::string NatsAddress::requests(unsigned partition) const {
 
 std::string NatsAddress::requests(unsigned partition, const std::string& caller,
                                   const std::string& run, const std::string& line) const {
-    return m_service + ".requests." + std::to_string(partition) + "." + caller + "." + run + "." +
+    return m_service + kRequests + std::to_string(partition) + "." + caller + "." + run + "." +
            line;
+}
+
+std::optional<NatsAddress::Request> NatsAddress::parseRequest(std::string_view subject) const {
+    const std::string beginning = m_service + kRequests;
+    if (!subject.starts_with(beginning))
+        return std::nullopt;
+    subject.remove_prefix(beginning.size());
+    Request request{};
+    const char* const end = subject.data() + subject.size();
+    const auto [point, error] = std::from_chars(subject.data(), end, request.partition);
+    if (error != std::errc() || point == end || *point != '.')
+        return std::nullopt;
+    subject.remove_prefix(static_cast<std::size_t>(point + 1 - subject.data()));
+    request.caller = subject.substr(0, subject.find('.'));
+    return request;
 }
 
 } // namespace mirel

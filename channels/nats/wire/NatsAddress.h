@@ -1,6 +1,8 @@
 #pragma once
 
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace mirel {
@@ -25,6 +27,15 @@ public:
     /// other.
     std::string requests(unsigned partition, const std::string& caller, const std::string& run,
                          const std::string& line) const;
+
+    /// What a subject of a request says.
+    struct Request {
+        unsigned long partition;
+        std::string caller;
+    };
+    /// Nothing when it is no such subject of this service.
+    std::optional<Request> parseRequest(std::string_view subject) const;
+
     std::string answers(const std::string& caller) const {
         return m_service + ".answers." + caller;
     }

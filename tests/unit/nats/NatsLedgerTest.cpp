@@ -1,4 +1,6 @@
 #include "channels/nats/read/NatsLedger.h"
+#include "channels/nats/read/NatsOutbox.h"
+#include "tests/unit/Support.h"
 
 #include <gtest/gtest.h>
 
@@ -49,12 +51,33 @@ TEST_F(NatsLedgerTest, LeavesInTheStreamWhatIsBehindOneThatStays) {
     EXPECT_EQ(m_ledger.takeFirstDropped(1), 0U);
 }
 
-TEST_F(NatsLedgerTest, TellsWhatTheEngineHasNotHeardAbout) {
+TEST_F(NatsLedgerTest, TellsWhatTheServerHasNotHeardAbout) {
     add(7, {1, 2});
     m_ledger.settle(1, 2, "+");
     EXPECT_EQ(m_ledger.silentFor(std::chrono::hours(1)).size(), 0U);
     EXPECT_EQ(m_ledger.silentFor(std::chrono::seconds(0)).size(), 2U)
         << "the one that waits for the other included";
+}
+
+TEST(NatsOutbox, HoldsUpNobodyWhileTheServerTakesNothing) {
+    Events sent;
+    Gate server;
+    NatsOutbox outbox([&](const NatsOutbox::Item& item) {
+        sent.add("at " + item.to);
+        server.pass();
+    });
+    NatsLedger ledger([&](const std::string& to, const char* how) { outbox.add({to, how, {}}); });
+    for (const std::uint64_t sequence : {1, 2, 3})
+        ledger.add(1, 7, sequence, std::to_string(sequence));
+    ledger.settle(1, 1, "+");
+    sent.waitFor(1); // it is being sent now
+    ledger.settle(1, 3, "+");
+    ledger.settle(1, 2, "+");
+    EXPECT_EQ(ledger.unsettled(1), 0U);
+    EXPECT_FALSE(outbox.waitUntilSent(std::chrono::milliseconds(1)));
+    server.open();
+    EXPECT_TRUE(outbox.waitUntilSent(std::chrono::minutes(1)));
+    EXPECT_EQ(sent.waitFor(3), (std::vector<std::string>{"at 1", "at 2", "at 3"}));
 }
 
 } // namespace
