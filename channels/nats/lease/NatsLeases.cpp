@@ -144,7 +144,7 @@ void NatsLeases::renew(unsigned partition) {
         const std::lock_guard lock(m_mutex);
         revision = m_leases.at(partition).revision;
     }
-    const Time asked = now(); // the engine counts from its writing, which is later
+    const Time asked = now(); // the server counts from its writing, which is later
     auto renewed = m_bucket.update(keyOf(partition), m_owner, revision);
     if (!renewed) {
         // An update whose answer was lost has been made all the same.
@@ -178,7 +178,8 @@ void NatsLeases::seize(unsigned partition) {
         m_leases[partition] = Lease{*revision, asked + m_lifetime, ++m_tenures};
     }
     if (loggingOnAppUni("NatsLeases", 4))
-        logAppUni("NatsLeases", __FILE__, 4, __LINE__, "partition %u is ours", partition);
+        logAppUni("NatsLeases", __FILE__, 4, __LINE__, "partition %u is served here now",
+                  partition);
 }
 
 void NatsLeases::chooseSurplus(unsigned share) {

@@ -15,7 +15,7 @@ class NatsConnection;
 struct NatsChannelOptions;
 
 /// Which partitions this process may read. Each belongs to one process at a time: to the one whose
-/// name is under the partition's key in a bucket of the engine whose values disappear when they are
+/// name is under the partition's key in a bucket of the server whose values disappear when they are
 /// not written again in time. The hosts of a service count each other by keys of the same kind, and
 /// none keeps more than its share.
 ///
@@ -73,7 +73,8 @@ private:
     NatsBucket m_bucket;          ///< the thread's
     std::uint64_t m_presence = 0; ///< the thread's: revision of this process's own key
 
-    // Guarded by m_mutex, under which nothing is sent or logged; only the thread adds and removes leases.
+    // Guarded by m_mutex, under which nothing is sent or logged; only the thread adds and removes
+    // leases.
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     std::map<unsigned, Lease> m_leases;

@@ -12,7 +12,8 @@
 
 namespace mirel {
 
-/// Gives a caller its answers in the order of each source's requests, and each once. An answer that
+/// Gives a caller its answers in the order of each source's requests, and each once (a source: what
+/// it sends under one source channel). An answer that
 /// was lost on its way is repeated by the host, and meanwhile those behind it have come; they wait
 /// for it, but not for ever, because its host may have died. Used by one thread.
 class NatsAnswerOrder {

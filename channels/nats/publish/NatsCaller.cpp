@@ -22,7 +22,7 @@ namespace {
 
 constexpr std::size_t kMostUnconfirmed = 1000;
 constexpr std::size_t kConfirmedAtOnce = 64; ///< answers
-constexpr std::size_t kOverhead = 200;       ///< of the engine's header, which counts to its limit
+constexpr std::size_t kOverhead = 200;       ///< of the server's header, which counts to its limit
 
 [[noreturn]] void fail(const std::string& text) { throw MirelException(text, __FILE__, __LINE__); }
 
@@ -32,8 +32,8 @@ std::string hexadecimal(std::uint64_t number) {
     return text.str();
 }
 
-/// What is acknowledged one after the other is on one subject: the requests of a source, and all that
-/// is no request. See NatsLedger.
+/// What is acknowledged one after the other is on one subject: the requests of a source, and all
+/// that is no request. See NatsLedger.
 std::string lineOf(CommsChannelDataContainerMessage& msg) {
     return isInvokerRequest(msg) ? hexadecimal(stableHash(msg.sourceChannel())) : "-";
 }
@@ -57,7 +57,7 @@ NatsCaller::NatsCaller(const NatsCallerOptions& options)
         &made, m_connection->get(), m_connection->address().answers(m_name).c_str());
     m_answers.reset(made);
     if (status != NATS_OK)
-        fail("answers cannot be subscribed to: " + std::string(natsStatus_GetText(status)));
+        fail("no answers can be received: " + std::string(natsStatus_GetText(status)));
     natsSubscription_SetPendingLimits(made, -1, -1);
     try {
         m_publisher = std::make_unique<NatsPublisher>(*m_connection, kMostUnconfirmed);
@@ -93,7 +93,7 @@ bool NatsCaller::send(CommsChannelDataContainerMessage& msg, std::chrono::millis
     return taken;
 }
 
-/// By which the engine knows a message that is sent once more. Request numbers tell the requests of
+/// By which the server knows a message that is sent once more. Request numbers tell the requests of
 /// one source apart; nothing tells other messages apart.
 std::string NatsCaller::idOf(CommsChannelDataContainerMessage& msg) {
     if (!isInvokerRequest(msg))

@@ -14,16 +14,16 @@ namespace mirel {
 class NatsConnection;
 class NatsPublisher;
 
-/// A caller of a service whose requests are kept by NATS JetStream. What `send` has taken is brought
-/// into the service's stream in the order of its source, however often the connection or a server is
-/// lost, as long as the caller lives.
+/// A caller of a service whose requests are kept by NATS JetStream. What `send` has taken is
+/// brought into the service's stream in the order of its source (what has one source channel),
+/// however often the connection or a server is lost, as long as the caller lives.
 class NatsCaller : public Caller {
 public:
     /// Connects. `MirelException` with one clear text when there is no server or no such service
     /// within the patience.
     explicit NatsCaller(const NatsCallerOptions& options);
 
-    /// Waits a bounded time until the engine has what `send` has taken.
+    /// Waits a bounded time until the server has what `send` has taken.
     ~NatsCaller() override;
 
     bool send(CommsChannelDataContainerMessage& msg, std::chrono::milliseconds patience) override;

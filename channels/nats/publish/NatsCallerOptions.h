@@ -10,9 +10,9 @@ namespace mirel {
 struct NatsCallerOptions {
     NatsConnectionOptions connection;
 
-    /// Under which answers come back and requests are known to the engine: letters, digits, - and _.
-    /// A caller that comes back under its name and repeats a request with its id does not make it
-    /// run twice, within two minutes. Empty: a new one.
+    /// Under which answers come back and requests are known to the server: letters, digits, - and
+    /// _. A caller that comes back under its name and repeats a request with its id does not make
+    /// it run twice, within two minutes. Empty: a new one.
     std::string name;
 
     /// Largest message sent, as encoded, in bytes; the server has its own limit.

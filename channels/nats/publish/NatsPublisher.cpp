@@ -122,8 +122,8 @@ void NatsPublisher::repeatOverdue() {
 
 /// Without the lock, because a server that is stopped makes this wait. A message still never leaves
 /// behind a later one of its source: `send` returns when its own has left, and what is repeated or
-/// comes after a confirmation leaves by the one thread that takes confirmations. What cannot be sent
-/// now is overdue in its time; without a connection that is as soon as there is one.
+/// comes after a confirmation leaves by the one thread that takes confirmations. What cannot be
+/// sent now is overdue in its time; without a connection that is as soon as there is one.
 void NatsPublisher::transmit(const NatsSendWindow::Transmission& transmission) {
     if (!m_connection.connected())
         return;

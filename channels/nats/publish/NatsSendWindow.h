@@ -42,8 +42,8 @@ public:
     /// Nothing is to be sent when the message waits for another one of its source.
     std::optional<Transmission> add(Message message, Time now);
 
-    /// The server has stored the message of that confirmation, or had done so before. The next one of
-    /// the source, if there is one. A late confirmation of the former message does nothing.
+    /// The server has stored the message of that confirmation, or had done so before. The next one
+    /// of the source, if there is one. A late confirmation of the former message does nothing.
     std::optional<Transmission> confirmed(const std::string& replyTo, Time now);
 
     /// The server does not take the message now; it is overdue a little later.

@@ -50,8 +50,8 @@ void NatsAnswers::answer(Answer answer) {
     }
     tell(way->answersTo, std::move(bytes));
     ++m_counters->answersSent;
-    // The answer first: whoever dies between the two leaves a request that is run again, and not one
-    // that is never answered.
+    // The answer first: whoever dies between the two leaves a request that is run again, and not
+    // one that is never answered.
     acknowledge(*way);
 }
 

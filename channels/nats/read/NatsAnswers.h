@@ -21,13 +21,13 @@ struct ChannelCounters;
 struct NatsReturn;
 
 /// Sends answers to their callers and acknowledges the requests. An answer is repeated until its
-/// caller has confirmed it, because the engine forgets a message for somebody who is not connected
+/// caller has confirmed it, because the server forgets a message for somebody who is not connected
 /// just then; but it is kept only here, and for a limited time. So answers may overtake each other,
 /// and the caller puts them in their order again. Any thread.
 class NatsAnswers : public AnswerSink {
 public:
-    /// Answers ask for their confirmation at `inbox`answers.NUMBER; what comes to `inbox`answers.0 has
-    /// the numbers in its body. What comes to `inbox`wake.0 wakes the channel's thread.
+    /// Answers ask for their confirmation at `inbox`answers.NUMBER; what comes to `inbox`answers.0
+    /// has the numbers in its body. What comes to `inbox`wake.0 wakes the channel's thread.
     NatsAnswers(std::shared_ptr<NatsConnection> connection, std::shared_ptr<NatsOutbox> outbox,
                 std::shared_ptr<NatsLedger> ledger, std::shared_ptr<ChannelCounters> counters,
                 std::size_t maxAnswerBytes, std::string inbox);
@@ -36,7 +36,8 @@ public:
     bool abandon(Answer failure) override;
     bool claim(const std::string& callbackChannel) override;
 
-    /// By whose leases a request may run; null: none may any more. To be set before the first message.
+    /// By whose leases a request may run; null: none may any more. To be set before the first
+    /// message.
     void setLeases(const NatsLeases* leases);
 
     /// From now on a request that is not answered is left to the next host.

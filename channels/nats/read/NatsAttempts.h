@@ -11,8 +11,8 @@ namespace mirel {
 /// who comes after a host that died of it knows. Used by one thread.
 class NatsAttempts {
 public:
-    /// Where the counts are kept, and stay when this process is gone: a text under each key, at first
-    /// an empty one. Both functions may throw `NatsError`.
+    /// Where the counts are kept, and stay when this process is gone: a text under each key, at
+    /// first an empty one. Both functions may throw `NatsError`.
     struct Store {
         std::function<std::string(const std::string& key)> read;
         std::function<void(const std::string& key, const std::string& text)> write;
@@ -20,9 +20,9 @@ public:
 
     explicit NatsAttempts(Store store) : m_store(std::move(store)) {}
 
-    /// Counts this process's attempt at the message, once. False, and nothing is counted, when there
-    /// have been `most` of others, the one included that brought it in doubt. `NatsError`; to be
-    /// called again then.
+    /// Counts this process's attempt at the message, once. False, and nothing is counted, when
+    /// there have been `most` of others, the one included that brought it in doubt. `NatsError`; to
+    /// be called again then.
     bool begin(unsigned partition, const std::string& message, unsigned most);
 
 private:

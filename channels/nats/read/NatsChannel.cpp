@@ -32,9 +32,11 @@ const NatsChannelOptions& checked(const NatsChannelOptions& options) {
             "1 to 100000 requests may be unacknowledged");
     require(options.acknowledgeWithin >= kShortestAcknowledgement,
             "the time for acknowledging must be a second at least");
-    require(options.maxDeliveries >= 2, "a request must have two deliveries at least: the first "
-                                        "brings others in doubt that came with it");
+    require(options.maxDeliveries >= 2,
+            "a request must be delivered twice at least before it is given up: the first time does "
+            "not tell it from the requests beside it");
     require(options.lease >= kShortestLease, "a lease must last a second at least");
+    require(options.maxMessageBytes >= 1, "messages must have a byte at least");
     return options;
 }
 

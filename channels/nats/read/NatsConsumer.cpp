@@ -94,9 +94,9 @@ bool NatsConsumer::remove() noexcept {
     }
 }
 
-/// The engine takes them when it finds the time, and those that it has not taken when the consumer is
-/// deleted are lost. What was delivered and is not acknowledged stays pending: once the number does
-/// not fall any more, they have been taken.
+/// The server takes them when it finds the time, and those that it has not taken when the consumer
+/// is deleted are lost. What was delivered and is not acknowledged stays pending: once the number
+/// does not fall any more, they have been taken.
 void NatsConsumer::awaitAcknowledgements() {
     for (int look = 0, before = -1; look < kMostLooks; ++look) {
         const json info = call("INFO", m_name);

@@ -11,15 +11,15 @@ namespace mirel {
 
 class NatsConnection;
 
-/// While it has nothing to deliver, the engine says so. A reader that hears nothing for a few of these
-/// has lost its consumer.
+/// While it has nothing to deliver, the server says so. A reader that hears nothing for a few of
+/// these has lost its consumer.
 constexpr std::chrono::milliseconds kHeartbeat{1000};
 
-/// The engine's part of reading one partition: what has been delivered and acknowledged. It is never
-/// resumed. What its reader had in work when it died would be delivered only when its time is up,
-/// behind messages that were sent later, and a reader that was only paused would take messages away
-/// from its successor. A new one delivers what is not acknowledged, from the beginning, in the order
-/// of the stream.
+/// The server's part of reading one partition: what has been delivered and acknowledged. It is
+/// never resumed. What its reader had in work when it died would be delivered only when its time is
+/// up, behind messages that were sent later, and a reader that was only paused would take messages
+/// away from its successor. A new one delivers what is not acknowledged, from the beginning, in the
+/// order of the stream.
 ///
 /// Used by one thread.
 class NatsConsumer {
@@ -34,7 +34,7 @@ public:
     /// Asks for `batch` messages, which are delivered to the subject as they come.
     void pull(std::size_t batch, const std::string& deliverTo);
 
-    /// Deletes it: nobody's delivery is in doubt. False when the engine does not answer.
+    /// Deletes it: nobody's delivery is in doubt. False when the server does not answer.
     bool remove() noexcept;
 
     /// Of a stream that is not there any more.

@@ -36,7 +36,7 @@ void storeDeadLetter(NatsConnection& connection, const std::string& bytes, const
         throw NatsError(0, natsStatus_GetText(status));
     const auto answer = nlohmann::json::parse(bytesOf(received), nullptr, false);
     if (!answer.is_object() || answer.contains("error"))
-        throw NatsError(0, "the engine did not store it");
+        throw NatsError(0, "the server did not store it");
 }
 
 } // namespace mirel

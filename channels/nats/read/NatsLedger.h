@@ -15,16 +15,17 @@ namespace mirel {
 /// The messages that were delivered to this process and are not acknowledged yet. Any thread.
 ///
 /// Those of one subject are acknowledged in the order in which they were delivered, because the
-/// engine needs it: nats-server 2.9.10 keeps the first and the last message of each subject, and does
-/// not correct the last one when that is removed. When one message is left in the end, it takes that
-/// removed one for it, and no new consumer finds the message that is there. (An acknowledgement that
-/// is lost with a connection may leave one invisible; it has run.)
+/// server needs it: nats-server 2.9.10 keeps the first and the last message of each subject, and
+/// does not correct the last one when that is removed. When one message is left in the end, it
+/// takes that removed one for it, and no new consumer finds the message that is there. (An
+/// acknowledgement that is lost with a connection may leave one invisible; it has run.)
 class NatsLedger {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// `acknowledge(to, how)` hands over an acknowledgement to be sent, and must not wait for that: it
-    /// is called with the ledger locked, so that those of a subject are handed over in their order.
+    /// `acknowledge(to, how)` hands over an acknowledgement to be sent, and must not wait for that:
+    /// it is called with the ledger locked, so that those of a subject are handed over in their
+    /// order.
     using Acknowledge = std::function<void(const std::string& to, const char* how)>;
     explicit NatsLedger(Acknowledge acknowledge);
 
@@ -32,8 +33,8 @@ public:
     void add(unsigned partition, std::uint64_t subject, std::uint64_t sequence,
              std::string acknowledgeTo);
 
-    /// The message is done with: acknowledged as `how` says, now or behind those before it. True when
-    /// the partition's reader wants to be woken.
+    /// The message is done with: acknowledged as `how` says, now or behind those before it. True
+    /// when the partition's reader wants to be woken.
     bool settle(unsigned partition, std::uint64_t sequence, const char* how);
 
     /// Instead of `settle`, for a message that was handed out and has not been run. It stays in the
@@ -53,7 +54,7 @@ public:
     /// acknowledgements is still to be sent.
     std::size_t unsettled(unsigned partition) const;
 
-    /// What the messages are acknowledged by that the engine has heard nothing about for `silence`;
+    /// What the messages are acknowledged by that the server has heard nothing about for `silence`;
     /// they count as heard about now.
     std::vector<std::string> silentFor(Clock::duration silence);
 
@@ -86,7 +87,8 @@ private:
     // Guarded by m_mutex.
     mutable std::mutex m_mutex;
     Entries m_entries;
-    /// By partition and sequence. A stream that is made anew may have a sequence in another partition.
+    /// By partition and sequence. A stream that is made anew may have a sequence in another
+    /// partition.
     std::map<std::pair<unsigned, std::uint64_t>, std::uint64_t> m_subjects;
     std::map<unsigned, Partition> m_partitions;
 };

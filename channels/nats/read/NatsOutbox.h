@@ -12,8 +12,8 @@
 
 namespace mirel {
 
-/// What a channel tells about its requests, on its way to the server: acknowledgements and answers. A
-/// thread of its own sends them in the order in which they were added. So nobody else waits for a
+/// What a channel tells about its requests, on its way to the server: acknowledgements and answers.
+/// A thread of its own sends them in the order in which they were added. So nobody else waits for a
 /// server that is stopped, whatever locks he holds.
 class NatsOutbox : public Threadable {
 public:
@@ -23,7 +23,8 @@ public:
         std::string replyTo; ///< empty: none
     };
 
-    /// Starts the thread. `send` is called by it only, without a lock, and may wait for the network.
+    /// Starts the thread. `send` is called by it only, without a lock, and may wait for the
+    /// network.
     explicit NatsOutbox(std::function<void(const Item&)> send);
 
     /// Sends what has been added.

@@ -26,12 +26,18 @@ namespace {
 constexpr int kHeartbeatsMissed = 3;
 constexpr std::chrono::milliseconds kFlush{1000};
 
-// What the engine says about a pull; anything else ends it for good.
+// What the server says about a pull; anything else ends it for good.
 constexpr std::string_view kHeartbeatStatus = "100";
 constexpr std::string_view kTimeOut = "408";
 
 // How a message is acknowledged that nobody can do anything with.
 constexpr const char* kHopeless = "+TERM";
+
+/// Empty: it has none.
+std::string headerOf(natsMsg* msg, const char* name) {
+    const char* value = nullptr;
+    return natsMsgHeader_Get(msg, name, &value) == NATS_OK && value ? value : "";
+}
 
 } // namespace
 
@@ -60,7 +66,7 @@ void NatsPartition::tick(unsigned long connectionLosses, bool allRead) {
         disturbed("the connection was lost");
     if (m_state == State::eOpen && allRead &&
         Clock::now() - m_lastHeard > kHeartbeatsMissed * kHeartbeat)
-        disturbed("nothing is heard from the engine");
+        disturbed("nothing is heard from the server");
     if (m_state == State::eOpen && m_expected == 0)
         pull();
     if (m_state == State::eOpen)
@@ -87,10 +93,12 @@ void NatsPartition::tryToOpen(unsigned long connectionLosses) {
         m_toldFailure = false;
         if (loggingOnAppUni("NatsChannel", 4))
             logAppUni("NatsChannel", __FILE__, 4, __LINE__,
-                      "partition %u is read, in doubt up to %llu", m_number,
-                      static_cast<unsigned long long>(m_consumer.inDoubt()));
+                      "partition %u is read; a host has died with its messages up to number %llu "
+                      "(0: none)",
+                      m_number, static_cast<unsigned long long>(m_consumer.inDoubt()));
     } catch (const std::exception& failure) { // its answers may be unreadable, too
-        tellFailure("it cannot be read now, and is tried again", failure.what());
+        tellFailure("the server cannot be asked for requests now, and is asked again",
+                    failure.what());
     }
 }
 
@@ -100,13 +108,14 @@ void NatsPartition::tellFailure(const char* what, const char* why) {
                   why);
 }
 
-/// What is known about messages is known by their number in this stream, and worth nothing in another
-/// one that was made in its place.
+/// What is known about messages is known by their number in this stream, and worth nothing in
+/// another one that was made in its place.
 void NatsPartition::lookAtStream() {
     std::string created = createdAt(m_reading.connection);
     if (!m_streamCreated.empty() && created != m_streamCreated) {
         logAppUni("NatsChannel", __FILE__, 2, __LINE__,
-                  "partition %u: the stream was made anew; what it held is gone", m_number);
+                  "partition %u: the service's stream was made anew, and what it held is gone",
+                  m_number);
         m_handedOut.clear();
         m_consumer.forgetDoubt();
     }
@@ -121,7 +130,8 @@ void NatsPartition::pull() {
 
 void NatsPartition::disturbed(const std::string& why) {
     logAppUni("NatsChannel", __FILE__, 3, __LINE__,
-              "partition %u begins again behind what was acknowledged: %s", m_number, why.c_str());
+              "partition %u is read again from the first request that is not acknowledged: %s",
+              m_number, why.c_str());
     m_state = State::eOpening;
     forgetWaiting();
 }
@@ -161,9 +171,7 @@ void NatsPartition::take(natsMsg* msg, const NatsDelivery& delivery, const std::
         return;
     }
     waiting.msg = *std::move(decoded);
-    const char* id = nullptr;
-    if (natsMsgHeader_Get(msg, "Nats-Msg-Id", &id) == NATS_OK)
-        waiting.id = id;
+    waiting.id = headerOf(msg, "Nats-Msg-Id");
     waiting.from += ' ' + waiting.msg.sourceChannel();
     m_waiting.push_back(std::move(waiting));
 }
@@ -172,7 +180,7 @@ void NatsPartition::take(natsMsg* msg, const NatsDelivery& delivery, const std::
 void NatsPartition::logSkipped(std::uint64_t sequence, const char* why) const {
     if (loggingOnAppUni("NatsChannel", 4))
         logAppUni("NatsChannel", __FILE__, 4, __LINE__,
-                  "partition %u: message %llu is not run: it %s", m_number,
+                  "partition %u: message %llu does not run again: it %s", m_number,
                   static_cast<unsigned long long>(sequence), why);
 }
 
@@ -180,13 +188,11 @@ void NatsPartition::takeStatus(natsMsg* msg, unsigned long pull) {
     if (m_state != State::eOpen || pull != m_pull)
         return;
     m_lastHeard = Clock::now();
-    const char* status = "";
-    natsMsgHeader_Get(msg, "Status", &status);
-    const std::string_view code = status;
+    const std::string code = headerOf(msg, "Status");
     if (code == kTimeOut)
         m_expected = 0;
     else if (code != kHeartbeatStatus)
-        disturbed("the engine says " + std::string(code));
+        disturbed("the server says " + std::string(code) + " " + headerOf(msg, "Description"));
 }
 
 void NatsPartition::handOut() {
@@ -195,15 +201,17 @@ void NatsPartition::handOut() {
             m_waiting.pop_front();
         m_toldFailure = false;
     } catch (const NatsError& failure) {
-        tellFailure("what its host may have died of waits", failure.what());
+        tellFailure(
+            "a request that may have killed a host waits, because the server cannot note that now",
+            failure.what());
     }
     if (!m_ready.empty())
         m_reading.queue.sendWhatFits(m_ready);
     m_ready.clear(); // not empty only if the queue is closed: then others will read it
 }
 
-/// False when it has to wait. Messages in doubt run one at a time, so that it is known of which one a
-/// host dies.
+/// False when it has to wait. Messages in doubt run one at a time, so that it is known of which one
+/// a host dies.
 bool NatsPartition::dealWithFirst() {
     Waiting& first = m_waiting.front();
     if (m_handedOut.isCopy(first)) {
@@ -231,7 +239,8 @@ void NatsPartition::giveUp(Waiting& waiting) {
     const std::string text = "given up: its host died " +
                              std::to_string(m_reading.options.maxDeliveries) +
                              " times while the request was in work";
-    logAppUni("NatsChannel", __FILE__, 2, __LINE__, "message %llu of '%s', request %ld, %s",
+    logAppUni("NatsChannel", __FILE__, 2, __LINE__,
+              "message %llu of source '%s', request %ld, was %s",
               static_cast<unsigned long long>(waiting.sequence), msg.sourceChannel().c_str(),
               msg.requestId(), text.c_str());
     storeDeadLetter(m_reading.connection, encode(msg), text, waiting.name());

@@ -31,10 +31,11 @@ struct NatsReading {
     std::string inbox; ///< prefix of the subjects that messages are delivered to
 };
 
-/// One partition as its reader sees it: closed, open, or on the way there, which it takes when it is
-/// opened and whenever the engine's delivery is not the next message for the first time (a lost
-/// connection, another leader, a gap, a repetition). It hands out nothing more then, lets what is in
-/// work finish, and begins again behind what was acknowledged. Used by the channel's thread only.
+/// One partition as its reader sees it: closed, open, or on the way there, which it takes when it
+/// is opened and whenever the server's delivery is not the next message for the first time (a lost
+/// connection, another leader, a gap, a repetition). It hands out nothing more then, lets what is
+/// in work finish, and begins again behind what was acknowledged. Used by the channel's thread
+/// only.
 class NatsPartition {
 public:
     NatsPartition(const NatsReading& reading, unsigned number);
@@ -51,21 +52,21 @@ public:
     /// Whether nothing is in work that was handed out.
     bool isIdle() const;
 
-    /// Deletes its consumer, so that a successor need not doubt anything. Closed and idle only. False
-    /// when the engine does not answer.
+    /// Deletes its consumer, so that a successor need not doubt anything. Closed and idle only.
+    /// False when the server does not answer.
     bool leave() { return m_consumer.remove(); }
 
     /// A message of that caller that was delivered to this partition.
     void take(natsMsg* msg, const NatsDelivery& delivery, const std::string& caller);
 
-    /// What the engine says about the pull with that number.
+    /// What the server says about the pull with that number.
     void takeStatus(natsMsg* msg, unsigned long pull);
 
     /// Hands out what has been taken, and looks after the rest. To be called again and again.
     /// `allRead`: nothing that was delivered waits to be taken, so that silence means something.
     void tick(unsigned long connectionLosses, bool allRead);
 
-    /// Opening asks the engine several things, and takes seconds in a bad moment.
+    /// Opening asks the server several things, and takes seconds in a bad moment.
     bool wantsToOpen() const;
     void tryToOpen(unsigned long connectionLosses);
 
@@ -104,7 +105,7 @@ private:
     NatsHandedOut m_handedOut;
     Clock::time_point m_lastHeard{};
     bool m_toldFailure = false;
-    std::string m_streamCreated;   ///< when, as the engine tells it; empty: not known yet
+    std::string m_streamCreated;   ///< when, as the server tells it; empty: not known yet
     std::deque<Waiting> m_waiting; ///< taken, in the ledger, and not handed out yet
     std::deque<CommsChannelDataContainerMessage> m_ready;
 };

@@ -59,7 +59,7 @@ NatsReader::NatsReader(NatsConnection& connection, const NatsChannelOptions& opt
 
 NatsReader::~NatsReader() {
     m_stop = true;
-    waitForThreadCompletion(); // one tick at most, unless the engine is asked just now
+    waitForThreadCompletion(); // one tick at most, unless the server is asked just now
     natsSubscription_Unsubscribe(m_subscription.get());
 }
 
@@ -70,7 +70,7 @@ void NatsReader::subscribe() {
     m_subscription.reset(made);
     if (status != NATS_OK)
         throw NatsError(0, natsStatus_GetText(status));
-    // What the engine delivers is bounded by what is not acknowledged; the library must drop none.
+    // What the server delivers is bounded by what is not acknowledged; the library must drop none.
     natsSubscription_SetPendingLimits(made, -1, -1);
 }
 
@@ -95,8 +95,8 @@ void NatsReader::run() {
     m_reading.queue.close(); // ends the executor's loop if it has not ended
     if (failure.empty())
         return;
-    // Nobody reads the partitions here any more, so that others must. As when a lease runs out, what
-    // has not been started is left to them, and what is running runs there once more.
+    // Nobody reads the partitions here any more, so that others must. As when a lease runs out,
+    // what has not been started is left to them, and what is running runs there once more.
     m_leases.end();
     logAppUni("NatsChannel", __FILE__, 2, __LINE__, "the channel ends: %s", failure.c_str());
 }
@@ -130,8 +130,8 @@ void NatsReader::follow(NatsPartition& partition, unsigned number) {
     const bool surplus = m_leases.isSurplus(number);
     if (partition.tenure() != 0 && (partition.tenure() != tenure || surplus)) {
         logAppUni("NatsChannel", __FILE__, 3, __LINE__,
-                  "partition %u: nothing more is handed out, because %s", number,
-                  surplus ? "another host has too few" : "its lease ran out");
+                  "partition %u is not served here any more: %s", number,
+                  surplus ? "another host has too few partitions" : "its lease ran out");
         partition.close();
     }
     if (tenure != 0 && surplus && partition.isIdle()) {
@@ -173,7 +173,7 @@ void NatsReader::takeOwn(natsMsg* msg) {
     std::string_view subject = natsMsg_GetSubject(msg);
     subject.remove_prefix(std::min(subject.size(), m_reading.inbox.size()));
     if (subject.starts_with("answers.")) {
-        // Without a body it is the engine's word that the caller is not there now.
+        // Without a body it is the server's word that the caller is not there now.
         std::string_view numbers = bytesOf(msg);
         while (!numbers.empty())
             m_answers.confirmed(cutNumber(numbers));

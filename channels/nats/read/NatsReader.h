@@ -14,7 +14,7 @@ namespace mirel {
 class NatsAnswers;
 
 /// The thread of a channel: reads the partitions that are this process's and puts what they deliver
-/// into the queue, and tells the engine what is still in work.
+/// into the queue, and tells the server what is still in work.
 class NatsReader : public Threadable {
 public:
     /// Starts the thread. `NatsError`. The other objects must outlive this one.

@@ -14,7 +14,7 @@ constexpr std::string_view kPlain = "nats://";
 constexpr std::string_view kEncrypted = "tls://";
 constexpr const char* kRequests = ".requests.";
 constexpr std::string_view kDefaultPort = ":4222";
-constexpr std::size_t kLongestName = 200; ///< the engine's limit for a stream is 255
+constexpr std::size_t kLongestName = 200; ///< the server's limit for a stream is 255
 
 [[noreturn]] void refuse(const std::string& url, const std::string& why) {
     throw MirelException(url + ": " + why +
@@ -51,7 +51,7 @@ NatsAddress::NatsAddress(const std::string& url) : m_url(url) {
     std::istringstream list(url.substr(scheme.size(), slash - scheme.size()));
     for (std::string server; std::getline(list, server, ',');) {
         if (server.empty() || server.front() == ':' || server.find('@') != std::string::npos)
-            refuse(url, "the list of servers has something that is no HOST:PORT");
+            refuse(url, "each server must be given as HOST:PORT");
         if (!hasPort(server))
             server += kDefaultPort;
         m_servers.push_back(std::string(scheme) + server);

@@ -11,8 +11,8 @@ namespace mirel {
 /// name of its stream, and the first token of every subject.
 class NatsAddress {
 public:
-    /// `nats://HOST:PORT[,HOST:PORT...]/SERVICE`, `tls://` for encrypted connections; without a port
-    /// 4222. `MirelException` for anything else.
+    /// `nats://HOST:PORT[,HOST:PORT...]/SERVICE`, `tls://` for encrypted connections; without a
+    /// port 4222. `MirelException` for anything else.
     explicit NatsAddress(const std::string& url);
 
     const std::string& url() const { return m_url; }
@@ -23,8 +23,8 @@ public:
     std::string requests() const { return m_service + ".requests.*.*.*.*"; }
     std::string requests(unsigned partition) const;
 
-    /// `run` is one process that calls under that name; `line` stands for what it sends one after the
-    /// other.
+    /// `run` is one process that calls under that name. `line` stands for one source, which is what
+    /// a caller sends under one source channel, in its order.
     std::string requests(unsigned partition, const std::string& caller, const std::string& run,
                          const std::string& line) const;
 

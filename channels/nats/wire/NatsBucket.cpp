@@ -11,18 +11,14 @@ namespace {
 
 constexpr std::chrono::milliseconds kCallPatience{2000};
 
-[[noreturn]] void fail(natsStatus status) {
-    natsStatus last = NATS_OK;
-    const char* const text = nats_GetLastError(&last);
-    throw NatsError(0, last == status && text && *text ? text : natsStatus_GetText(status));
-}
+[[noreturn]] void fail(natsStatus status) { throw NatsError(0, reasonOf(status)); }
 
 void require(natsStatus status) {
     if (status != NATS_OK)
         fail(status);
 }
 
-/// Whether the engine has answered, if only with a refusal.
+/// Whether the server has answered, if only with a refusal.
 bool answered(natsStatus status) {
     return status != NATS_TIMEOUT && status != NATS_NO_RESPONDERS &&
            status != NATS_CONNECTION_CLOSED && status != NATS_CONNECTION_DISCONNECTED;
@@ -50,8 +46,8 @@ NatsBucket::NatsBucket(NatsConnection& connection, const std::string& name,
     kvStore* store = nullptr;
     if (js_CreateKeyValue(&store, context, &config) != NATS_OK)
         throw NatsError(0, "the bucket " + name +
-                               " cannot be made; all hosts of a service must say "
-                               "the same lease and replicas");
+                               " cannot be made; all hosts of a service must be started with the "
+                               "same --lease and --replicas");
     m_store.reset(store);
 }
 

@@ -13,8 +13,8 @@ namespace mirel {
 
 class NatsConnection;
 
-/// A few values kept by the engine, each under a key. Used by one thread. Every function throws
-/// `NatsError` when the engine does not answer.
+/// A few values kept by the server, each under a key. Used by one thread. Every function throws
+/// `NatsError` when the server does not answer.
 class NatsBucket {
 public:
     struct Value {

@@ -1,20 +1,18 @@
 #include "channels/nats/wire/NatsConnection.h"
 
 #include "channels/nats/wire/NatsHandles.h"
+#include "channels/nats/wire/NatsOptions.h"
 #include "framework/Logging.h"
 #include "framework/MirelException.h"
 
 #include <algorithm>
-#include <fstream>
 #include <nlohmann/json.hpp>
-#include <vector>
 
 namespace mirel {
 
 namespace {
 
 using std::chrono::milliseconds;
-using Options = std::unique_ptr<natsOptions, NatsDestroy<natsOptions_Destroy>>;
 
 constexpr milliseconds kBetweenAttempts{100};
 constexpr milliseconds kLastFlush{2000};
@@ -26,75 +24,22 @@ constexpr std::int64_t kWriteMs = 2000;
 
 [[noreturn]] void fail(const std::string& text) { throw MirelException(text, __FILE__, __LINE__); }
 
-/// Of the library's last failure on this thread.
-std::string reason(natsStatus status) {
-    natsStatus last = NATS_OK;
-    const char* const text = nats_GetLastError(&last);
-    return last == status && text && *text ? text : natsStatus_GetText(status);
-}
-
-void require(natsStatus status, const std::string& what) {
-    if (status != NATS_OK)
-        fail(what + ": " + reason(status));
-}
-
-std::string firstLine(const std::string& file) {
-    std::ifstream in(file);
-    std::string line;
-    if (!std::getline(in, line))
-        fail(file + ": the password cannot be read");
-    return line;
-}
-
-void authenticate(natsOptions* options, const NatsConnectionOptions& wanted) {
-    if (wanted.user.empty() != wanted.passwordFile.empty())
-        fail("a user needs a password file, and the other way round");
-    if (!wanted.user.empty())
-        require(natsOptions_SetUserInfo(options, wanted.user.c_str(),
-                                        firstLine(wanted.passwordFile).c_str()),
-                "the user");
-    if (!wanted.credentialsFile.empty())
-        require(natsOptions_SetUserCredentialsFromFiles(options, wanted.credentialsFile.c_str(),
-                                                        nullptr),
-                wanted.credentialsFile);
-}
-
-void encrypt(natsOptions* options, const NatsConnectionOptions& wanted, bool encrypted) {
-    if (!encrypted) {
-        if (!wanted.authoritiesFile.empty() || !wanted.certificateFile.empty())
-            fail("certificates need an address that begins with tls://");
-        return;
-    }
-    require(natsOptions_SetSecure(options, true), "TLS");
-    if (!wanted.authoritiesFile.empty())
-        require(natsOptions_LoadCATrustedCertificates(options, wanted.authoritiesFile.c_str()),
-                wanted.authoritiesFile);
-    if (wanted.certificateFile.empty() != wanted.keyFile.empty())
-        fail("a certificate needs its key, and the other way round");
-    if (!wanted.certificateFile.empty())
-        require(natsOptions_LoadCertificatesChain(options, wanted.certificateFile.c_str(),
-                                                  wanted.keyFile.c_str()),
-                wanted.certificateFile);
-}
-
 void logError(natsConnection*, natsSubscription*, natsStatus status, void*) {
-    logAppUni("NatsConnection", __FILE__, 3, __LINE__, "the connection reports: %s",
+    logAppUni("NatsConnection", __FILE__, 3, __LINE__, "the connection to the server reports: %s",
               natsStatus_GetText(status));
+}
+
+/// Waits while another thread sends: not to be called under a lock.
+std::size_t largestMessageOf(natsConnection* connection) {
+    return static_cast<std::size_t>(
+        std::max<std::int64_t>(0, natsConnection_GetMaxPayload(connection)));
 }
 
 } // namespace
 
 NatsConnection::NatsConnection(const NatsConnectionOptions& wanted) : m_address(wanted.url) {
-    natsOptions* made = nullptr;
-    require(natsOptions_Create(&made), "NATS");
-    const Options options(made);
-    std::vector<const char*> servers;
-    for (const std::string& server : m_address.servers())
-        servers.push_back(server.c_str());
-    require(natsOptions_SetServers(made, servers.data(), static_cast<int>(servers.size())),
-            m_address.url());
-    authenticate(made, wanted);
-    encrypt(made, wanted, m_address.encrypted());
+    const NatsOptions options = newNatsOptions(m_address, wanted);
+    natsOptions* const made = options.get();
     natsOptions_SetMaxReconnect(made, -1);
     natsOptions_SetReconnectWait(made, kBetweenAttempts.count());
     natsOptions_SetPingInterval(made, kPingMs);
@@ -114,16 +59,17 @@ void NatsConnection::connect(natsOptions& options, const NatsConnectionOptions& 
     for (bool told = false;; told = true) {
         const natsStatus status = natsConnection_Connect(&m_connection, &options);
         if (status == NATS_OK) {
+            const std::size_t largest = largestMessageOf(m_connection);
             const std::lock_guard lock(m_mutex);
             m_connected = true;
-            readLargestMessage();
+            m_largestMessage = largest;
             return;
         }
         if (status == NATS_CONNECTION_AUTH_FAILED)
-            fail("the server at " + m_address.url() + " does not let us in: " + reason(status));
+            fail("the server at " + m_address.url() + " does not let us in: " + reasonOf(status));
         if (status != NATS_NO_SERVER && status != NATS_TIMEOUT && status != NATS_IO_ERROR &&
             status != NATS_CONNECTION_CLOSED)
-            fail("cannot connect to " + m_address.url() + ": " + reason(status) +
+            fail("cannot connect to " + m_address.url() + ": " + reasonOf(status) +
                  (m_address.encrypted() && wanted.certificateFile.empty()
                       ? "; the server may ask for a certificate of yours"
                       : ""));
@@ -134,7 +80,7 @@ void NatsConnection::connect(natsOptions& options, const NatsConnectionOptions& 
             fail("told to stop while no NATS server answers at " + m_address.url());
         if (!told)
             logAppUni("NatsConnection", __FILE__, 3, __LINE__,
-                      "no NATS server answers at %s yet; looking for %ld ms",
+                      "no NATS server answers at %s yet; looking for one for %ld ms",
                       m_address.url().c_str(), static_cast<long>(wanted.patience.count()));
         std::unique_lock lock(m_mutex); // nothing tells when a server has come; it is asked again
         m_changed.wait_for(lock, kBetweenAttempts);
@@ -152,11 +98,12 @@ NatsConnection::~NatsConnection() {
     natsConnection_Destroy(m_connection);
 }
 
-void NatsConnection::onConnected(natsConnection*, void* self) {
+void NatsConnection::onConnected(natsConnection* library, void* self) {
     auto& connection = *static_cast<NatsConnection*>(self);
+    const std::size_t largest = largestMessageOf(library); // it may be another server
     const std::lock_guard lock(connection.m_mutex);
     connection.m_connected = true;
-    connection.readLargestMessage(); // another server's
+    connection.m_largestMessage = largest;
 }
 
 void NatsConnection::onLost(natsConnection*, void* self) {
@@ -212,7 +159,7 @@ nlohmann::json NatsConnection::call(const std::string& name, const nlohmann::jso
         throw NatsError(0, "JetStream is not there: either the server runs without it, or its "
                            "cluster has no leader now");
     if (status != NATS_OK)
-        throw NatsError(0, reason(status));
+        throw NatsError(0, reasonOf(status));
     const auto answer = nlohmann::json::parse(bytesOf(received), nullptr, false);
     if (!answer.is_object())
         throw NatsError(0, "the server's answer to " + name + " cannot be read");
@@ -223,11 +170,6 @@ nlohmann::json NatsConnection::call(const std::string& name, const nlohmann::jso
 
 bool NatsConnection::flush(milliseconds patience) {
     return natsConnection_FlushTimeout(m_connection, patience.count()) == NATS_OK;
-}
-
-void NatsConnection::readLargestMessage() {
-    m_largestMessage = static_cast<std::size_t>(
-        std::max<std::int64_t>(0, natsConnection_GetMaxPayload(m_connection)));
 }
 
 std::size_t NatsConnection::largestMessage() const {

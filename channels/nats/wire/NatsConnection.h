@@ -16,12 +16,12 @@
 
 namespace mirel {
 
-/// The engine has refused what was asked of it, or has not answered.
+/// The server has refused what was asked of it, or has not answered.
 class NatsError : public std::runtime_error {
 public:
     NatsError(int code, const std::string& text) : std::runtime_error(text), m_code(code) {}
 
-    /// The engine's number for the reason; 0 when it has not answered.
+    /// The server's number for the reason; 0 when it has not answered.
     int code() const { return m_code; }
 
 private:
@@ -41,18 +41,24 @@ public:
     NatsConnection(const NatsConnection&) = delete;
     NatsConnection& operator=(const NatsConnection&) = delete;
 
+    // None of these four waits for the network.
+
     bool connected() const;
 
-    /// For good, without having been told to: the engine's library gives up when a server refuses us
+    /// For good, without having been told to: the NATS library gives up when a server refuses us
     /// again and again.
     bool closed() const;
 
     /// How often the connection has been lost so far.
     unsigned long losses() const;
 
-    /// False when the engine's library takes no more, because there is no connection and its buffer
-    /// is full, or because the message is too large. Waits for a server that is stopped, up to a
-    /// deadline, and so do others who call meanwhile: not for threads of the executor or its workers.
+    /// That the server takes, in bytes.
+    std::size_t largestMessage() const;
+
+    /// False when the NATS library takes no more, because there is no connection and its buffer is
+    /// full, or because the message is too large. Waits for a server that is stopped, up to a
+    /// deadline, and so do others who call meanwhile: not for threads of the executor or its
+    /// workers.
     bool publish(const std::string& subject, std::string_view bytes,
                  const std::string& replyTo = std::string());
 
@@ -63,17 +69,13 @@ public:
     /// Waits until the server has all that was published; false when that takes too long.
     bool flush(std::chrono::milliseconds patience);
 
-    /// That the server takes. Does not wait for the network, which holds up what asks the library.
-    std::size_t largestMessage() const;
-
     natsConnection* get() const { return m_connection; }
     const NatsAddress& address() const { return m_address; }
 
 private:
     void connect(natsOptions& options, const NatsConnectionOptions& wanted);
-    void readLargestMessage();
 
-    // Called by threads of the engine's library.
+    // Called by threads of the NATS library.
     static void onConnected(natsConnection*, void* self);
     static void onLost(natsConnection*, void* self);
     static void onClosed(natsConnection*, void* self);
@@ -81,7 +83,7 @@ private:
     const NatsAddress m_address;
     natsConnection* m_connection = nullptr; ///< owned; constant once made
 
-    // Guarded by m_mutex.
+    // Guarded by m_mutex, under which nothing is asked of the NATS library.
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     bool m_connected = false;

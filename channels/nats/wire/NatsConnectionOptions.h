@@ -20,8 +20,7 @@ struct NatsConnectionOptions {
     // command line.
     std::string user;
     std::string passwordFile;
-    std::string
-        credentialsFile; ///< with the user's JWT and seed, as the engine's own tools make it
+    std::string credentialsFile; ///< with the user's JWT and seed, as NATS's own tools make it
 
     // TLS, for `tls://`; empty: the system's authorities, no certificate of our own.
     std::string authoritiesFile;

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <memory>
 #include <nats/nats.h>
+#include <string>
 #include <string_view>
 
 namespace mirel {
@@ -15,9 +16,16 @@ struct NatsDestroy {
     }
 };
 
-// Owners of the engine's objects.
+// Owners of the NATS library's objects.
 using NatsMessage = std::unique_ptr<natsMsg, NatsDestroy<natsMsg_Destroy>>;
 using NatsSubscription = std::unique_ptr<natsSubscription, NatsDestroy<natsSubscription_Destroy>>;
+
+/// Of the library's last failure on this thread.
+inline std::string reasonOf(natsStatus status) {
+    natsStatus last = NATS_OK;
+    const char* const text = nats_GetLastError(&last);
+    return last == status && text && *text ? text : natsStatus_GetText(status);
+}
 
 /// Refers to the message.
 inline std::string_view bytesOf(const natsMsg* msg) {

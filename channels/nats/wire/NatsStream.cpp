@@ -17,7 +17,7 @@ using nlohmann::json;
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
-// The engine's numbers for reasons.
+// The server's numbers for reasons.
 constexpr int kNoAnswer = 0;
 constexpr int kNoLeader = 10008;
 constexpr int kNoPeers = 10005; ///< for all replicas
@@ -95,6 +95,8 @@ void provideStream(NatsConnection& connection, const NatsStreamOptions& options,
     const NatsAddress& address = connection.address();
     if (options.partitions == 0 || options.partitions > kMostPartitions)
         fail("a service has 1 to " + std::to_string(kMostPartitions) + " partitions");
+    if (options.replicas != 1 && options.replicas != 3 && options.replicas != 5)
+        fail("1, 3 or 5 servers keep each message");
     try {
         provide(connection, search,
                 {{"name", address.stream()},
@@ -132,7 +134,8 @@ unsigned partitionsOf(NatsConnection& connection, const NatsConnectionOptions& s
     } catch (const NatsError& failure) {
         if (failure.code() == kStreamNotFound)
             fail("there is no service at " + address.url() + ": no host has served it yet");
-        fail("the service at " + address.url() + " cannot be asked for: " + failure.what());
+        fail("the server cannot say whether there is a service at " + address.url() + ": " +
+             failure.what());
     }
 }
 

@@ -24,13 +24,14 @@ void provideStream(NatsConnection& connection, const NatsStreamOptions& options,
 /// How many partitions the service has. `MirelException` when it has no stream in that time.
 unsigned partitionsOf(NatsConnection& connection, const NatsConnectionOptions& search);
 
-/// When the service's stream was made, as the engine tells it. `NatsError`.
+/// When the service's stream was made, as the server tells it. `NatsError`.
 std::string createdAt(NatsConnection& connection);
 
 /// The same for ever, everywhere: FNV-1a, 64 bits (Fowler, Noll, Vo).
 std::uint64_t stableHash(const std::string& text);
 
-/// The partition of a source channel, by its hash.
+/// The partition of what has that source channel, by its hash: the order of requests is kept within
+/// a partition.
 unsigned partitionOf(const std::string& sourceChannel, unsigned partitions);
 
 } // namespace mirel

@@ -5,7 +5,7 @@ namespace mirel {
 namespace {
 
 /// Three servers, three replicas, and load while some of them are killed. An election takes the
-/// engine up to 17 s.
+/// server up to 17 s.
 class NatsClusterTest : public HostsFixture {
 protected:
     void SetUp() override {
