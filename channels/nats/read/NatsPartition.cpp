@@ -91,11 +91,14 @@ void NatsPartition::tryToOpen(unsigned long connectionLosses) {
         m_lastHeard = Clock::now();
         m_state = State::eOpen;
         m_toldFailure = false;
-        if (loggingOnAppUni("NatsChannel", 4))
-            logAppUni("NatsChannel", __FILE__, 4, __LINE__,
-                      "partition %u is read; a host has died with its messages up to number %llu "
-                      "(0: none)",
-                      m_number, static_cast<unsigned long long>(m_consumer.inDoubt()));
+        if (loggingOnAppUni("NatsChannel", 4)) {
+            const std::uint64_t doubt = m_consumer.inDoubt();
+            logAppUni("NatsChannel", __FILE__, 4, __LINE__, "partition %u is read%s", m_number,
+                      doubt == 0 ? ""
+                                 : (", one at a time up to message " + std::to_string(doubt) +
+                                    ": a host has died with these")
+                                       .c_str());
+        }
     } catch (const std::exception& failure) { // its answers may be unreadable, too
         tellFailure("the server cannot be asked for requests now, and is asked again",
                     failure.what());
