@@ -14,12 +14,12 @@ namespace mirel {
 
 /// What a channel tells about its requests, on its way to the server: acknowledgements and answers.
 /// A thread of its own sends them in the order in which they were added. So nobody else waits for a
-/// server that is stopped, whatever locks he holds; the NATS library's own lock is one that only
-/// this thread and the reader wait for.
+/// server that is stopped, whatever locks he holds: workers and the executor take no lock of the
+/// NATS library.
 ///
 /// Why the order is right: the ledger adds the acknowledgements of a subject under its lock, in
-/// their order. A request's answer is added before its acknowledgement, by the same thread; and the
-/// next request of its source starts when it has been answered.
+/// their order. A request's answer is added before its acknowledgement, by the same thread. Answers
+/// of a source are added in the order in which they are given.
 class NatsOutbox : public Threadable {
 public:
     struct Item {
