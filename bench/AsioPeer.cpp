@@ -1,5 +1,4 @@
-#include "bench/Peer.h"
-#include "bench/Peers.h"
+#include "bench/Contestant.h"
 
 #include <boost/asio/post.hpp>
 #include <boost/asio/strand.hpp>
@@ -9,23 +8,10 @@
 
 namespace bench {
 
-namespace {
-
 class AsioPeer : public Peer {
 public:
-    AsioPeer(std::unique_ptr<CommsChannelIfc> channel, Workload& workload, int threads)
-        : Peer(std::move(channel), workload),
-          m_pool(static_cast<std::size_t>(threads)) {
-        startReading();
-    }
-
-    ~AsioPeer() override {
-        stopReading();
-        m_pool.join();
-    }
-
-private:
-    using Strand = boost::asio::strand<boost::asio::thread_pool::executor_type>;
+    explicit AsioPeer(int threads) : m_pool(static_cast<std::size_t>(threads)) {}
+    ~AsioPeer() override { m_pool.join(); }
 
     void post(const std::string& source, Request request) override {
         const auto found = m_strands.try_emplace(source, m_pool.get_executor()).first;
@@ -33,15 +19,13 @@ private:
                           [request = std::move(request)]() mutable { request.run(); });
     }
 
+private:
+    using Strand = boost::asio::strand<boost::asio::thread_pool::executor_type>;
+
     boost::asio::thread_pool m_pool;
-    std::unordered_map<std::string, Strand> m_strands; ///< the reading thread's
+    std::unordered_map<std::string, Strand> m_strands;
 };
 
-} // namespace
-
-std::unique_ptr<Contestant> startAsio(std::unique_ptr<CommsChannelIfc> channel, Workload& workload,
-                                      int threads) {
-    return std::make_unique<AsioPeer>(std::move(channel), workload, threads);
-}
+std::unique_ptr<Peer> makeAsioPeer(int threads) { return std::make_unique<AsioPeer>(threads); }
 
 } // namespace bench

@@ -1,5 +1,4 @@
-#include "bench/Peer.h"
-#include "bench/Peers.h"
+#include "bench/Contestant.h"
 
 #include <caf/all.hpp>
 
@@ -8,8 +7,6 @@
 CAF_ALLOW_UNSAFE_MESSAGE_TYPE(bench::Request) // stays in the process
 
 namespace bench {
-
-namespace {
 
 class Config : public caf::actor_system_config {
 public:
@@ -20,20 +17,8 @@ public:
 
 class CafPeer : public Peer {
 public:
-    CafPeer(std::unique_ptr<CommsChannelIfc> channel, Workload& workload, int threads)
-        : Peer(std::move(channel), workload),
-          m_config(threads),
-          m_system(m_config) {
-        startReading();
-    }
+    explicit CafPeer(int threads) : m_config(threads), m_system(m_config) {}
 
-    ~CafPeer() override {
-        stopReading();
-        // The actors end when nobody refers to them, and the system waits for them.
-        m_actors.clear();
-    }
-
-private:
     void post(const std::string& source, Request request) override {
         auto found = m_actors.find(source);
         if (found == m_actors.end()) {
@@ -44,16 +29,12 @@ private:
         caf::anon_send(found->second, std::move(request));
     }
 
+private:
     Config m_config;
-    caf::actor_system m_system;
-    std::unordered_map<std::string, caf::actor> m_actors; ///< the reading thread's
+    caf::actor_system m_system; ///< waits for the actors, which end when nobody refers to them
+    std::unordered_map<std::string, caf::actor> m_actors;
 };
 
-} // namespace
-
-std::unique_ptr<Contestant> startCaf(std::unique_ptr<CommsChannelIfc> channel, Workload& workload,
-                                     int threads) {
-    return std::make_unique<CafPeer>(std::move(channel), workload, threads);
-}
+std::unique_ptr<Peer> makeCafPeer(int threads) { return std::make_unique<CafPeer>(threads); }
 
 } // namespace bench

@@ -2,6 +2,9 @@
 
 #include <atomic>
 #include <cstdint>
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace bench {
 
@@ -11,10 +14,16 @@ namespace bench {
 class alignas(64) FutexWord {
 public:
     /// For the thread that it belongs to. Returns when the word has been set, and clears it.
-    void sleep();
+    void sleep() {
+        while (m_set.exchange(0) == 0)
+            syscall(SYS_futex, &m_set, FUTEX_WAIT_PRIVATE, 0, nullptr);
+    }
 
     /// For the others. True when its thread was asleep.
-    bool wake();
+    bool wake() {
+        m_set = 1;
+        return syscall(SYS_futex, &m_set, FUTEX_WAKE_PRIVATE, 1) == 1;
+    }
 
 private:
     std::atomic<std::uint32_t> m_set{0};

@@ -10,25 +10,21 @@ namespace {
 /// Those of the main thread when this is first called.
 const cpu_set_t& processCores() {
     static const cpu_set_t cores = [] {
-        cpu_set_t set;
-        CPU_ZERO(&set);
+        cpu_set_t set{};
         sched_getaffinity(getpid(), sizeof set, &set);
         return set;
     }();
     return cores;
 }
 
-/// The process's first or second.
-cpu_set_t oneOf(int index) {
-    cpu_set_t result;
-    CPU_ZERO(&result);
+/// To the process's first or second.
+void bindToOne(int index) {
+    cpu_set_t one{};
     for (int core = 0; core < CPU_SETSIZE; ++core)
         if (CPU_ISSET(core, &processCores()) && index-- == 0)
-            CPU_SET(core, &result);
-    return result;
+            CPU_SET(core, &one);
+    sched_setaffinity(0, sizeof one, &one);
 }
-
-void bindTo(const cpu_set_t& cores) { sched_setaffinity(0, sizeof cores, &cores); }
 
 } // namespace
 
@@ -37,12 +33,15 @@ bool possible(Placement placement) {
 }
 
 void placeReader(Placement placement) {
-    bindTo(placement == Placement::eFree ? processCores() : oneOf(0));
+    if (placement == Placement::eFree)
+        sched_setaffinity(0, sizeof processCores(), &processCores());
+    else
+        bindToOne(0);
 }
 
 void placeHandler(Placement placement) {
     if (placement == Placement::eTwoCores)
-        bindTo(oneOf(1));
+        bindToOne(1);
     else
         placeReader(placement);
 }

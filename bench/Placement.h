@@ -3,8 +3,8 @@
 namespace bench {
 
 /// Which cores the threads of a measurement run on. Waking a thread takes many times as long on
-/// another core as on the waker's own, and where the system puts threads changes from run to run. So
-/// latencies compare where both are bound in the same way.
+/// another core as on the waker's own, and where the system puts threads changes from run to run.
+/// So latencies compare where both are bound in the same way.
 enum class Placement {
     eFree,    ///< as the system likes
     eOneCore, ///< all on one
@@ -17,15 +17,5 @@ bool possible(Placement placement);
 /// Binds the calling thread; the threads that it starts begin where it is.
 void placeReader(Placement placement);
 void placeHandler(Placement placement);
-
-/// Binds the calling thread to the reader's core, and lets it go in the end.
-class PlacedCaller {
-public:
-    explicit PlacedCaller(Placement placement) { placeReader(placement); }
-    ~PlacedCaller() { placeReader(Placement::eFree); }
-
-    PlacedCaller(const PlacedCaller&) = delete;
-    PlacedCaller& operator=(const PlacedCaller&) = delete;
-};
 
 } // namespace bench

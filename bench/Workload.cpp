@@ -20,9 +20,9 @@ std::uint64_t compute(std::uint64_t steps) {
     return value;
 }
 
-/// The best of many short measurements: others were interrupted. An amount of work and not a time to
-/// wait for, so that a handler whose thread loses its core still has all of its work before it.
-std::uint64_t measureStepsPerMicrosecond() {
+/// The best of many short measurements: others were interrupted. An amount of work and not a time
+/// to wait for, so that a handler whose thread loses its core still has all its work before it.
+std::uint64_t measuredStepsPerMicrosecond() {
     constexpr std::uint64_t kSteps = 50'000;
     std::chrono::nanoseconds best = std::chrono::hours(1);
     for (int i = 0; i < 200; ++i) {
@@ -33,16 +33,6 @@ std::uint64_t measureStepsPerMicrosecond() {
     return kSteps * 1000 / static_cast<std::uint64_t>(best.count());
 }
 
-std::uint64_t stepsPerMicrosecond() {
-    static const std::uint64_t steps = measureStepsPerMicrosecond();
-    return steps;
-}
-
-void block(int microseconds) {
-    const timespec time{0, microseconds * 1000L};
-    nanosleep(&time, nullptr);
-}
-
 } // namespace
 
 std::string HandlerCost::name() const {
@@ -50,32 +40,33 @@ std::string HandlerCost::name() const {
 }
 
 Workload::Workload(HandlerCost cost) {
-    const auto add = [this](auto handler) {
-        m_context.addHandler<NoService>(kInterface, kProtocol, handler);
-    };
     if (cost.microseconds == 0)
-        add([](NoService&, std::string_view) { return ""; });
+        setHandler<Service>([](Service&, std::string_view) { return ""; });
     else if (cost.blocks)
-        add([cost](NoService&, std::string_view) {
-            block(cost.microseconds);
-            return "";
-        });
-    else
-        add([steps = stepsPerMicrosecond() *
-                     static_cast<std::uint64_t>(cost.microseconds)](NoService&, std::string_view) {
+        setHandler<Service>(
+            [time = timespec{0, cost.microseconds * 1000L}](Service&, std::string_view) {
+                nanosleep(&time, nullptr);
+                return "";
+            });
+    else {
+        static const std::uint64_t perMicrosecond = measuredStepsPerMicrosecond();
+        const auto steps = perMicrosecond * static_cast<std::uint64_t>(cost.microseconds);
+        setHandler<Service>([steps](Service&, std::string_view) {
             compute(steps);
             return "";
         });
+    }
 }
 
-std::vector<CommsChannelDataContainerMessage> Workload::requests(int count, int sources) {
+std::vector<CommsChannelDataContainerMessage> Workload::requests(int count, int sources,
+                                                                 const char* protocol) {
     std::vector<CommsChannelDataContainerMessage> requests(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i) {
         CommsChannelDataContainerMessage& request = requests[static_cast<std::size_t>(i)];
         request.sourceChannel() = "source " + std::to_string(i % sources);
         request.channel() = "bench";
         request.interface() = kInterface;
-        request.protocol() = kProtocol;
+        request.protocol() = protocol;
         request.setRequestId(i);
         request.setData(std::string(64, 'x'));
     }

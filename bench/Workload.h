@@ -5,6 +5,7 @@
 #include "runtime/values/ServiceContext.h"
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace bench {
@@ -23,20 +24,30 @@ public:
     static constexpr const char* kInterface = "Ifc";
     static constexpr const char* kProtocol = "text";
 
+    class Service : public Executable {
+        void timerEvent(int) override {}
+    };
+
+    /// Without a handler; one is to be set before the first request.
+    Workload() = default;
+
     explicit Workload(HandlerCost cost);
+
+    /// The handler takes a `ServiceType`: `Service`, or `Executable`, which spares it a cast.
+    template <typename ServiceType, typename Handler>
+    void setHandler(Handler handler) {
+        m_context.addHandler<ServiceType>(kInterface, kProtocol, std::move(handler));
+    }
 
     mirel::ServiceContext& context() { return m_context; }
     Executable& service() { return m_service; }
 
     /// 64 bytes each, from the sources in turn.
-    static std::vector<CommsChannelDataContainerMessage> requests(int count, int sources);
+    static std::vector<CommsChannelDataContainerMessage> requests(int count, int sources,
+                                                                  const char* protocol = kProtocol);
 
 private:
-    class NoService : public Executable {
-        void timerEvent(int) override {}
-    };
-
-    NoService m_service;
+    Service m_service;
     mirel::ServiceContext m_context;
 };
 

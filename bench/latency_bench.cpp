@@ -1,68 +1,61 @@
-// How long a request takes from the channel's read to its handler and to its answer: one request at
-// a time (`closed`), and with arrivals at half the rate that the contestant reaches itself (`half`).
-// And what bare threads take that wake each other. One run of this program is one round. The
-// counters are in microseconds, but for the rate (a second) and the share of hand-overs that found
-// the other thread asleep.
+// How long a request takes from the channel's read to its handler and to its answer: one request
+// at a time (`closed`), and arrivals at half the rate that the contestant reaches itself (`half`).
+// And what bare threads take that wake each other. The counters are in microseconds, but for the
+// rate (a second) and the share of hand-overs that found the other thread asleep.
 
+#include "bench/Benchmarks.h"
 #include "bench/Contestant.h"
-#include "bench/FutexHandOver.h"
-#include "bench/Percentiles.h"
-#include "bench/TimedRequests.h"
+#include "bench/FutexWord.h"
+#include "bench/Placement.h"
+#include "bench/TimedLoad.h"
 #include "bench/Workload.h"
-
-#include <benchmark/benchmark.h>
 
 #include <algorithm>
 #include <array>
-#include <chrono>
+#include <map>
 #include <random>
 #include <string>
+#include <thread>
+#include <vector>
 
 namespace {
 
 using namespace bench;
-using Durations = TimedRequests::Durations;
 using Seconds = std::chrono::duration<double>;
-
-void append(Durations& all, const Durations& more) {
-    all.insert(all.end(), more.begin(), more.end());
-}
 
 void measureClosed(benchmark::State& state, const Kind& kind, HandlerCost cost,
                    Placement placement) {
     Workload workload(cost);
-    TimedRequests requests(workload, 1, placement);
-    const auto contestant = kind.start(requests.channel(), workload, 1);
-    const PlacedCaller placed(placement);
-    requests.runClosed(1000); // threads are started, memory is there
-    Durations toHandler;
-    Durations toAnswer;
+    TimedLoad load(workload, 1, placement);
+    const auto contestant = kind.start(load.channel(), workload, 1);
+    placeReader(placement);
+    load.runClosed(1000); // threads are started, memory is there
+    std::map<std::string, Durations> samples;
     for (auto _ : state) {
-        requests.runClosed(10'000);
-        append(toHandler, requests.readToHandler());
-        append(toAnswer, requests.readToAnswer());
+        load.runClosed(10'000);
+        load.appendTo(samples);
     }
-    addPercentiles(state, "read_handler", toHandler);
-    addPercentiles(state, "read_answer", toAnswer);
+    placeReader(Placement::eFree);
+    addPercentiles(state, samples);
 }
 
 /// Requests per second when there is always one more to read: the median of three runs.
-double saturatedRate(TimedRequests& requests, HandlerCost cost) {
+double saturatedRate(TimedLoad& load, HandlerCost cost) {
     const Durations allAtOnce(cost.microseconds == 0 ? 20'000 : 4'000);
-    requests.runOpen(allAtOnce); // threads are started, memory is there
+    load.runOpen(allAtOnce); // threads are started, memory is there
     std::array<double, 3> rates{};
     for (double& rate : rates) {
-        const auto begin = TimedRequests::Clock::now();
-        requests.runOpen(allAtOnce);
-        const Seconds duration = TimedRequests::Clock::now() - begin;
+        const auto begin = Clock::now();
+        load.runOpen(allAtOnce);
+        const Seconds duration = Clock::now() - begin;
         rate = static_cast<double>(allAtOnce.size()) / duration.count();
     }
     std::sort(rates.begin(), rates.end());
     return rates[1];
 }
 
-/// As calls from many independent callers arrive: the distances between them are exponential. Always
-/// the same ones, but for the rate.
+/// As calls from many independent callers arrive: the distances between them are exponential.
+/// Always the same ones, but for the rate.
 Durations arrivalsAtRandom(double rate, Seconds length) {
     std::mt19937_64 random(1);
     std::exponential_distribution<double> distance(rate);
@@ -74,68 +67,95 @@ Durations arrivalsAtRandom(double rate, Seconds length) {
 
 void measureHalf(benchmark::State& state, const Kind& kind, HandlerCost cost, int sources) {
     Workload workload(cost);
-    TimedRequests requests(workload, sources);
-    const auto contestant = kind.start(requests.channel(), workload, sources);
-    const double rate = saturatedRate(requests, cost) / 2;
+    TimedLoad load(workload, sources);
+    const auto contestant = kind.start(load.channel(), workload, sources);
+    const double rate = saturatedRate(load, cost) / 2;
     // Longer than an iteration has to be, so that usually one is enough.
     const Durations arrivals = arrivalsAtRandom(rate, Seconds(0.6));
-    Durations toHandler;
-    Durations toAnswer;
-    Durations fromArrival;
+    std::map<std::string, Durations> samples;
     for (auto _ : state) {
-        requests.runOpen(arrivals);
-        append(toHandler, requests.readToHandler());
-        append(toAnswer, requests.readToAnswer());
-        append(fromArrival, requests.arrivalToAnswer());
+        load.runOpen(arrivals);
+        load.appendTo(samples);
     }
     state.counters["rate"] = rate;
-    addPercentiles(state, "read_handler", toHandler);
-    addPercentiles(state, "read_answer", toAnswer);
-    addPercentiles(state, "arrival_answer", fromArrival);
+    addPercentiles(state, samples);
 }
 
+/// The beginning and `wasAsleep` are written by the one that wakes, the end by the one woken.
+struct HandOver {
+    Clock::time_point begin;
+    Clock::time_point end;
+    bool wasAsleep = false;
+};
+
+/// What threads reach that do nothing but wake each other: the limit for every way of handing
+/// something to another thread. Each sleeps on a word of its own. The one that runs wakes the next,
+/// the last the first, and goes to sleep at once, as a thread that reads does after the only
+/// request. The first is placed as a reader and the others as handlers.
+std::vector<HandOver> handOver(std::size_t threads, Placement placement) {
+    std::vector<FutexWord> words(threads);
+    std::vector<HandOver> handOvers(threads * 5'000); // number i wakes thread i % threads
+    const auto wake = [&](std::size_t i) {
+        handOvers[i].begin = Clock::now();
+        handOvers[i].wasAsleep = words[i % threads].wake();
+    };
+    const auto takePart = [&](std::size_t self) {
+        for (std::size_t i = self; i < handOvers.size(); i += threads) {
+            words[self].sleep();
+            handOvers[i].end = Clock::now();
+            if (i + 1 < handOvers.size())
+                wake(i + 1);
+        }
+    };
+    std::vector<std::jthread> others;
+    for (std::size_t self = 1; self < threads; ++self)
+        others.emplace_back([&, self] {
+            placeHandler(placement);
+            takePart(self);
+        });
+    placeReader(placement);
+    wake(0); // finds nobody asleep
+    takePart(0);
+    others.clear();
+    placeReader(Placement::eFree);
+    return handOvers;
+}
+
+/// Of the hand-overs that found the other thread asleep; one that is still on its way to sleep
+/// needs no waking.
 void measureFutex(benchmark::State& state, std::size_t threads, Placement placement) {
-    Durations all;
+    Durations ofSleepers;
     double tried = 0;
-    for (auto _ : state) {
-        const FutexHandOvers handOvers = handOver(threads, 5'000, placement);
-        append(all, handOvers.durations);
-        tried += static_cast<double>(handOvers.tried);
-    }
-    addPercentiles(state, "hand_over", all);
-    state.counters["asleep"] = static_cast<double>(all.size()) / tried;
-}
-
-template <typename Measure>
-void add(const std::string& name, Measure measure) {
-    benchmark::RegisterBenchmark(name.c_str(), measure)
-        ->UseRealTime()
-        ->Unit(benchmark::kMillisecond);
+    for (auto _ : state)
+        for (const HandOver& one : handOver(threads, placement)) {
+            ++tried;
+            if (one.wasAsleep)
+                ofSleepers.push_back(one.end - one.begin);
+        }
+    state.counters["asleep"] = static_cast<double>(ofSleepers.size()) / tried;
+    addPercentiles(state, {{"hand_over", ofSleepers}});
 }
 
 void addFutex(const std::string& name, std::size_t threads, Placement placement) {
     if (possible(placement))
-        add("latency/futex/" + name, [threads, placement](benchmark::State& state) {
+        addBenchmark("latency/futex/" + name, [threads, placement](benchmark::State& state) {
             measureFutex(state, threads, placement);
         });
 }
 
-void addClosed(const std::string& mode, HandlerCost cost, Placement placement) {
-    if (!possible(placement))
-        return;
+/// Each contestant in a cell; `measure` takes the state and the kind.
+void addCell(const std::string& mode, int sources, HandlerCost cost, auto measure) {
     for (const Kind& kind : contestants())
-        add("latency/" + mode + "/1/" + cost.name() + "/" + kind.name,
-            [&kind, cost, placement](benchmark::State& state) {
-                measureClosed(state, kind, cost, placement);
-            });
+        addBenchmark("latency/" + mode + "/" + std::to_string(sources) + "/" + cost.name() + "/" +
+                         kind.name,
+                     [measure, &kind](benchmark::State& state) { measure(state, kind); });
 }
 
-void addHalf(int sources, HandlerCost cost) {
-    for (const Kind& kind : contestants())
-        add("latency/half/" + std::to_string(sources) + "/" + cost.name() + "/" + kind.name,
-            [&kind, cost, sources](benchmark::State& state) {
-                measureHalf(state, kind, cost, sources);
-            });
+void addClosed(const std::string& mode, HandlerCost cost, Placement placement) {
+    if (possible(placement))
+        addCell(mode, 1, cost, [cost, placement](benchmark::State& state, const Kind& kind) {
+            measureClosed(state, kind, cost, placement);
+        });
 }
 
 } // namespace
@@ -152,9 +172,8 @@ int main(int argc, char** argv) {
     addClosed("closed", HandlerCost{20}, Placement::eFree);
     for (const HandlerCost cost : {HandlerCost{0}, HandlerCost{20}})
         for (const int sources : {1, 8})
-            addHalf(sources, cost);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 2;
-    benchmark::RunSpecifiedBenchmarks();
+            addCell("half", sources, cost, [=](benchmark::State& state, const Kind& kind) {
+                measureHalf(state, kind, cost, sources);
+            });
+    return runBenchmarks(argc, argv);
 }

@@ -1,15 +1,13 @@
 // Takes requests along one path through the library, so that what each costs can be counted:
-// paths.py runs this under callgrind. What the main thread does counts for nothing. On each path
-// one step follows the other, whatever the scheduler does, so that the counts repeat.
+// paths.py runs this under callgrind, and it prints the allocations of the thread that reads and of
+// the workers. What the main thread does counts for nothing. On each path one step follows the
+// other, whatever the scheduler does, so that the counts repeat.
 
-#include "ServiceExecutor.h"
 #include "ServiceThreadIfc.h"
-#include "ServiceThreadPool.h"
-#include "bench/BatchChannel.h"
+#include "bench/Contestant.h"
+#include "bench/Load.h"
 #include "bench/MirelContestant.h"
-#include "bench/Peer.h"
 #include "bench/Workload.h"
-#include "framework/Threader.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -24,12 +22,8 @@
 namespace {
 
 struct Allocations {
-    std::atomic<long> byMain{0};
-    std::atomic<long> byReader{0};
-    std::atomic<long> byWorkers{0};
-};
-
-Allocations allocations;
+    std::atomic<long> byMain{0}, byReader{0}, byWorkers{0};
+} allocations;
 thread_local std::atomic<long>* allocationsOfThread = &allocations.byWorkers;
 
 } // namespace
@@ -62,31 +56,21 @@ private:
 };
 
 /// Does something before each read.
-class WatchedChannel : public mirel::AnsweringChannel {
+class WatchedLoad : public Load {
 public:
-    WatchedChannel(Batches& batches, std::function<void()> beforeRead)
-        : m_channel(batches.channel()),
-          m_beforeRead(std::move(beforeRead)) {}
-
-    bool readMessage(CommsChannelDataContainerMessage& msg) override {
-        allocationsOfThread = &allocations.byReader;
-        m_beforeRead();
-        return m_channel->readMessage(msg);
-    }
-
-    void close() override { m_channel->close(); }
-
-    std::shared_ptr<mirel::AnswerSink> answerSink() override { return m_channel->answerSink(); }
+    explicit WatchedLoad(
+        int count, std::function<void()> action = [] {})
+        : Load(Workload::requests(count, 1)),
+          m_action(std::move(action)) {}
 
 private:
-    const std::unique_ptr<mirel::AnsweringChannel> m_channel;
-    const std::function<void()> m_beforeRead;
-};
+    void beforeRead(std::size_t) override {
+        allocationsOfThread = &allocations.byReader;
+        m_action();
+    }
 
-std::unique_ptr<CommsChannelIfc> watched(
-    Batches& batches, std::function<void()> beforeRead = [] {}) {
-    return std::make_unique<WatchedChannel>(batches, std::move(beforeRead));
-}
+    const std::function<void()> m_action;
+};
 
 /// Tells when a worker has come back.
 class WatchedPool : public ServiceThreadPool {
@@ -105,54 +89,24 @@ private:
     Turn& m_returned;
 };
 
-/// A multi-threaded executor that runs.
-class Executor {
-public:
-    Executor(std::unique_ptr<CommsChannelIfc> channel, Executable& service,
-             mirel::ServiceContext& context, ServiceThreadPool& pool)
-        : m_pool(pool),
-          m_executor(&service, channel.release(), Workload::kInterface, &context, &pool, nullptr,
-                     true) {
-        unsigned long id = 0;
-        m_executor.startThread(m_threader, id);
-    }
-
-    ~Executor() {
-        m_executor.shutdown();
-        m_pool.shutdown();
-    }
-
-private:
-    Threader m_threader;
-    ServiceThreadPool& m_pool;
-    ServiceExecutor m_executor;
-};
-
 /// What the framework's own objects cost: the thread that reads calls the invoker.
-class Direct : public Peer {
-public:
-    Direct(std::unique_ptr<CommsChannelIfc> channel, Workload& workload)
-        : Peer(std::move(channel), workload) {
-        startReading();
-    }
-    ~Direct() override { stopReading(); }
-
-private:
+class DirectPeer : public Peer {
     void post(const std::string&, Request request) override { request.run(); }
 };
 
 void runDirect(int count) {
-    Workload workload({});
-    Batches batches(Workload::requests(count, 1));
-    const Direct direct(watched(batches), workload);
-    batches.run();
+    Workload workload(HandlerCost{});
+    WatchedLoad load(count);
+    const Contestant direct = startPeer(load.channel(), workload, std::make_unique<DirectPeer>());
+    load.run();
 }
 
 void runInline(int count) {
-    Workload workload({});
-    Batches batches(Workload::requests(count, 1));
-    const auto executor = startMirelInline(watched(batches), workload);
-    batches.run();
+    Workload workload(HandlerCost{});
+    WatchedLoad load(count);
+    MirelContestant library(0);
+    library.serve(load.channel(), workload, false);
+    load.run();
 }
 
 /// Each request finds its channel free and goes to an idle worker. The next one is read when that
@@ -160,60 +114,41 @@ void runInline(int count) {
 /// turn it is.
 void runWorkers(int count) {
     constexpr int kWorkers = 16;
-    Workload workload({});
-    Batches batches(Workload::requests(count, 1));
+    Workload workload(HandlerCost{});
     Turn returned;
-    WatchedPool pool(kWorkers, returned);
-    const auto waitForWorkers = [&returned, out = kWorkers]() mutable {
+    WatchedLoad load(count, [&returned, out = kWorkers]() mutable {
         for (; out > 0; --out)
             returned.wait();
         out = 1; // before the next read
-    };
-    const Executor executor(watched(batches, waitForWorkers), workload.service(),
-                            workload.context(), pool);
+    });
+    MirelContestant library(std::make_unique<WatchedPool>(kWorkers, returned));
+    library.serve(load.channel(), workload);
     std::vector<ServiceThreadIfc*> workers;
     for (int i = 0; i < kWorkers; ++i)
-        workers.push_back(pool.getThread(true));
+        workers.push_back(library.pool().getThread(true));
     for (ServiceThreadIfc* worker : workers)
         worker->timerEvent(nullptr, 0); // nothing to do, and back to the pool
-    batches.run();
+    load.run();
 }
-
-class GatedService : public Executable {
-public:
-    void open() {
-        m_open = true;
-        m_open.notify_all();
-    }
-    void pass() {
-        if (!m_open)
-            m_open.wait(false);
-    }
-    void timerEvent(int) override {}
-
-private:
-    std::atomic<bool> m_open{false};
-};
 
 /// The first request stays in its handler until all others have been read, and held back.
 void runHeldBack(int count) {
-    GatedService service;
-    mirel::ServiceContext context;
-    context.addHandler<GatedService>(Workload::kInterface, Workload::kProtocol,
-                                     [](GatedService& gate, std::string_view) {
-                                         gate.pass();
-                                         return "";
-                                     });
-    Batches batches(Workload::requests(count, 1));
-    ServiceThreadPool pool(1, nullptr);
-    int readsLeft = count;
-    const Executor executor(watched(batches,
-                                    [&] {
-                                        if (readsLeft-- == 0)
-                                            service.open();
-                                    }),
-                            service, context, pool);
-    batches.run();
+    std::atomic<bool> open{false};
+    Workload workload;
+    workload.setHandler<Workload::Service>([&open](Workload::Service&, std::string_view) {
+        if (!open)
+            open.wait(false);
+        return "";
+    });
+    WatchedLoad load(count, [&open, readsLeft = count]() mutable {
+        if (readsLeft-- > 0)
+            return;
+        open = true;
+        open.notify_all();
+    });
+    MirelContestant library(1);
+    library.serve(load.channel(), workload);
+    load.run();
 }
 
 const std::map<std::string, void (*)(int)> paths{
@@ -227,16 +162,11 @@ const std::map<std::string, void (*)(int)> paths{
 
 } // namespace bench
 
+/// The arguments are a path and how many requests are to take it.
 int main(int argc, char** argv) {
     allocationsOfThread = &allocations.byMain;
-    const auto path = argc > 2 ? bench::paths.find(argv[1]) : bench::paths.end();
-    const int count = argc > 2 ? std::atoi(argv[2]) : 0;
-    if (argc != 3 || path == bench::paths.end() || count < 1) {
-        std::cerr << "usage: paths direct|inline|workers|held_back COUNT\n"
-                     "takes COUNT requests along the path, and prints the number of allocations by "
-                     "the thread that reads and by the workers\n";
+    if (argc != 3)
         return 2;
-    }
-    path->second(count);
+    bench::paths.at(argv[1])(std::atoi(argv[2]));
     std::cout << allocations.byReader << ' ' << allocations.byWorkers << '\n';
 }

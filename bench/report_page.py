@@ -1,283 +1,151 @@
-"""The report as a page of Markdown: where, with what, the aims, and every figure that was taken."""
+"""The report as a page of Markdown: with what, the aims, and every figure that was taken."""
 
 import math
+import re
 
-from paths import MOST_ADDED_INLINE, PATHS, added_inline
+import paths
 from report_figures import (
-    CPU_TIME, OURS, RATE, TIME, Pair, by_cell, by_stage, cell_of, percentile_of, spread, spreads,
-    stage_title, who_of,
+    CPU_TIME, OURS, TIME, by_cell, figure_spread, ratio_spread, who_of,
 )  # fmt: skip
 
-SETTINGS = {
+CONTESTANTS = {
     "mirel": "this library: a multi-threaded executor, and a pool that keeps up to as many idle"
-    " workers as there are sources (`channel/`, `nats/`: 16); `inline/`: a single-threaded"
-    " executor, which has no workers",
+    " workers as there are sources (`channel/`, `nats/`: 16); `inline/`: without workers",
     "asio": "Boost.Asio: a `thread_pool` with as many threads as sources, and a strand per source",
     "tbb": "oneTBB: a `task_arena` with as many slots as sources, none of them reserved, and a"
     " serial `function_node` per source; `max_allowed_parallelism` is one more, for the reader",
     "caf": "CAF: the work-stealing scheduler with as many threads as sources, and an actor per"
     " source; all else as CAF sets it",
-    "student": "one mutex, one condition variable, a queue per source, and as many threads as"
-    " sources; a thread stays with a source until its queue is empty",
-    "asio_cores": "as asio, with as many threads as cores",
-    "tbb_cores": "as tbb, with as many threads as cores",
-    "caf_cores": "as caf, with as many threads as cores",
-    "student_cores": "as student, with as many threads as cores",
+    "threads": "a thread per source with a queue: one mutex, one condition variable, a queue per"
+    " source, and as many threads; a thread that is free takes a source until its queue is empty",
+    "..._cores": "the same with as many threads as cores",
     "hand_over": "two threads that wake each other in turn by `FUTEX_WAKE`, without spinning",
-    "bare": "`channel/`: ZeroMQ by itself, a DEALER sends and a ROUTER in another process sends"
-    " back; `nats/`: the same stream, consumer and connections as ours, and one thread that pulls,"
-    " answers and acknowledges; no envelopes, and answers are neither confirmed nor repeated",
+    "bare": "`channel/`: ZeroMQ by itself, a DEALER and a ROUTER; `nats/`: a loop on the same"
+    " stream that pulls, answers and acknowledges; answers are neither confirmed nor repeated",
 }
 
-FIGURE_TITLES = {TIME: "µs", CPU_TIME: "processor µs", RATE: "requests per second",
-                 "rate": "rate, per second"}  # fmt: skip
-
-COST_TITLES = {"0us": "nothing", "1000us_blocking": "1 ms of blocking"}
-
-# Kind of benchmark -> heading, and what is measured.
 SECTIONS = {
-    "throughput": (
-        "Throughput",
-        "From the channel's read to the answer, with always one more request to read. Requests of"
-        " 64 bytes, from the sources in turn.",
-    ),
-    "inline": (
-        "Inline path",
-        "The same with a single-threaded executor, which runs a request before it reads the next.",
-    ),
-    "latency": (
-        "Latency",
-        "`closed/SOURCES/COST`: the next request is read when the former was answered."
-        " `half/SOURCES/COST`: requests arrive at random, at half of the rate that the contestant"
-        " itself was just seen to reach. `futex`: what a wake-up takes without anybody's queue.",
-    ),
-    "growth": (
-        "Growth",
-        "This library alone: the cost of a request by the number of sources, by the length of the"
-        " backlog, and by the number of idle workers; and what workers and requests need.",
-    ),
-    "channel": (
-        "Channel between processes",
-        "Requests of 64 bytes and their answers over `ipc://`, between two processes: one in flight"
-        " (`closed`), or 100 (`saturated/SOURCES`).",
-    ),
-    "nats": (
-        "Channel over NATS JetStream",
-        "The same through a stream in files: one request in flight (`closed`), or 256"
-        " (`saturated/SOURCES`), with one server; and with three on this machine, each of which"
-        " keeps every request (`replicated/SOURCES`). Of each source one request at a time is on"
-        " its way into the stream.",
-    ),
+    "throughput": "From the channel's read to the answer, with always one more request to read."
+    " Requests of 64 bytes, from the sources in turn.",
+    "inline": "The same on a single-threaded executor, which runs a request before it reads on.",
+    "latency": "`closed/SOURCES/COST`: the next request is read when the former was answered."
+    " `half/SOURCES/COST`: requests arrive at random, at half of the rate that the contestant"
+    " itself was just seen to reach. `futex`: what a wake-up takes without anybody's queue.",
+    "growth": "This library alone: the cost of a request by the number of sources, by the length of"
+    " the backlog, and by the number of idle workers; and what workers and requests need.",
+    "channel": "Requests of 64 bytes and their answers over `ipc://`, between two processes: one in"
+    " flight (`closed`), or 100 (`saturated/SOURCES`).",
+    "nats": "The same through a stream in files: one request in flight (`closed`), or 256"
+    " (`saturated/SOURCES`), with one server; and with three on this machine, each of which keeps"
+    " every request (`replicated/SOURCES`). One of each source is on its way into the stream.",
 }
+
+# Of a request's way, in its order; figures that are no percentiles come first.
+STAGES = "", "hand over", "read handler", "read answer", "arrival answer", "answer"
 
 
 def number(value):
     """Three digits that count, and no more than are there."""
-    if value == 0:
-        return "0"
-    return f"{value:,.{max(0, 2 - math.floor(math.log10(abs(value))))}f}"
+    return f"{value:,.{max(0, 2 - math.floor(math.log10(abs(value))))}f}" if value else "0"
 
 
 def span(found):
     """The median, and from where to where the rounds went."""
     if not found:
         return "—"
-    if found.least == found.most:
-        return number(found.median)
-    return f"{number(found.median)} ({number(found.least)}..{number(found.most)})"
+    median, least, most = map(number, found)
+    return median if least == most else f"{median} ({least}..{most})"
 
 
 def table(head, rows):
     lines = ["| " + " | ".join(row) + " |" for row in [head, *rows]]
-    lines.insert(1, "|" + "---|" * len(head))
-    return [*lines, ""]
+    return [lines[0], "|" + "---|" * len(head), *lines[1:], ""]
 
 
-def figure_title(figure):
-    percentile = percentile_of(figure)
+def split_percentile(figure):
+    """(stage of a request's way, title): of read_handler_p999 ("read handler", "p99.9, µs")."""
+    stage, percentile = re.fullmatch(r"(.*?)(?:_p(50|99|999))?", figure).groups()
     if percentile:
-        return f"{percentile[1]}, µs"
-    if figure.endswith("_us"):
-        figure = figure.removesuffix("_us") + ", µs"
-    return FIGURE_TITLES.get(figure, figure.replace("_", " "))
+        return stage.replace("_", " "), f"p{percentile.replace('999', '99.9')}, µs"
+    return "", re.sub(" us$", ", µs", figure.replace("_", " "))
 
 
-def cost_title(cost):
-    return COST_TITLES.get(cost, cost.replace("us", " µs") + " of computation")
+def aims_table(aims, rounds):
+    rows = []
+    for aim in aims:
+        found = aim.measured(rounds)
+        reached = "yes" if found and found[0] >= aim.least else "**no**"
+        rows.append([f"`{aim.cell}`", aim.who, f"{aim.least:.2f}", span(found), reached])
+    return table(["cell", "against", "aim", "measured", "reached"], rows)
 
 
-def in_order(names):
-    """Contestants as they are listed above, points of a curve by their number."""
-    known = list(SETTINGS)
+def throughput_tables(rounds, names):
+    """For each cost of the handler: contestants down, numbers of sources across."""
+    def median(figure):
+        return lambda cell, who: span(figure_spread(rounds, cell + who, figure)).split(" ")[0]
 
-    def place(name):
-        who = who_of(name)
-        if who.isdigit():
-            return int(who)
-        return known.index(who) if who in known else len(known)
+    def ratio(cell, who):
+        return span(ratio_spread(rounds, (cell + OURS, TIME), (cell + who, TIME)))
 
-    return sorted(names, key=place)
+    shown = {"µs per request": median(TIME), "The contestant's time over ours": ratio,
+             "Processor time per request, µs, of all threads": median(CPU_TIME)}  # fmt: skip
+    lines = []
+    for cost in dict.fromkeys(name.split("/")[2] for name in names):
+        parts = [name.split("/") for name in names if f"/{cost}/" in name]
+        sources, contestants = (list(dict.fromkeys(part[i] for part in parts)) for i in (1, 3))
+        lines += [f"### A handler of {cost.replace('us', ' µs').replace('_', ', ')}", ""]
+        for title, content in shown.items():
+            rows = [[who, *[content(f"throughput/{n}/{cost}/", who) for n in sources]]
+                    for who in contestants]  # fmt: skip
+            lines += [f"{title}:", "", *table(["sources", *sources], rows)]
+    return lines
 
 
-class Page:
-    """Makes the text. `plots` maps a cell or a heading to the file that shows it."""
+def cell_tables(rounds, cell, names):
+    """All figures of the cell; those of one stage of a request's way in a table together."""
+    stages = {stage: {} for stage in STAGES}
+    for figure in dict.fromkeys(f for each in rounds for n in names for f in each.get(n, {})):
+        stage, title = split_percentile(figure)
+        stages.setdefault(stage, {})[figure] = title
+    ours = f"{cell}/{OURS}"
+    lines = [f"### {cell}", ""]
+    for stage, titles in stages.items():
+        if not titles:
+            continue
+        head = [stage, *titles.values()]
+        rows = [[who_of(n), *[span(figure_spread(rounds, n, f)) for f in titles]] for n in names]
+        if ours in names and len(names) > 1:
+            first = next(iter(titles))
+            head.append(f"{titles[first]}: over ours")
+            for row, name in zip(rows, names):
+                row.append(span(ratio_spread(rounds, (ours, first), (name, first))))
+        lines += table(head, rows)
+    return lines
 
-    def __init__(self, rounds, plots):
-        self._rounds = rounds
-        self._plots = plots
-        self._spreads = spreads(rounds)
 
-    def text(self, machine, verdicts, paths, errors):
-        parts = [
-            ["# Benchmarks", ""],
-            self._machine(machine),
-            self._errors(errors),
-            self._aims(verdicts, paths),
-            self._paths(paths),
-        ]
-        kinds = dict.fromkeys(name.split("/")[0] for name in self._spreads)
-        parts += [self._section(kind) for kind in sorted(kinds, key=_section_order)]
-        parts.append(self._contestants())
-        return "\n".join(line for part in parts for line in part)
-
-    def _machine(self, machine):
-        return table(["", ""], [[key, value] for key, value in machine.items()])
-
-    def _errors(self, errors):
-        if not errors:
-            return []
-        return ["## Not measured", "", *[f"- {error}" for error in dict.fromkeys(errors)], ""]
-
-    def _aims(self, verdicts, paths):
-        rows = []
-        for verdict in verdicts:
-            rows.append([
-                verdict.aim.against,
-                f"`{verdict.pair.title}`",
-                f"{verdict.aim.least:.2f}",
-                span(verdict.measured) if verdict.measured else "not measured",
-                "yes" if verdict.reached else "**no**",
-                verdict.reason,
-            ])
-        rows.append(self._inline_aim(paths))
-        return [
-            "## Aims",
-            "",
-            "The contestant's time over ours is to be at least the aim. Measured are the median of"
-            " the rounds and, in brackets, the smallest and the largest of them.",
-            "",
-            *table(["against", "cell", "aim", "measured", "reached", "what is in the way"], rows),
-        ]
-
-    def _inline_aim(self, paths):
-        row = ["a direct call", "instructions that the inline path adds",
-               f"under {MOST_ADDED_INLINE:,}"]  # fmt: skip
-        if not paths:
-            return [*row, "not measured", "**no**", ""]
-        added = added_inline(paths)
-        return [*row, f"{added:,.0f}", "yes" if added < MOST_ADDED_INLINE else "**no**", ""]
-
-    def _paths(self, paths):
-        if not paths:
-            return []
-        rows = [
-            [name, PATHS[name].meaning, f"{f['instructions']:,.0f}", f"{f['allocations']:g}"]
-            for name, f in paths.items()
-        ]
-        return [
-            "## Instructions and allocations per request",
-            "",
-            *table(["path", "", "instructions", "allocations"], rows),
-        ]
-
-    def _section(self, kind):
-        names = [name for name in self._spreads if name.split("/")[0] == kind]
-        title, meaning = SECTIONS.get(kind, (kind, ""))
-        lines = [f"## {title}", "", meaning, ""]
+def page(about, names, rounds, aims, counts, errors):
+    """Of all benchmarks of these names; `counts` is what paths.py measured."""
+    lines = ["# Benchmarks", "", *table(["", ""], list(about.items()))]
+    if errors:
+        lines += ["## Not measured", "", *[f"- {error}" for error in dict.fromkeys(errors)], ""]
+    lines += ["## Aims", "",
+              "The contestant's time over ours is to be at least the aim. Measured are the median"
+              " of the rounds and, in brackets, the smallest and the largest of them.", "",
+              *aims_table(aims, rounds)]  # fmt: skip
+    if counts:
+        lines += ["## Instructions and allocations per request", "", paths.table(counts), ""]
+    for kind, meaning in SECTIONS.items():
+        of_kind = [name for name in names if name.startswith(kind + "/")]
+        if of_kind:
+            lines += [f"## {kind.capitalize()}", "", meaning, ""]
         if kind == "throughput":
-            costs = dict.fromkeys(name.split("/")[2] for name in names)
-            for cost in costs:
-                lines += self._throughput(cost, [n for n in names if n.split("/")[2] == cost])
+            lines += throughput_tables(rounds, of_kind)
         else:
-            for cell, benchmarks in by_cell(names).items():
-                lines += self._cell(cell, in_order(benchmarks))
-        return lines
-
-    def _plot(self, key):
-        return [f"![{key}]({self._plots[key]})", ""] if key in self._plots else []
-
-    def _throughput(self, cost, names):
-        lines = [f"### A handler that does {cost_title(cost)}", ""]
-        lines += self._plot(f"throughput {cost}")
-        lines += ["µs per request:", ""]
-        lines += self._grid(names, lambda name: self._median(name, TIME))
-        lines += ["The contestant's time over ours:", ""]
-        others = [name for name in names if who_of(name) != OURS]
-        lines += self._grid(others, lambda name: self._ratio(name, TIME))
-        lines += ["Processor time per request, µs, of all threads together:", ""]
-        lines += self._grid(names, lambda name: self._median(name, CPU_TIME))
-        return lines
-
-    def _grid(self, names, content):
-        """Contestants down, numbers of sources across."""
-        cells = sorted({cell_of(name) for name in names}, key=lambda cell: int(cell.split("/")[1]))
-        rows = [
-            [who, *[content(f"{cell}/{who}") for cell in cells]]
-            for who in dict.fromkeys(who_of(name) for name in in_order(names))
-        ]
-        return table(["sources", *[cell.split("/")[1] for cell in cells]], rows)
-
-    def _cell(self, cell, names):
-        """All figures of the cell; those of one stage of a request's way in a table together."""
-        lines = [f"### {cell}", "", *self._plot(cell)]
-        contest = f"{cell}/{OURS}" in names and len(names) > 1
-        figures = dict.fromkeys(f for name in names for f in self._spreads[name])
-        for stage, figures_of_stage in by_stage(figures).items():
-            if stage:
-                lines += [f"{stage_title(stage)}:", ""]
-            lines += self._stage(names, figures_of_stage, contest)
-        return lines
-
-    def _stage(self, names, figures, contest):
-        compared = [f for f in figures if contest and f != RATE]
-        titles = [figure_title(f) for f in figures]
-        head = ["", *titles, *[f"{figure_title(f)}: over ours" for f in compared]]
-        rows = [
-            [
-                who_of(name),
-                *[span(self._find(name, f)) for f in figures],
-                *["" if who_of(name) == OURS else self._ratio(name, f) for f in compared],
-            ]
-            for name in names
-        ]
-        return table(head, rows)
-
-    def _find(self, name, figure):
-        return self._spreads.get(name, {}).get(figure)
-
-    def _median(self, name, figure):
-        found = self._find(name, figure)
-        return number(found.median) if found else "—"
-
-    def _ratio(self, name, figure):
-        pair = Pair(f"{cell_of(name)}/{OURS}", name, figure, figure)
-        return span(spread(pair.ratios(self._rounds)))
-
-    def _contestants(self):
-        present = {who_of(name) for name in self._spreads}
-        present |= {who.removesuffix("_cores") for who in present}
-        rows = [[who, settings] for who, settings in SETTINGS.items() if who in present]
-        return [
-            "## Contestants",
-            "",
-            "Within a process all have the same messages, look-up of the invoker, response objects,"
-            " handlers and allocator. They differ in what brings a request from the thread that"
-            " reads it to the handler.",
-            "",
-            *table(["", "settings"], rows),
-        ]
-
-
-def _section_order(kind):
-    known = list(SECTIONS)
-    return known.index(kind) if kind in known else len(known)
+            for cell, of_cell in by_cell(of_kind).items():
+                lines += cell_tables(rounds, cell, of_cell)
+    lines += ["## Contestants", "",
+              "Within a process all have the same messages, look-up of the invoker, response"
+              " objects, handlers and allocator. They differ in what brings a request from the"
+              " thread that reads it to the handler.", "",
+              *table(["", "settings"], list(CONTESTANTS.items()))]  # fmt: skip
+    return "\n".join(lines)

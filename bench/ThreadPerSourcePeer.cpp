@@ -1,5 +1,4 @@
-#include "bench/Peer.h"
-#include "bench/Peers.h"
+#include "bench/Contestant.h"
 
 #include <condition_variable>
 #include <deque>
@@ -10,33 +9,20 @@
 
 namespace bench {
 
-namespace {
-
-class StudentPeer : public Peer {
+class ThreadPerSourcePeer : public Peer {
 public:
-    StudentPeer(std::unique_ptr<CommsChannelIfc> channel, Workload& workload, int threads)
-        : Peer(std::move(channel), workload) {
+    explicit ThreadPerSourcePeer(int threads) {
         for (int i = 0; i < threads; ++i)
             m_threads.emplace_back([this] { work(); });
-        startReading();
     }
 
-    ~StudentPeer() override {
-        stopReading();
+    ~ThreadPerSourcePeer() override {
         {
             const std::lock_guard lock(m_mutex);
             m_stopping = true;
         }
         m_changed.notify_all();
-        for (std::thread& thread : m_threads)
-            thread.join();
     }
-
-private:
-    struct Source {
-        std::deque<Request> requests;
-        bool busy = false; ///< in m_ready, or served by a thread
-    };
 
     void post(const std::string& name, Request request) override {
         bool wake = false;
@@ -53,6 +39,12 @@ private:
         if (wake)
             m_changed.notify_one();
     }
+
+private:
+    struct Source {
+        std::deque<Request> requests;
+        bool busy = false; ///< in m_ready, or served by a thread
+    };
 
     void work() {
         std::unique_lock lock(m_mutex);
@@ -81,14 +73,11 @@ private:
     std::deque<Source*> m_ready; ///< have requests, and no thread yet
     bool m_stopping = false;
 
-    std::vector<std::thread> m_threads;
+    std::vector<std::jthread> m_threads; ///< last, so that they end first
 };
 
-} // namespace
-
-std::unique_ptr<Contestant> startStudentPool(std::unique_ptr<CommsChannelIfc> channel,
-                                             Workload& workload, int threads) {
-    return std::make_unique<StudentPeer>(std::move(channel), workload, threads);
+std::unique_ptr<Peer> makeThreadPerSourcePeer(int threads) {
+    return std::make_unique<ThreadPerSourcePeer>(threads);
 }
 
 } // namespace bench
