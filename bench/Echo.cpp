@@ -110,9 +110,9 @@ int runEchoProgram(int argc, char** argv, std::span<const Echo> echoes,
 
 void measureEcho(benchmark::State& state, const Echo& echo, const std::string& url, int window,
                  int sources) {
-    // This program's real name, which a profiler that follows the child needs.
-    const std::string self = std::filesystem::read_symlink("/proc/self/exe");
-    mirel::Process server({self, kServe, std::string(echo.name), url});
+    // Its real name, which a profiler that follows the child needs.
+    mirel::Process server(
+        {std::filesystem::read_symlink("/proc/self/exe"), kServe, std::string(echo.name), url});
     if (!server.waitFor(kServing))
         throw std::runtime_error("the server process does not serve");
     const auto caller = echo.call(url, window, sources);

@@ -1,6 +1,5 @@
-// How the library's costs grow with what there is to do: sources, requests that are held back, idle
-// workers. And what a worker and a held-back request cost. The counters are microseconds or bytes,
-// as their names say.
+// How costs grow with what there is to do: sources, requests that are held back, idle workers. And
+// what a worker and a held-back request cost. Counters are in microseconds or bytes.
 
 #include "bench/Benchmarks.h"
 #include "bench/Load.h"
@@ -23,8 +22,7 @@ namespace {
 using namespace bench;
 
 std::size_t heapBytesInUse() {
-    const struct mallinfo2 info = mallinfo2();
-    return info.uordblks + info.hblkhd; // the latter are the large blocks
+    return mallinfo2().uordblks + mallinfo2().hblkhd; // the latter are the large blocks
 }
 
 /// Requests of one source that are all held back behind one whose handler blocks, and then run.

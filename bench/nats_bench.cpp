@@ -1,11 +1,10 @@
 // A request of 64 bytes through NATS JetStream to another process and its answer: through the
-// channel, a service executor and its workers, against a bare loop on the engine's library. One in
+// channel, a service executor and its workers, against a bare loop on the NATS library. One in
 // flight, saturated, and saturated on three servers that keep three copies.
 //
-// The bare loop has the same connection, stream and consumer as the channel, and one thread at each
-// end that does as little as can be done with them. Requests have ids by which the engine knows
-// repetitions, and of each source one at a time is on its way into the stream. Answers are not
-// confirmed, and nothing is repeated.
+// The bare loop has the channel's connection, stream and consumer, and one thread at each end that
+// does as little as can be done with them. Requests have ids, and one of each source at a time is on
+// its way into the stream. Answers are not confirmed, and nothing is repeated.
 
 #include "bench/Echo.h"
 #include "channels/nats/publish/NatsCaller.h"
@@ -34,17 +33,13 @@ constexpr std::int64_t kPatienceMs = 5000;
 constexpr const char* kCaller = "bare"; ///< there is one only
 constexpr const char* kAnswer = "answer";
 
-// What the engine says about a pull.
+// What the server says about a pull.
 constexpr std::string_view kHeartbeat = "100";
 constexpr std::string_view kTimeOut = "408";
 
 void require(natsStatus status, const char* what) {
     if (status != NATS_OK)
         throw std::runtime_error(std::string(what) + ": " + natsStatus_GetText(status));
-}
-
-std::string_view contentOf(natsMsg* msg) {
-    return {natsMsg_GetData(msg), static_cast<std::size_t>(natsMsg_GetDataLength(msg))};
 }
 
 mirel::NatsSubscription subscribe(mirel::NatsConnection& connection, const std::string& subject) {
@@ -92,7 +87,7 @@ private:
             } else if (natsMsgHeader_Get(msg, "Status", &status); status == kTimeOut) {
                 expected = 0;
             } else if (status != kHeartbeat) {
-                throw std::runtime_error(std::string("the engine says ") + status);
+                throw std::runtime_error(std::string("the server says ") + status);
             }
         }
     }
@@ -146,8 +141,8 @@ public:
             const std::string_view subject = natsMsg_GetSubject(msg);
             const std::string_view kind = subject.substr(m_prefix.size());
             if (kind == kAnswer)
-                return numberOf(contentOf(msg));
-            confirm(kind, contentOf(msg));
+                return numberOf(mirel::bytesOf(msg));
+            confirm(kind, mirel::bytesOf(msg));
         }
     }
 
@@ -159,7 +154,7 @@ private:
 
     void confirm(std::string_view name, std::string_view text) {
         if (text.find("\"seq\"") == text.npos)
-            throw std::runtime_error("the engine takes no request: " + std::string(text));
+            throw std::runtime_error("the server takes no request: " + std::string(text));
         std::size_t number = 0;
         std::from_chars(name.data(), name.data() + name.size(), number);
         Source& source = m_sources.at(number);
