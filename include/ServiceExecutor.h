@@ -19,6 +19,7 @@ class CommsChannelIfc;
 class FrameworkContext;
 class InvokeInterceptorDispatcher;
 class MirelException;
+struct Place;
 class ServiceThreadPoolIfc;
 class Threader;
 
@@ -143,8 +144,8 @@ private:
                                 const std::string& logPrefix);
     bool isThreadAllocatedToChannel(const std::string& channel) const;
     bool startDelayedMessage(ServiceThreadIfc* thread, OwnedResponse& unstarted);
-    void publishCaught(const CaughtException& caught);
-    void publish(const char* kind, MirelException report);
+    void publishCaught(const CaughtException& caught, const Place& noticed);
+    void publish(const char* kind, MirelException report, const Place& noticed);
 
     // Set by the constructor, or on the executor's thread (the service object, once). Atomic where
     // another thread may look: `initService` tests the service object before it takes its lock, and

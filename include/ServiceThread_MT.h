@@ -10,6 +10,7 @@
 
 class CaughtException;
 class InvokeInterceptorDispatcher;
+struct Place;
 class ServiceThreadPoolIfc;
 
 /// A worker: a service thread with an OS thread of its own, which the pool creates, starts and
@@ -66,7 +67,7 @@ private:
     void returnToPool();
     void end();
     void goOnUnderNewThread();
-    void publish(const CaughtException& caught);
+    void publish(const CaughtException& caught, const Place& noticed);
 
     ServiceThreadPoolIfc* const m_pthreadPool; ///< not owned
 

@@ -6,6 +6,7 @@
 
 class CaughtException;
 class InvokeInterceptorDispatcher;
+struct Place;
 
 /// An inline thread: runs one request or one timer event on the thread that hands it over, and then
 /// deletes itself. It has no OS thread, no queue and no lock.
@@ -43,8 +44,8 @@ public:
                                           Executable* executable, const char* data, int timerId);
 
 private:
-    void publish(const CaughtException& caught, Invoker* invoker, Executable* executable,
-                 const char* data, int timerId);
+    void publish(const CaughtException& caught, const Place& noticed, Invoker* invoker,
+                 Executable* executable, const char* data, int timerId);
 
     InvokeInterceptorDispatcher* const m_pinterceptorDispatcher;
 };

@@ -5,6 +5,7 @@
 #include "framework/Logging.h"
 #include "framework/symbolInfo.h"
 
+#include <cstring>
 #include <sstream>
 
 namespace {
@@ -16,6 +17,11 @@ std::string whatOf(const std::exception& exception) {
 }
 
 } // namespace
+
+const char* Place::file() const {
+    const char* const slash = std::strrchr(path, '/');
+    return slash ? slash + 1 : path;
+}
 
 CaughtException::CaughtException(MirelException& caught)
     : m_kind("MirelException"),
@@ -39,13 +45,15 @@ std::string CaughtException::reportPrefix(const char* className) const {
     return prefix;
 }
 
-MirelException CaughtException::report(const std::string& text, const char* file, int line) const {
-    return m_cause ? MirelException(text, file, line, *m_cause) : MirelException(text, file, line);
+MirelException CaughtException::report(const std::string& text, const Place& noticed) const {
+    return m_cause ? MirelException(text, noticed.file(), noticed.line, *m_cause)
+                   : MirelException(text, noticed.file(), noticed.line);
 }
 
-void logSurvived(const char* component, const char* step, const CaughtException& caught) {
+void logSurvived(const char* component, const char* step, const CaughtException& caught,
+                 const Place& noticed) {
     try {
-        logAppUni(component, "FailureTiers.cpp", 2, __LINE__, "%s",
+        logAppUni(component, noticed.file(), 2, noticed.line, "%s",
                   caught.reportPrefix(step).c_str());
     } catch (abi::__forced_unwind&) {
         throw;

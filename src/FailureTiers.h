@@ -11,6 +11,20 @@
 class Executable;
 class Invoker;
 
+/// A place in the source. As std::source_location, which clang 14 does not have.
+struct Place {
+    /// The place of the call; in a default argument, that of the call that uses it.
+    static constexpr Place here(const char* path = __builtin_FILE(), int line = __builtin_LINE()) {
+        return {path, line};
+    }
+
+    /// The file's own name.
+    const char* file() const;
+
+    const char* path;
+    int line;
+};
+
 /// Something that foreign code threw, sorted into one of three tiers. Lives inside the handler that
 /// it is given to, and so does what it refers to.
 class CaughtException {
@@ -28,8 +42,9 @@ public:
     /// How a report by `className` begins; in the second tier with the exception's own text.
     std::string reportPrefix(const char* className) const;
 
-    /// The report to publish, chained to what was caught in the first tier.
-    MirelException report(const std::string& text, const char* file, int line) const;
+    /// The report to publish, chained to what was caught in the first tier. `noticed`: where it was
+    /// caught.
+    MirelException report(const std::string& text, const Place& noticed) const;
 
 private:
     const char* m_kind;
@@ -60,12 +75,16 @@ void runInTiers(Work work, Handler handler) {
 
 /// The last resort: logs that `step` failed, at level 2, and never throws. For exceptions from the
 /// reporting of exceptions, and from what must not stop its caller.
-void logSurvived(const char* component, const char* step, const CaughtException& caught);
+void logSurvived(const char* component, const char* step, const CaughtException& caught,
+                 const Place& noticed);
 
 /// Runs `work`, named `step` in the log; whatever it throws is logged and goes no further.
 template <typename Work>
-void survive(const char* component, const char* step, Work work) {
-    runInTiers(work, [&](const CaughtException& caught) { logSurvived(component, step, caught); });
+void survive(const char* component, const char* step, Work work,
+             const Place& noticed = Place::here()) {
+    runInTiers(work, [&](const CaughtException& caught) {
+        logSurvived(component, step, caught, noticed);
+    });
 }
 
 /// Readable name of a class, for reports.

@@ -4,6 +4,7 @@
 #include "Invocation.h"
 #include "ServiceThreadIfc.h"
 #include "ServiceThreadPoolIfc.h"
+#include "Trace.h"
 #include "framework/CommsChannelDataContainerMessage.h"
 #include "framework/CommsChannelIfc.h"
 #include "framework/CriticalSection.h"
@@ -14,7 +15,6 @@
 #include "framework/InvokeInterceptorDispatcher.h"
 #include "framework/Invoker.h"
 #include "framework/InvokerResponse.h"
-#include "framework/Logging.h"
 #include "framework/ProcessTypeString.h"
 #include "framework/Serializer.h"
 #include "framework/Service.h"
@@ -28,13 +28,10 @@
 namespace {
 
 constexpr const char* kComponent = "ServiceExecutor";
-constexpr const char* kFile = "ServiceExecutor.cpp";
 
 constexpr int kTimerEvent = 6; ///< the message type that marks a timer event
 
 using InterceptionPoint = InvokeInterceptorContext::InterceptionPoint;
-
-bool loggingOn(int level) { return loggingOnAppUni(kComponent, level) != 0; }
 
 MirelThreadPriority ownPriority(bool multiThreaded) {
     return MirelThreadPriority(multiThreaded ? 2 : 1);
@@ -126,26 +123,23 @@ void ServiceExecutor::run() {
                 processMessage();
             } while (m_started);
         },
-        [this](const CaughtException& caught) { publishCaught(caught); });
+        [this](const CaughtException& caught) { publishCaught(caught, Place::here()); });
 }
 
-void ServiceExecutor::publishCaught(const CaughtException& caught) {
+void ServiceExecutor::publishCaught(const CaughtException& caught, const Place& noticed) {
     std::string text = caught.reportPrefix(kComponent);
-    if (caught.cause()) {
-        setDetailedExceptionData(text);
-        publish(caught.kind(), caught.report(text, kFile, __LINE__));
-    } else {
-        publishDetailedException(caught.kind(), text);
-    }
+    setDetailedExceptionData(text);
+    publish(caught.kind(), caught.report(text, noticed), noticed);
 }
 
 void ServiceExecutor::publishDetailedException(std::string kind, std::string text) {
+    const Place noticed = Place::here();
     setDetailedExceptionData(text);
-    publish(kind.c_str(), MirelException(text, kFile, __LINE__));
+    publish(kind.c_str(), MirelException(text, noticed.file(), noticed.line), noticed);
 }
 
-void ServiceExecutor::publish(const char* kind, MirelException report) {
-    logAppUni(kComponent, kFile, 2, __LINE__, "run(this=%p) - %s caught!",
+void ServiceExecutor::publish(const char* kind, MirelException report, const Place& noticed) {
+    logAppUni(kComponent, noticed.file(), 2, noticed.line, "run(this=%p) - %s caught!",
               static_cast<const void*>(this), kind);
     ExceptionPublisher::instance()->publishException(report);
 }
@@ -189,14 +183,11 @@ void ServiceExecutor::initService() {
     CriticalSection lock(m_initLock);
     if (m_pexecutable)
         return;
-    if (loggingOn(4))
-        logAppUni(kComponent, kFile, 4, __LINE__, "initService: ifc='%s' lib='%s', creator='%s'",
-                  m_serviceInterface.c_str(), m_libraryName.c_str(), m_creatorName.c_str());
+    TRACE(4, "initService: ifc='%s' lib='%s', creator='%s'", m_serviceInterface.c_str(),
+          m_libraryName.c_str(), m_creatorName.c_str());
     m_pexecutable = m_pfwkContext->createService(this, m_libraryName, m_creatorName,
                                                  m_pcommsChannel, m_serviceInterface);
-    if (loggingOn(6))
-        logAppUni(kComponent, kFile, 6, __LINE__,
-                  "Service created & initialised - interface = '%s'", m_serviceInterface.c_str());
+    TRACE(6, "Service created & initialised - interface = '%s'", m_serviceInterface.c_str());
 }
 
 // ---- Timer events and legacy messages --------------------------------------------------------
@@ -207,10 +198,8 @@ void ServiceExecutor::executeTimerEvent(std::string data, MirelThreadPriority pr
     Serializer::deserialize(data, timerId);
     ServiceThreadIfc* const thread = m_pthreadPool->getThread(priority, m_multiThreaded);
     try {
-        if (loggingOn(6))
-            logAppUni(kComponent, kFile, 6, __LINE__,
-                      "(sourceChannelName='%s' dest='%s',timerid=%d)Got a timer thread",
-                      sourceChannel.c_str(), destChannel.c_str(), timerId);
+        TRACE(6, "(sourceChannelName='%s' dest='%s',timerid=%d)Got a timer thread",
+              sourceChannel.c_str(), destChannel.c_str(), timerId);
     } catch (...) {
         if (m_multiThreaded)
             giveBack(thread);
@@ -219,19 +208,16 @@ void ServiceExecutor::executeTimerEvent(std::string data, MirelThreadPriority pr
         throw;
     }
     thread->timerEvent(m_pexecutable, timerId);
-    if (loggingOn(6))
-        logAppUni(kComponent, kFile, 6, __LINE__,
-                  "(sourceChannelName='%s' dest='%s',timerid=%d)Executing timer event",
-                  sourceChannel.c_str(), destChannel.c_str(), timerId);
+    TRACE(6, "(sourceChannelName='%s' dest='%s',timerid=%d)Executing timer event",
+          sourceChannel.c_str(), destChannel.c_str(), timerId);
 }
 
 void ServiceExecutor::executeLegacyEvent(CommsChannelDataContainerMessage& msg) {
-    if (loggingOn(6))
-        logAppUni(kComponent, kFile, 6, __LINE__,
-                  "(sourceChannelName='%s' dest='%s',reqid=%lu)Legacy code - cast to 'Service' and "
-                  "call handle message",
-                  msg.sourceChannel().c_str(), msg.channel().c_str(),
-                  static_cast<unsigned long>(msg.requestId()));
+    TRACE(6,
+          "(sourceChannelName='%s' dest='%s',reqid=%lu)Legacy code - cast to 'Service' and "
+          "call handle message",
+          msg.sourceChannel().c_str(), msg.channel().c_str(),
+          static_cast<unsigned long>(msg.requestId()));
     auto* const service = dynamic_cast<Service*>(m_pexecutable.load());
     if (!service)
         return;
@@ -256,29 +242,23 @@ void ServiceExecutor::executeLegacyEvent(CommsChannelDataContainerMessage& msg) 
 void ServiceExecutor::executeInvokerRequest(CommsChannelDataContainerMessage& msg) {
     // For the lines of levels 6 and 4, and only if those are wanted: making it takes a third of the
     // instructions of the whole function. A line that is switched on meanwhile goes without.
-    const std::string logPrefix = loggingOn(6) || loggingOn(4) ? makeLogPrefix(msg) : std::string();
-    if (loggingOn(6))
-        logAppUni(kComponent, kFile, 6, __LINE__, "%sProtocol and interface included in message",
-                  logPrefix.c_str());
+    const bool wanted = loggingOnAppUni(kComponent, 6) || loggingOnAppUni(kComponent, 4);
+    const std::string logPrefix = wanted ? makeLogPrefix(msg) : std::string();
+    TRACE(6, "%sProtocol and interface included in message", logPrefix.c_str());
     if (m_serviceInterface.find(msg.interface()) == std::string::npos) {
-        if (loggingOn(3))
-            logAppUni(kComponent, kFile, 3, __LINE__, "%sInterface not supported - do nothing",
-                      makeLogPrefix(msg).c_str());
+        TRACE(3, "%sInterface not supported - do nothing", makeLogPrefix(msg).c_str());
         return;
     }
-    if (loggingOn(6))
-        logAppUni(kComponent, kFile, 6, __LINE__, "%sService supports interface",
-                  logPrefix.c_str());
+    TRACE(6, "%sService supports interface", logPrefix.c_str());
     Invoker* const invoker = findAndInitializeInvoker(msg.interface(), msg.protocol(), logPrefix);
     if (!invoker) {
-        logAppUni(kComponent, kFile, 2, __LINE__, "%sNo invoker found", makeLogPrefix(msg).c_str());
+        LOG_ERROR("%sNo invoker found", makeLogPrefix(msg).c_str());
         return;
     }
     OwnedResponse response(new InvokerResponse(
         m_pcommsChannel, msg.sourceChannel(), msg.callbackChannel(), msg.protocol(),
         msg.interface(), msg.requestId(), msg.proxyCallMode(), msg.remoteContext(), 0));
-    if (loggingOn(6))
-        logAppUni(kComponent, kFile, 6, __LINE__, "%sCreated invoker response", logPrefix.c_str());
+    TRACE(6, "%sCreated invoker response", logPrefix.c_str());
     const std::string data = msg.getData();
     if (m_multiThreaded)
         executeInvokerRequest_MT(msg.priority(), invoker, data, response.release(),
@@ -291,17 +271,14 @@ Invoker* ServiceExecutor::findAndInitializeInvoker(const std::string& interface,
                                                    const std::string& protocol,
                                                    const std::string& logPrefix) {
     Invoker* const invoker = m_pfwkContext->findInvoker(interface, protocol);
-    if (loggingOn(6))
-        logAppUni(kComponent, kFile, 6, __LINE__, "%sFind invoker called", logPrefix.c_str());
+    TRACE(6, "%sFind invoker called", logPrefix.c_str());
     if (!invoker) {
-        logAppUni(kComponent, kFile, 2, __LINE__, "ProcessMessage: findInvoker for %s, %s failed",
-                  interface.c_str(), protocol.c_str());
+        LOG_ERROR("ProcessMessage: findInvoker for %s, %s failed", interface.c_str(),
+                  protocol.c_str());
         return nullptr;
     }
     invoker->initialise(m_pfwkContext);
-    if (loggingOn(6))
-        logAppUni(kComponent, kFile, 6, __LINE__, "%sInvoker initialised with fwkContext",
-                  logPrefix.c_str());
+    TRACE(6, "%sInvoker initialised with fwkContext", logPrefix.c_str());
     return invoker;
 }
 
@@ -311,9 +288,7 @@ void ServiceExecutor::executeInvokerRequest_ST(MirelThreadPriority priority, Inv
     OwnedResponse owned(response);
     // The caller's until it is handed its work; then it deletes itself.
     std::unique_ptr<ServiceThreadIfc> thread(m_pthreadPool->getThread(priority, m_multiThreaded));
-    if (loggingOn(6))
-        logAppUni(kComponent, kFile, 6, __LINE__, "%sExecuting request: %s", logPrefix.c_str(),
-                  data.c_str());
+    TRACE(6, "%sExecuting request: %s", logPrefix.c_str(), data.c_str());
     thread.release()->executeRequest(invoker, m_pexecutable, data.c_str(),
                                      static_cast<int>(data.size()), owned.release());
 }
@@ -325,18 +300,14 @@ void ServiceExecutor::executeInvokerRequest_MT(MirelThreadPriority priority, Inv
     OwnedResponse owned(response); // before the lock, so that it is destroyed without it
     CriticalSection lock(m_channelLock);
     if (isThreadAllocatedToChannel(sourceChannel)) {
-        if (loggingOn(4))
-            logAppUni(kComponent, kFile, 4, __LINE__, "%sDELAYED msg='%s'", logPrefix.c_str(),
-                      data.c_str());
+        TRACE(4, "%sDELAYED msg='%s'", logPrefix.c_str(), data.c_str());
         m_delayedMessages[sourceChannel].push({invoker, m_pexecutable, data, response, priority});
         (void)owned.release();
         return;
     }
     ServiceThreadIfc* const worker = getThread(priority, sourceChannel, logPrefix);
     try {
-        if (loggingOn(4))
-            logAppUni(kComponent, kFile, 4, __LINE__, "%sEXECUTD msg='%s'", logPrefix.c_str(),
-                      data.c_str());
+        TRACE(4, "%sEXECUTD msg='%s'", logPrefix.c_str(), data.c_str());
         worker->executeRequest(invoker, m_pexecutable, data.c_str(), static_cast<int>(data.size()),
                                response);
     } catch (...) {
@@ -354,8 +325,7 @@ ServiceThreadIfc* ServiceExecutor::getThread(MirelThreadPriority priority,
                                              const std::string& logPrefix) {
     ServiceThreadIfc* const thread = m_pthreadPool->getThread(priority, m_multiThreaded);
     try {
-        if (loggingOn(6))
-            logAppUni(kComponent, kFile, 6, __LINE__, "%sGot a thread", logPrefix.c_str());
+        TRACE(6, "%sGot a thread", logPrefix.c_str());
         thread->callBackOnCompletion(this);
         m_threadChannels[thread] = sourceChannel;
         m_busyChannels.insert(sourceChannel);
@@ -389,7 +359,7 @@ bool ServiceExecutor::reuseThreadForDelayedMessage(ServiceThreadIfc* thread) {
                 failed = true;
                 unstarted.reset();
                 survive(kComponent, "ServiceExecutor, report of a failed hand-over",
-                        [&] { publishCaught(caught); });
+                        [&] { publishCaught(caught, Place::here()); });
             });
         // A request that could not be started does not hold up the next one of its channel.
         if (!failed)
@@ -423,11 +393,10 @@ bool ServiceExecutor::startDelayedMessage(ServiceThreadIfc* thread, OwnedRespons
         m_delayedMessages.erase(waiting);
 
     const bool sameWorker = thread->threadPriority() == request.priority;
-    if (loggingOn(4))
-        logAppUni(kComponent, kFile, 4, __LINE__,
-                  sameWorker ? "reuseThreadForDelayedMessage: CURRENT src='%s' msg='%s'"
-                             : "reuseThreadForDelayedMessage: NEW src='%s' msg='%s'",
-                  channel.c_str(), request.data.c_str());
+    TRACE(4,
+          sameWorker ? "reuseThreadForDelayedMessage: CURRENT src='%s' msg='%s'"
+                     : "reuseThreadForDelayedMessage: NEW src='%s' msg='%s'",
+          channel.c_str(), request.data.c_str());
     ServiceThreadIfc* const worker =
         sameWorker ? thread : getThread(request.priority, channel, std::string());
     try {

@@ -4,9 +4,9 @@
 #include "Invocation.h"
 #include "ServiceExecCallbackIfc.h"
 #include "ServiceThreadPoolIfc.h"
+#include "Trace.h"
 #include "framework/ExceptionPublisher.h"
 #include "framework/Executable.h"
-#include "framework/Logging.h"
 #include "framework/ProcessTypeString.h"
 #include "framework/Threader.h"
 
@@ -18,9 +18,6 @@
 namespace {
 
 constexpr const char* kComponent = "ServiceThread_MT";
-constexpr const char* kFile = "ServiceThread_MT.cpp";
-
-bool loggingOn() { return loggingOnAppUni(kComponent, 5) != 0; }
 
 /// Stands for a worker's OS thread when the worker may be gone.
 class ThreadOfWorker : public Threadable {
@@ -159,7 +156,7 @@ void ServiceThread_MT::goOnUnderNewThread() {
             pthread_detach(dying);
         },
         [this](const CaughtException& caught) {
-            logSurvived(kComponent, "ServiceThread_MT::run, new thread", caught);
+            logSurvived(kComponent, "ServiceThread_MT::run, new thread", caught, Place::here());
             // No thread to go on with: the channel's requests fail one by one until it is free, and
             // the worker leaves its pool as a temporary one does.
             do {
@@ -178,50 +175,38 @@ void ServiceThread_MT::execute() {
     runInTiers(
         [&] {
             if (m_requestType == eRequest && !m_pinvoker) {
-                if (loggingOn())
-                    logAppUni(kComponent, kFile, 5, __LINE__,
-                              "ServiceThread_MT::execute() eRequest, m_pinvoker is not set, no "
-                              "request to execute, ServiceThread_MT = %p",
-                              self);
+                TRACE(5,
+                      "ServiceThread_MT::execute() eRequest, m_pinvoker is not set, no "
+                      "request to execute, ServiceThread_MT = %p",
+                      self);
                 delete response.release();
             } else if (m_requestType == eRequest) {
-                if (loggingOn())
-                    logAppUni(kComponent, kFile, 5, __LINE__,
-                              "execute(this=%p) - calling handleMessage", self);
+                TRACE(5, "execute(this=%p) - calling handleMessage", self);
                 invoke(m_pinterceptorDispatcher, *m_pinvoker, m_pexecutable, m_pdata, m_dataLength,
                        response);
             } else if (m_requestType == eTimer && !m_pexecutable) {
-                if (loggingOn())
-                    logAppUni(kComponent, kFile, 5, __LINE__,
-                              "ServiceThread_MT::execute() eTimer, m_pexecutable is not set, "
-                              "ServiceThread_MT = %p",
-                              self);
+                TRACE(5,
+                      "ServiceThread_MT::execute() eTimer, m_pexecutable is not set, "
+                      "ServiceThread_MT = %p",
+                      self);
             } else if (m_requestType == eTimer) {
-                if (loggingOn())
-                    logAppUni(kComponent, kFile, 5, __LINE__,
-                              "execute(this=%p) - calling timerEvent", self);
+                TRACE(5, "execute(this=%p) - calling timerEvent", self);
                 m_pexecutable->timerEvent(m_timerId);
             }
         },
         [&](const CaughtException& caught) {
-            if (loggingOn())
-                logAppUni(kComponent, kFile, 5, __LINE__, "execute(this=%p) - %s caught!", self,
-                          caught.kind());
+            TRACE(5, "execute(this=%p) - %s caught!", self, caught.kind());
             delete response.release();
-            if (loggingOn())
-                logAppUni(kComponent, kFile, 5, __LINE__, "execute(this=%p) - deleted m_presponse",
-                          self);
-            publish(caught);
+            TRACE(5, "execute(this=%p) - deleted m_presponse", self);
+            publish(caught, Place::here());
         });
 }
 
-void ServiceThread_MT::publish(const CaughtException& caught) {
+void ServiceThread_MT::publish(const CaughtException& caught, const Place& noticed) {
     std::string text = caught.reportPrefix(kComponent);
     setDetailedExceptionData(text);
-    MirelException report = caught.report(text, kFile, __LINE__);
-    if (loggingOn())
-        logAppUni(kComponent, kFile, 5, __LINE__, "execute(this=%p) - calling publish exception",
-                  static_cast<const void*>(this));
+    MirelException report = caught.report(text, noticed);
+    TRACE(5, "execute(this=%p) - calling publish exception", static_cast<const void*>(this));
     ExceptionPublisher::instance()->publishException(report);
 }
 

@@ -2,9 +2,9 @@
 
 #include "FailureTiers.h"
 #include "Invocation.h"
+#include "Trace.h"
 #include "framework/ExceptionPublisher.h"
 #include "framework/Executable.h"
-#include "framework/Logging.h"
 #include "framework/ProcessTypeString.h"
 
 #include <iostream>
@@ -12,9 +12,6 @@
 namespace {
 
 constexpr const char* kComponent = "ServiceThread_ST";
-constexpr const char* kFile = "ServiceThread_ST.cpp";
-
-bool loggingOn() { return loggingOnAppUni(kComponent, 5) != 0; }
 
 /// Runs the work of a thread object in tiers, as `runInTiers`. Service code that ends the OS thread
 /// takes the object with it: nobody else would.
@@ -40,8 +37,7 @@ void ServiceThread_ST::executeRequest(Invoker* invoker, Executable* executable, 
     const void* const self = this;
     OwnedResponse owned(response);
     if (!invoker) {
-        logAppUni(
-            kComponent, kFile, 2, __LINE__,
+        LOG_ERROR(
             "executeRequest() - invoker is not set, no request to execute, ServiceThread_ST = %p",
             self);
         delete owned.release();
@@ -49,23 +45,16 @@ void ServiceThread_ST::executeRequest(Invoker* invoker, Executable* executable, 
         runOn(
             this,
             [&] {
-                if (loggingOn())
-                    logAppUni(kComponent, kFile, 5, __LINE__,
-                              "executeRequest(this=%p) - calling handleMessage", self);
+                TRACE(5, "executeRequest(this=%p) - calling handleMessage", self);
                 invoke(m_pinterceptorDispatcher, *invoker, executable, data, length, owned);
             },
             [&](const CaughtException& caught) {
-                if (loggingOn())
-                    logAppUni(kComponent, kFile, 5, __LINE__,
-                              "executeRequest(this=%p) - %s caught!", self, caught.kind());
+                TRACE(5, "executeRequest(this=%p) - %s caught!", self, caught.kind());
                 delete owned.release();
-                if (loggingOn())
-                    logAppUni(kComponent, kFile, 5, __LINE__,
-                              "executeRequest(this=%p) - deleted m_presponse", self);
-                if (caught.cause() && loggingOn())
-                    logAppUni(kComponent, kFile, 5, __LINE__,
-                              "executeRequest(this=%p) - calling publish exception", self);
-                publish(caught, invoker, executable, data, 0);
+                TRACE(5, "executeRequest(this=%p) - deleted m_presponse", self);
+                if (caught.cause())
+                    TRACE(5, "executeRequest(this=%p) - calling publish exception", self);
+                publish(caught, Place::here(), invoker, executable, data, 0);
             });
     }
     // The caller gave the object up with this call, and nobody else knows of it.
@@ -81,33 +70,27 @@ void ServiceThread_ST::timerEvent(Executable* executable, int timerId) {
         runOn(
             this,
             [&] {
-                if (loggingOn())
-                    logAppUni(kComponent, kFile, 5, __LINE__,
-                              "timerEvent(this=%p) - calling timerEvent", self);
+                TRACE(5, "timerEvent(this=%p) - calling timerEvent", self);
                 executable->timerEvent(timerId);
             },
             [&](const CaughtException& caught) {
-                if (loggingOn())
-                    logAppUni(kComponent, kFile, 5, __LINE__, "timerEvent(this=%p) - %s caught!",
-                              self, caught.kind());
-                if (caught.cause() && loggingOn())
-                    logAppUni(kComponent, kFile, 5, __LINE__,
-                              "timerEvent(this=%p) - calling publish exception", self);
-                publish(caught, nullptr, executable, nullptr, timerId);
+                TRACE(5, "timerEvent(this=%p) - %s caught!", self, caught.kind());
+                if (caught.cause())
+                    TRACE(5, "timerEvent(this=%p) - calling publish exception", self);
+                publish(caught, Place::here(), nullptr, executable, nullptr, timerId);
             });
     }
     // As in executeRequest.
     delete this;
 }
 
-void ServiceThread_ST::publish(const CaughtException& caught, Invoker* invoker,
-                               Executable* executable, const char* data, int timerId) {
+void ServiceThread_ST::publish(const CaughtException& caught, const Place& noticed,
+                               Invoker* invoker, Executable* executable, const char* data,
+                               int timerId) {
     std::string text = caught.reportPrefix(kComponent);
     setDetailedExceptionData(text, invoker, executable, data, timerId);
-    MirelException report = caught.report(text, kFile, __LINE__);
-    if (loggingOn())
-        logAppUni(kComponent, kFile, 5, __LINE__, "execute(this=%p) - calling publish exception",
-                  static_cast<const void*>(this));
+    MirelException report = caught.report(text, noticed);
+    TRACE(5, "execute(this=%p) - calling publish exception", static_cast<const void*>(this));
     ExceptionPublisher::instance()->publishException(report);
 }
 

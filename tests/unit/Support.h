@@ -98,6 +98,7 @@ public:
             if (throwsOn(line.text))
                 throw 5;
             lines.add(std::to_string(line.level) + " " + std::string(line.text));
+            files.add(line.file);
         });
     }
     ~LogCapture() {
@@ -116,6 +117,7 @@ public:
     void throwOn(const char* part) { m_throwOn = part; }
 
     Events lines;
+    Events files; ///< that wrote the lines
 
 private:
     bool throwsOn(std::string_view text) const {

@@ -201,6 +201,7 @@ TEST_F(WorkerThread, SurvivesWhatItsReportingAndItsCallbackThrow) {
         log.throwOn(nullptr);
         if (!c.loggerThrows) {
             EXPECT_EQ(1u, log.with("2 Exception caught in ServiceThread_MT::run, ").size());
+            EXPECT_EQ(EventList(log.lines.all().size(), "ServiceThread_MT.cpp"), log.files.all());
         }
         events.clear();
         worker->executeRequest(&invoker, &service, "next", 4, nullptr);
