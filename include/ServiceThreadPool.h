@@ -3,13 +3,12 @@
 #include "ServiceThreadPoolIfc.h"
 
 #include <atomic>
-#include <cstdint>
 #include <list>
+#include <unordered_map>
 #include <vector>
 
 class InvokeInterceptorDispatcher;
 class Semaphore;
-class ServiceThread_MT;
 class Threader;
 
 /// Keeps workers of three priorities and hands out inline threads.
@@ -53,21 +52,30 @@ public:
 private:
     friend class PoolInspector; // lets tests look at the containers
 
-    std::list<ServiceThreadIfc*>& idleThreads(MirelThreadPriority priority);
-    ServiceThread_MT* createWorker(MirelThreadPriority priority);
+    using Threads = std::list<ServiceThreadIfc*>;
+
+    /// What the pool keeps of a thread. One that it did not make has an entry from its first return.
+    struct Entry {
+        Threads::iterator node; ///< in the list that it is in, for as long as the entry exists
+        bool isOwn;             ///< made by the pool
+    };
+
+    Threads& idleThreads(MirelThreadPriority priority);
+    ServiceThreadIfc* createWorker(MirelThreadPriority priority);
     void startWorker(ServiceThreadIfc* worker);
-    void fileIdle(ServiceThreadIfc* worker);
-    bool forget(ServiceThreadIfc* worker);
+    Threads::iterator enlist(ServiceThreadIfc* thread, bool isOwn);
+    void fileIdle(ServiceThreadIfc* thread);
+    bool forget(ServiceThreadIfc* worker, Threads& list);
     ServiceThreadIfc* takeThreadToDestroy();
+    ServiceThreadIfc* takeStarted(Threads& list);
 
     const int m_maxPoolSize;
 
     // Guarded by m_ppoolLock; m_poolSize and m_pdestroyingThread are also read without it. A worker
     // in an idle list is reusable, waits for work, and is in m_pallThreads as well.
     std::atomic<int> m_poolSize;
-    std::vector<ServiceThreadIfc*>* const m_pallThreads;           ///< owned; in order of creation
-    std::vector<std::list<ServiceThreadIfc*>*> m_availableThreads; ///< owned lists, by priority
-    std::list<ServiceThreadIfc*> m_spareNodes; ///< of those lists; what they hold means nothing
+    std::vector<ServiceThreadIfc*>* const m_pallThreads; ///< owned; in order of creation
+    std::vector<Threads*> m_availableThreads;            ///< owned lists, by priority
 
     Threader* const m_pthreader;  ///< owned
     Semaphore* const m_ppoolLock; ///< owned
@@ -76,5 +84,8 @@ private:
     /// The worker that `shutdown` is destroying, or destroyed last.
     std::atomic<ServiceThreadIfc*> m_pdestroyingThread;
 
-    std::uint64_t m_handOuts = 0; ///< workers handed out so far; guarded by m_ppoolLock
+    // Guarded by m_ppoolLock. A node goes from list to list with its thread, so that neither handing
+    // a thread out nor filing it asks for memory.
+    Threads m_handedOut; ///< that are not idle, in the order in which they were handed out
+    std::unordered_map<ServiceThreadIfc*, Entry> m_entries;
 };

@@ -5,7 +5,6 @@
 #include "framework/Semaphore.h"
 
 #include <atomic>
-#include <cstdint>
 #include <string>
 
 class CaughtException;
@@ -54,11 +53,6 @@ public:
     /// Appends the stored work's invoker, service and request or timer id to `text`.
     std::string& setDetailedExceptionData(std::string& text);
 
-    /// The pool's count of hand-outs when it handed this worker out last. For the pool, under its
-    /// lock.
-    void setHandOut(std::uint64_t handOut);
-    std::uint64_t handOut() const;
-
 private:
     enum RequestType { eNoRequest = 0, eRequest = 1, eTimer = 2 };
 
@@ -103,6 +97,4 @@ private:
     /// before it deletes the object. The stop flag alone does not do: a worker that was busy sees
     /// it before `destroyThread` has given m_prequestSem.
     Semaphore m_destroyed;
-
-    std::uint64_t m_handOut = 0; ///< guarded by the pool's lock
 };

@@ -15,11 +15,6 @@ namespace {
 
 constexpr int kPriorities = 3;
 
-/// All listed threads are workers: the pool lists what it has created as such.
-ServiceThread_MT* asWorker(ServiceThreadIfc* listed) {
-    return static_cast<ServiceThread_MT*>(listed);
-}
-
 } // namespace
 
 ServiceThreadPool::ServiceThreadPool(int maxPoolSize, InvokeInterceptorDispatcher* dispatcher)
@@ -31,13 +26,13 @@ ServiceThreadPool::ServiceThreadPool(int maxPoolSize, InvokeInterceptorDispatche
       m_pinterceptorDispatcher(dispatcher),
       m_pdestroyingThread(nullptr) {
     for (int priority = 0; priority < kPriorities; ++priority)
-        m_availableThreads.push_back(new std::list<ServiceThreadIfc*>);
+        m_availableThreads.push_back(new Threads);
 }
 
 ServiceThreadPool::~ServiceThreadPool() {
     // First, because a worker that ends may still file itself or take another thread.
     shutdown();
-    for (std::list<ServiceThreadIfc*>* idle : m_availableThreads)
+    for (Threads* idle : m_availableThreads)
         delete idle;
     delete m_pallThreads;
     delete m_pthreader;
@@ -54,41 +49,59 @@ ServiceThreadIfc* ServiceThreadPool::getThread(MirelThreadPriority priority, boo
     if (!multiThreaded)
         return new ServiceThread_ST(m_pinterceptorDispatcher);
 
-    ServiceThread_MT* worker = nullptr;
+    ServiceThreadIfc* worker = nullptr;
     {
         CriticalSection lock(*m_ppoolLock);
-        std::list<ServiceThreadIfc*>& idle = idleThreads(priority);
+        Threads& idle = idleThreads(priority);
         if (!idle.empty()) {
-            worker = asWorker(idle.front());
-            m_spareNodes.splice(m_spareNodes.end(), idle, idle.begin());
-            worker->setHandOut(++m_handOuts);
+            worker = idle.front();
+            m_handedOut.splice(m_handedOut.end(), idle, idle.begin());
             return worker;
         }
         worker = createWorker(priority);
-        worker->setHandOut(++m_handOuts);
     }
     startWorker(worker);
     return worker;
 }
 
 /// Called with the lock held.
-std::list<ServiceThreadIfc*>& ServiceThreadPool::idleThreads(MirelThreadPriority priority) {
+ServiceThreadPool::Threads& ServiceThreadPool::idleThreads(MirelThreadPriority priority) {
     // A negative value becomes a huge index, which is out of range as well.
     return *m_availableThreads.at(static_cast<std::size_t>(priority));
 }
 
 /// Makes and lists a worker whose OS thread is yet to be started. Called with the lock held.
-ServiceThread_MT* ServiceThreadPool::createWorker(MirelThreadPriority priority) {
+ServiceThreadIfc* ServiceThreadPool::createWorker(MirelThreadPriority priority) {
     const bool reusable = m_poolSize < m_maxPoolSize;
     auto worker =
         std::make_unique<ServiceThread_MT>(this, reusable, priority, m_pinterceptorDispatcher);
-    m_pallThreads->push_back(worker.get());
-    if (reusable)
-        ++m_poolSize;
-    // The destroyed worker's memory may serve again, for a worker that must not be mistaken for it.
+    // Threads that are gone may have had this memory, and must not be mistaken for the worker: one
+    // that the pool did not make and never got back, and the one that was destroyed last.
+    if (const auto other = m_entries.find(worker.get()); other != m_entries.end()) {
+        m_handedOut.erase(other->second.node);
+        m_entries.erase(other);
+    }
     if (m_pdestroyingThread == worker.get())
         m_pdestroyingThread = nullptr;
+    m_pallThreads->push_back(worker.get());
+    try {
+        enlist(worker.get(), true);
+    } catch (...) {
+        m_pallThreads->pop_back();
+        throw;
+    }
+    if (reusable)
+        ++m_poolSize;
     return worker.release();
+}
+
+/// Adds a thread to those handed out. Called with the lock held.
+ServiceThreadPool::Threads::iterator ServiceThreadPool::enlist(ServiceThreadIfc* thread,
+                                                               bool isOwn) {
+    Threads node{thread};
+    m_entries.emplace(thread, Entry{node.begin(), isOwn});
+    m_handedOut.splice(m_handedOut.end(), node);
+    return std::prev(m_handedOut.end());
 }
 
 /// Called without the lock: starting a thread takes long. `shutdown` may meet the worker in the
@@ -101,7 +114,7 @@ void ServiceThreadPool::startWorker(ServiceThreadIfc* worker) {
     } catch (...) {
         {
             CriticalSection lock(*m_ppoolLock);
-            forget(worker);
+            forget(worker, m_handedOut);
             if (worker->reuseThread())
                 --m_poolSize;
         }
@@ -120,27 +133,28 @@ bool ServiceThreadPool::returnThread(ServiceThreadIfc* thread) {
         return true;
     if (thread->reuseThread())
         fileIdle(thread);
-    else if (forget(thread))
+    else if (forget(thread, m_handedOut))
         thread->destroyThread(); // its own thread calls, so this waits for nothing
     return true;
 }
 
-/// Called with the lock held. A worker that was idle before left a node behind, so that it is filed
-/// again without memory being asked for.
-void ServiceThreadPool::fileIdle(ServiceThreadIfc* worker) {
-    if (m_spareNodes.empty())
-        m_spareNodes.push_back(nullptr);
-    m_spareNodes.front() = worker;
-    std::list<ServiceThreadIfc*>& idle = idleThreads(worker->threadPriority());
-    idle.splice(idle.end(), m_spareNodes, m_spareNodes.begin());
+/// Called with the lock held.
+void ServiceThreadPool::fileIdle(ServiceThreadIfc* thread) {
+    Threads& idle = idleThreads(thread->threadPriority());
+    const auto entry = m_entries.find(thread);
+    const auto node = entry != m_entries.end() ? entry->second.node : enlist(thread, false);
+    idle.splice(idle.end(), m_handedOut, node);
 }
 
-/// Takes the worker off the list of all; false when it is not on it. Called with the lock held.
-bool ServiceThreadPool::forget(ServiceThreadIfc* worker) {
-    const auto place = std::find(m_pallThreads->begin(), m_pallThreads->end(), worker);
-    if (place == m_pallThreads->end())
+/// Takes a worker that is in `list` out of it and off the list of all; false, without effect, when
+/// the pool did not make it. Called with the lock held.
+bool ServiceThreadPool::forget(ServiceThreadIfc* worker, Threads& list) {
+    const auto entry = m_entries.find(worker);
+    if (entry == m_entries.end() || !entry->second.isOwn)
         return false;
-    m_pallThreads->erase(place);
+    list.erase(entry->second.node);
+    m_entries.erase(entry);
+    m_pallThreads->erase(std::find(m_pallThreads->begin(), m_pallThreads->end(), worker));
     return true;
 }
 
@@ -172,25 +186,26 @@ void ServiceThreadPool::shutdown() {
 /// Takes a worker that has a thread out of all lists, which makes it the caller's to destroy; null
 /// when there is none. Called with the lock held.
 ///
-/// The one that was handed out first comes first. A worker inside its completion callback may hold
-/// another one that it has taken and not yet handed its work. That one was handed out later, so its
-/// turn comes when the worker that holds it has ended, callback and all. Idle workers have no
-/// holder.
+/// Idle workers come first: they have no holder. Of the others, the one that was handed out first: a
+/// worker inside its completion callback may hold another one that it has taken and not yet handed
+/// its work. That one was handed out later, so its turn comes when the worker that holds it has
+/// ended, callback and all.
 ServiceThreadIfc* ServiceThreadPool::takeThreadToDestroy() {
-    const auto place =
-        std::min_element(m_pallThreads->begin(), m_pallThreads->end(),
-                         [](ServiceThreadIfc* one, ServiceThreadIfc* other) {
-                             const bool started = one->threadId() != 0;
-                             if (started != (other->threadId() != 0))
-                                 return started;
-                             return asWorker(one)->handOut() < asWorker(other)->handOut();
-                         });
-    ServiceThreadIfc* const thread = *place;
-    if (thread->threadId() == 0)
-        return nullptr;
-    m_pallThreads->erase(place);
-    if (thread->reuseThread())
-        idleThreads(thread->threadPriority()).remove(thread);
-    m_pdestroyingThread = thread;
-    return thread;
+    ServiceThreadIfc* thread = nullptr;
+    for (Threads* idle : m_availableThreads)
+        if (!thread)
+            thread = takeStarted(*idle);
+    return thread ? thread : takeStarted(m_handedOut);
+}
+
+/// Called with the lock held.
+ServiceThreadIfc* ServiceThreadPool::takeStarted(Threads& list) {
+    for (ServiceThreadIfc* const thread : list) {
+        if (!m_entries.at(thread).isOwn || thread->threadId() == 0)
+            continue;
+        forget(thread, list);
+        m_pdestroyingThread = thread;
+        return thread;
+    }
+    return nullptr;
 }

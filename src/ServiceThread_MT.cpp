@@ -241,9 +241,6 @@ void ServiceThread_MT::destroyThread() {
     thread.waitForThreadCompletion();
 }
 
-void ServiceThread_MT::setHandOut(std::uint64_t handOut) { m_handOut = handOut; }
-std::uint64_t ServiceThread_MT::handOut() const { return m_handOut; }
-
 bool ServiceThread_MT::reuseThread() { return m_reuseThread; }
 MirelThreadPriority ServiceThread_MT::threadPriority() { return m_threadPriority; }
 MirelThreadPriority ServiceThread_MT::getThreadPriorityForPlatform() { return m_threadPriority; }

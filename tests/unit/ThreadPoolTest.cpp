@@ -1,10 +1,12 @@
 #include "ServiceThreadIfc.h"
 #include "ServiceThreadPool.h"
+#include "ServiceThread_MT.h"
 #include "Support.h"
 #include "framework/CriticalSection.h"
 #include "runtime/threads/ThreadStartHook.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 
 /// Looks into a pool.
@@ -103,6 +105,50 @@ TEST_F(ThreadPool, RefusesUnknownPrioritiesAndStaysUsable) {
     EXPECT_FALSE(inlineThread->reuseThread());
     EXPECT_TRUE(pool.returnThread(inlineThread)) << "not the pool's: nothing happens";
     delete inlineThread;
+}
+
+/// A thread of some other kind, which notices when it is taken for a worker and written to.
+class OtherThread : public ServiceThreadIfc {
+public:
+    OtherThread() { m_rest.fill('x'); }
+    bool isIntact() const {
+        return std::all_of(m_rest.begin(), m_rest.end(), [](char c) { return c == 'x'; });
+    }
+    void executeRequest(Invoker*, Executable*, const char*, int, InvokerResponse*) override {}
+    void timerEvent(Executable*, int) override {}
+    void run() override {}
+    MirelThreadPriority getThreadPriorityForPlatform() override { return priorityOf(1); }
+    void destroyThread() override { ADD_FAILURE() << "not the pool's to destroy"; }
+    bool reuseThread() override { return true; }
+    MirelThreadPriority threadPriority() override { return priorityOf(1); }
+    void callBackOnCompletion(ServiceExecCallbackIfc*) override {}
+    void execute() override {}
+    void clearRequestData() override {}
+
+private:
+    std::array<char, sizeof(ServiceThread_MT)> m_rest;
+};
+
+TEST_F(ThreadPool, HandsOutAThreadThatItDidNotMakeAndDoesNoMoreToIt) {
+    OtherThread one, two;
+    {
+        ServiceThreadPool pool(2, nullptr);
+        for (int round = 0; round < 2; ++round) {
+            pool.returnThread(&one);
+            pool.returnThread(&two);
+            EXPECT_EQ(2, pool.availableThreads(priorityOf(1)));
+            EXPECT_EQ(&one, pool.getThread(true));
+            EXPECT_EQ(&two, pool.getThread(true));
+            ServiceThreadIfc* const own = pool.getThread(true);
+            EXPECT_TRUE(own != &one && own != &two);
+            pool.returnThread(&two);
+            pool.shutdown();
+            EXPECT_EQ(0u, PoolInspector::workers(pool));
+            EXPECT_EQ(&two, pool.getThread(true)) << "the shutdown is for the pool's own";
+        }
+        pool.returnThread(&one);
+    }
+    EXPECT_TRUE(one.isIntact() && two.isIntact());
 }
 
 TEST_F(ThreadPool, AThreadThatCannotBeStartedLeavesNothingBehind) {
