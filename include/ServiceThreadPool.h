@@ -40,7 +40,8 @@ public:
     /// A thread of priority 1.
     ServiceThreadIfc* getThread(bool multiThreaded);
 
-    /// Number of reusable workers created so far. Any thread may ask.
+    /// Number of reusable workers created so far, without those that could not be started, or lost
+    /// their OS thread and got no other one. Any thread may ask.
     int poolSize();
     int maxPoolSize();
 
@@ -58,14 +59,17 @@ private:
     struct Entry {
         Threads::iterator node; ///< in the list that it is in, for as long as the entry exists
         bool isOwn;             ///< made by the pool
+        bool isCounted;         ///< in m_poolSize
     };
+    using Entries = std::unordered_map<ServiceThreadIfc*, Entry>;
 
     Threads& idleThreads(MirelThreadPriority priority);
     ServiceThreadIfc* createWorker(MirelThreadPriority priority);
     void startWorker(ServiceThreadIfc* worker);
-    Threads::iterator enlist(ServiceThreadIfc* thread, bool isOwn);
+    Threads::iterator enlist(ServiceThreadIfc* thread, bool isOwn, bool isCounted);
     void fileIdle(ServiceThreadIfc* thread);
-    bool forget(ServiceThreadIfc* worker, Threads& list);
+    bool dismiss(ServiceThreadIfc* worker);
+    void forget(Entries::iterator worker, Threads& list);
     ServiceThreadIfc* takeThreadToDestroy();
     ServiceThreadIfc* takeStarted(Threads& list);
 
@@ -87,5 +91,5 @@ private:
     // Guarded by m_ppoolLock. A node goes from list to list with its thread, so that neither handing
     // a thread out nor filing it asks for memory.
     Threads m_handedOut; ///< that are not idle, in the order in which they were handed out
-    std::unordered_map<ServiceThreadIfc*, Entry> m_entries;
+    Entries m_entries;
 };

@@ -65,8 +65,8 @@ private:
 
     ServiceThreadPoolIfc* const m_pthreadPool; ///< not owned
 
-    /// Cleared when the worker has lost its OS thread and cannot get another one. Atomic, because
-    /// the pool may ask meanwhile.
+    /// Cleared when the worker has lost its OS thread and cannot get another one: it leaves its pool
+    /// then. Atomic, because the pool may ask meanwhile.
     std::atomic<bool> m_reuseThread;
 
     /// Set once, by `destroyThread`; read by the loop without a lock.

@@ -85,7 +85,7 @@ ServiceThreadIfc* ServiceThreadPool::createWorker(MirelThreadPriority priority) 
         m_pdestroyingThread = nullptr;
     m_pallThreads->push_back(worker.get());
     try {
-        enlist(worker.get(), true);
+        enlist(worker.get(), true, reusable);
     } catch (...) {
         m_pallThreads->pop_back();
         throw;
@@ -96,10 +96,10 @@ ServiceThreadIfc* ServiceThreadPool::createWorker(MirelThreadPriority priority) 
 }
 
 /// Adds a thread to those handed out. Called with the lock held.
-ServiceThreadPool::Threads::iterator ServiceThreadPool::enlist(ServiceThreadIfc* thread,
-                                                               bool isOwn) {
+ServiceThreadPool::Threads::iterator ServiceThreadPool::enlist(ServiceThreadIfc* thread, bool isOwn,
+                                                               bool isCounted) {
     Threads node{thread};
-    m_entries.emplace(thread, Entry{node.begin(), isOwn});
+    m_entries.emplace(thread, Entry{node.begin(), isOwn, isCounted});
     m_handedOut.splice(m_handedOut.end(), node);
     return std::prev(m_handedOut.end());
 }
@@ -114,9 +114,7 @@ void ServiceThreadPool::startWorker(ServiceThreadIfc* worker) {
     } catch (...) {
         {
             CriticalSection lock(*m_ppoolLock);
-            forget(worker, m_handedOut);
-            if (worker->reuseThread())
-                --m_poolSize;
+            dismiss(worker);
         }
         delete worker;
         throw;
@@ -133,7 +131,7 @@ bool ServiceThreadPool::returnThread(ServiceThreadIfc* thread) {
         return true;
     if (thread->reuseThread())
         fileIdle(thread);
-    else if (forget(thread, m_handedOut))
+    else if (dismiss(thread))
         thread->destroyThread(); // its own thread calls, so this waits for nothing
     return true;
 }
@@ -142,20 +140,29 @@ bool ServiceThreadPool::returnThread(ServiceThreadIfc* thread) {
 void ServiceThreadPool::fileIdle(ServiceThreadIfc* thread) {
     Threads& idle = idleThreads(thread->threadPriority());
     const auto entry = m_entries.find(thread);
-    const auto node = entry != m_entries.end() ? entry->second.node : enlist(thread, false);
+    const auto node = entry != m_entries.end() ? entry->second.node : enlist(thread, false, false);
     idle.splice(idle.end(), m_handedOut, node);
 }
 
-/// Takes a worker that is in `list` out of it and off the list of all; false, without effect, when
-/// the pool did not make it. Called with the lock held.
-bool ServiceThreadPool::forget(ServiceThreadIfc* worker, Threads& list) {
+/// Takes a worker that is handed out off all lists, and gives its place to another one: a reusable
+/// worker comes here only when it has no OS thread and gets none. False, without effect, when the
+/// pool did not make the thread. Called with the lock held.
+bool ServiceThreadPool::dismiss(ServiceThreadIfc* worker) {
     const auto entry = m_entries.find(worker);
     if (entry == m_entries.end() || !entry->second.isOwn)
         return false;
-    list.erase(entry->second.node);
-    m_entries.erase(entry);
-    m_pallThreads->erase(std::find(m_pallThreads->begin(), m_pallThreads->end(), worker));
+    if (entry->second.isCounted)
+        --m_poolSize;
+    forget(entry, m_handedOut);
     return true;
+}
+
+/// Takes a worker that the pool made out of `list`, in which it is, and off the list of all. Called
+/// with the lock held.
+void ServiceThreadPool::forget(Entries::iterator worker, Threads& list) {
+    list.erase(worker->second.node);
+    m_pallThreads->erase(std::find(m_pallThreads->begin(), m_pallThreads->end(), worker->first));
+    m_entries.erase(worker);
 }
 
 int ServiceThreadPool::availableThreads(MirelThreadPriority priority) {
@@ -201,9 +208,10 @@ ServiceThreadIfc* ServiceThreadPool::takeThreadToDestroy() {
 /// Called with the lock held.
 ServiceThreadIfc* ServiceThreadPool::takeStarted(Threads& list) {
     for (ServiceThreadIfc* const thread : list) {
-        if (!m_entries.at(thread).isOwn || thread->threadId() == 0)
+        const auto entry = m_entries.find(thread);
+        if (!entry->second.isOwn || thread->threadId() == 0)
             continue;
-        forget(thread, list);
+        forget(entry, list);
         m_pdestroyingThread = thread;
         return thread;
     }

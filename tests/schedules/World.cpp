@@ -323,8 +323,7 @@ void World::await() {
     if (m_scenario.ending == Ending::answered)
         return;
     waitUntil([this] { return allAtRest(); }, "everything at rest");
-    require(m_stopped || m_workerLost || m_inspector.countsIdle(),
-            "the reusable workers are not counted");
+    require(m_stopped || m_inspector.countsIdle(), "the reusable workers are not counted");
 }
 
 void World::stop() {
