@@ -39,8 +39,10 @@ class Threader;
 ///     later one, on whatever worker it runs.
 ///  3. A request that fails does not hold up the next one.
 ///  4. Each request that found an invoker is run once, or its response is destroyed once. Destroyed
-///     are the responses of requests that fail, that the pool has no thread for, and that are still
-///     held back when the executor is destroyed or whose worker is told to stop.
+///     are the responses of requests that fail, that the pool has no thread for, that are still
+///     held back when the executor is destroyed, and that have not begun, or are held back, when
+///     the worker of their channel is told to stop by the pool's shutdown. The channel is free
+///     after that.
 ///
 /// and between source channels:
 ///

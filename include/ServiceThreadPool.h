@@ -46,8 +46,13 @@ public:
     int maxPoolSize();
 
     /// Ends every worker that the pool created, waiting for each; a worker that runs something ends
-    /// after it. The pool may be used again afterwards (its reusable workers stay counted against
-    /// the limit), and shut down again.
+    /// after it. What has been handed over and not begun is not run, nor is what an executor holds
+    /// back behind it: the responses are destroyed. (A held-back request that needs a worker of
+    /// another priority may still get one, which then ends in the same way, but for what it may
+    /// have begun.)
+    ///
+    /// The pool may be used again afterwards (its reusable workers stay counted against the limit),
+    /// also by executors that used it before, whose channels are free then; and shut down again.
     void shutdown();
 
 private:

@@ -21,8 +21,10 @@ class ServiceThreadPoolIfc;
 /// OS thread itself (`pthread_exit`, cancellation) costs that request and that OS thread: the
 /// worker goes on under a new one.
 ///
-/// The object deletes itself when its loop ends, which only `destroyThread` brings about. A request
-/// that it was handed and will not run because it was told to stop has its response destroyed.
+/// The object deletes itself when its loop ends, which only `destroyThread` brings about. A worker
+/// that was told to stop runs no other request than the one that it is running. It destroys the
+/// response of a request that it was handed all the same, and then calls its callback as if that had
+/// run, until it is handed nothing more.
 class __attribute__((visibility("default"))) ServiceThread_MT : public ServiceThreadIfc {
 public:
     /// Starts nothing: the pool starts the OS thread. `reuseThread`: kept idle between pieces of
@@ -59,6 +61,7 @@ private:
     void runStoredWork();
     bool takeNextFromCallback();
     void returnToPool();
+    void dropWork();
     void end();
     void goOnUnderNewThread();
     void publish(const CaughtException& caught, const Place& noticed);

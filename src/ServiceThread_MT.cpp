@@ -130,10 +130,19 @@ void ServiceThread_MT::returnToPool() {
             [this] { m_pthreadPool->returnThread(this); });
 }
 
+/// Gives up the work that the worker has and will not run, and what its callback hands it instead, so
+/// that the callback knows in the end that this worker does nothing more for it.
+void ServiceThread_MT::dropWork() {
+    do {
+        OwnedResponse(std::exchange(m_presponse, nullptr)).reset();
+        clearRequestData();
+    } while (takeNextFromCallback());
+    m_pcallback = nullptr;
+}
+
 /// The last step of the loop.
 void ServiceThread_MT::end() {
-    // Work that was handed over together with the order to stop will not run.
-    OwnedResponse(std::exchange(m_presponse, nullptr)).reset();
+    dropWork(); // which was handed over together with the order to stop
     m_destroyed.take(-1);
     // Nobody else has the object any more: the pool has taken it out of its lists before it called
     // `destroyThread`, which has let go of it.
@@ -159,10 +168,7 @@ void ServiceThread_MT::goOnUnderNewThread() {
             logSurvived(kComponent, "ServiceThread_MT::run, new thread", caught, Place::here());
             // No thread to go on with: the channel's requests fail one by one until it is free, and
             // the worker leaves its pool as a temporary one does.
-            do {
-                OwnedResponse(std::exchange(m_presponse, nullptr)).reset();
-                clearRequestData();
-            } while (takeNextFromCallback());
+            dropWork();
             m_reuseThread = false;
             returnToPool();
             end();

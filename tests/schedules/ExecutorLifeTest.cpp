@@ -76,6 +76,20 @@ const Life kLives[] = {
       .ending = Ending::atOnce,
       .reaches = {"held back to the end"}},
      &serve},
+    {{.name = "pool shut down and the executor goes on",
+      .work = "A A A2",
+      .ending = Ending::atOnce,
+      .reaches = {"dropped with the pool"}},
+     [](World& world, const Scenario& scenario) {
+         world.makeExecutor();
+         world.send(scenario.work);
+         world.start();
+         world.await();
+         world.shutDownPool();
+         world.send("A2 A");
+         world.awaitRest();
+         world.stop();
+     }},
     {{.name = "two executors one after the other on a pool", .work = "A T2", .maxPoolSize = 1},
      [](World& world, const Scenario& scenario) {
          serve(world, scenario);

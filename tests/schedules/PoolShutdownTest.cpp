@@ -105,7 +105,7 @@ public:
     void checkAfterShutdown() const {
         require(!m_running, "service code runs after the shutdown");
         require(m_destroyed == (m_given ? 1 : 0), "not one end of a request");
-        require(m_calledBack == m_ran || m_endsThread, "a worker has not called back");
+        require(m_calledBack == (m_given ? 1 : 0), "a worker has not called back");
         if (m_given && !m_ran)
             reached("dropped");
     }

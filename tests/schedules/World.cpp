@@ -317,6 +317,10 @@ void World::await() {
         m_stopNow->take(-1);
         return;
     }
+    awaitRest();
+}
+
+void World::awaitRest() {
     waitUntil([this] { return allDone(); }, "everything done");
     m_loopFailed = m_loopEnded;
     m_read = m_items.size() - m_answers->unread.size();
@@ -326,18 +330,31 @@ void World::await() {
     require(m_stopped || m_inspector.countsIdle(), "the reusable workers are not counted");
 }
 
-void World::stop() {
-    m_executor->shutdown();
-    require(m_loopFailed || m_thrown > 0 || m_failingLine || !m_executor->hasStarted(),
-            "shut down and started");
+void World::shutDownPool() {
+    endWorkers();
+    for (const Item& item : m_items)
+        m_refused += item.started == 0;
+    if (m_refused > 0)
+        reached("dropped with the pool");
+}
+
+void World::endWorkers() {
     m_pool.shutdown();
     m_stopped = true;
     require(m_inspector.listed() == 0 && m_inspector.idle() == 0,
             "the pool is not empty after its shutdown");
     for (const auto& [name, source] : m_sources)
         require(source.running == 0, "service code runs after the shutdown of the pool");
+    require(ExecutorInspector::isClean(*m_executor), "a channel is busy without a worker");
+}
+
+void World::stop() {
+    m_executor->shutdown();
+    require(m_loopFailed || m_thrown > 0 || m_failingLine || !m_executor->hasStarted(),
+            "shut down and started");
     if (ExecutorInspector::holdsBack(*m_executor))
         reached("held back to the end");
+    endWorkers();
     m_executor.reset();
     require(m_answers->deleted == 1, "the channel was not deleted once");
     checkOutcome();

@@ -68,6 +68,12 @@ public:
     /// As the scenario's ending says.
     void await();
 
+    /// Waits until all that has been sent is done and every worker is idle again or gone.
+    void awaitRest();
+
+    /// When everything has been dispatched: ends the workers, while the executor goes on.
+    void shutDownPool();
+
     /// Stops in the prescribed order, and checks what must hold then.
     void stop();
 
@@ -104,6 +110,7 @@ private:
     [[noreturn]] void throwInTier();
     bool failsNow();
     void touchLocks();
+    void endWorkers();
     bool allDone() const;
     bool allAtRest() const;
     void checkOutcome() const;

@@ -220,8 +220,10 @@ TEST_F(WorkerThread, DestroyThreadWaitsForTheRunningWorkAndDropsWhatComesAfterIt
         gate.pass();
         delete response;
     });
-    // Has more work for ever, so only the order to stop ends the worker.
+    // Has more work until it is not run, so only the order to stop ends the worker.
     TestCallback callback([&](ServiceThreadIfc* thread) {
+        if (std::ssize(events.all()) < handedOver)
+            return false;
         ++handedOver;
         thread->executeRequest(&invoker, &service, "late", 4, new CountedResponse(destroyed));
         return true;
@@ -245,6 +247,7 @@ TEST_F(WorkerThread, DestroyThreadWaitsForTheRunningWorkAndDropsWhatComesAfterIt
     worker->destroyThread();
     opener.waitForThreadCompletion();
     EXPECT_EQ(handedOver, destroyed) << "run or dropped, each request is answered once";
+    EXPECT_EQ(handedOver, std::ssize(events.all()) + 1) << "the callback is told of what is not run";
     EXPECT_TRUE(pool.returned.all().empty());
 }
 
