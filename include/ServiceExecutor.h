@@ -53,11 +53,13 @@ class Threader;
 /// order of timer events and legacy messages with respect to requests; any bound on the number of
 /// held-back requests or of workers (that is for the channel, which may limit what it lets in).
 ///
-/// Failures. What service code throws on a service thread is reported there and ends nothing. What
-/// reaches the executor's own loop (from a legacy message, from finding or initialising an invoker,
-/// from creating the service, from the pool, from timer data that cannot be read) is published as
-/// one report and ends the loop; `hasStarted()` stays true then. It also stays true when service code
-/// that runs on the executor's thread ends that thread (`pthread_exit`); no report tells of that.
+/// Failures. What service code throws on a service thread is reported there and ends nothing. A
+/// held-back request that the pool has no thread for fails, with a report that names its source
+/// channel, and the channel goes on. What reaches the executor's own loop (from a legacy message,
+/// from finding or initialising an invoker, from creating the service, from the pool, from timer
+/// data that cannot be read) is published as one report and ends the loop; `hasStarted()` stays true
+/// then. It also stays true when service code that runs on the executor's thread ends that thread
+/// (`pthread_exit`); no report tells of that.
 ///
 /// Threads and lifetime. The host's thread constructs, calls `startThread`, later `shutdown`, and
 /// then destroys. The executor must outlive every worker that still runs one of its requests: shut
@@ -147,6 +149,8 @@ private:
     bool isThreadAllocatedToChannel(const std::string& channel) const;
     bool startDelayedMessage(ServiceThreadIfc* thread, OwnedResponse& unstarted);
     void publishCaught(const CaughtException& caught, const Place& noticed);
+    void publishNotStarted(const CaughtException& caught, ServiceThreadIfc* thread,
+                           const Place& noticed);
     void publish(const char* kind, MirelException report, const Place& noticed);
 
     // Set by the constructor, or on the executor's thread (the service object, once). Atomic where

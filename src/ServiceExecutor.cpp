@@ -359,12 +359,32 @@ bool ServiceExecutor::reuseThreadForDelayedMessage(ServiceThreadIfc* thread) {
                 failed = true;
                 unstarted.reset();
                 survive(kComponent, "ServiceExecutor, report of a failed hand-over",
-                        [&] { publishCaught(caught, Place::here()); });
+                        [&] { publishNotStarted(caught, thread, Place::here()); });
             });
         // A request that could not be started does not hold up the next one of its channel.
         if (!failed)
             return reused;
     }
+}
+
+/// Tells that a request held back for the channel that `thread` serves could not be started.
+void ServiceExecutor::publishNotStarted(const CaughtException& caught, ServiceThreadIfc* thread,
+                                        const Place& noticed) {
+    std::string channel;
+    {
+        CriticalSection lock(m_channelLock);
+        channel = m_threadChannels.at(thread);
+    }
+    std::string text = caught.reportPrefix(kComponent);
+    setDetailedExceptionData(text);
+    text += "\n Held-back request: one of source channel '" + channel +
+            "' could not be started and has failed; the channel goes on";
+    MirelException report = caught.report(text, noticed);
+    logAppUni(kComponent, noticed.file(), 2, noticed.line,
+              "reuseThreadForDelayedMessage(this=%p) - %s caught! A held-back request of src='%s' "
+              "could not be started and has failed; the channel goes on",
+              static_cast<const void*>(this), caught.kind(), channel.c_str());
+    ExceptionPublisher::instance()->publishException(report);
 }
 
 /// Starts the oldest request held back for the channel that `thread` serves, or frees the channel.

@@ -210,6 +210,7 @@ TEST_F(ChannelOrder, AFailedHandOverCostsThatRequestOnly) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
+        LogCapture log("2");
         ReportCapture reports;
         events.clear();
         channel = std::make_shared<TestChannel::State>();
@@ -231,8 +232,14 @@ TEST_F(ChannelOrder, AFailedHandOverCostsThatRequestOnly) {
         expected.insert(expected.begin(), first);
         EXPECT_EQ(expected, run);
         EXPECT_EQ(answers - run.size(), reports.reports.all().size());
-        for (const std::string& report : reports.reports.all())
+        for (const std::string& report : reports.reports.all()) {
             EXPECT_EQ(0u, report.find("Exception caught in ServiceExecutor: vector::"));
+            EXPECT_NE(std::string::npos, report.find("\n Held-back request: one of source channel "
+                                                     "'a' could not be started"));
+        }
+        EXPECT_EQ(answers - run.size(),
+                  log.with("A held-back request of src='a' could not").size());
+        EXPECT_TRUE(log.with("run(this=").empty()) << "the loop goes on";
         EXPECT_TRUE(executor->hasStarted()) << "the loop goes on";
         EXPECT_EQ(answers, channel->answers.all().size());
         stop();

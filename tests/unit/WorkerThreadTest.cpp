@@ -247,7 +247,8 @@ TEST_F(WorkerThread, DestroyThreadWaitsForTheRunningWorkAndDropsWhatComesAfterIt
     worker->destroyThread();
     opener.waitForThreadCompletion();
     EXPECT_EQ(handedOver, destroyed) << "run or dropped, each request is answered once";
-    EXPECT_EQ(handedOver, std::ssize(events.all()) + 1) << "the callback is told of what is not run";
+    EXPECT_EQ(handedOver, std::ssize(events.all()) + 1)
+        << "the callback is told of what is not run";
     EXPECT_TRUE(pool.returned.all().empty());
 }
 
