@@ -62,9 +62,11 @@ class Threader;
 /// (`pthread_exit`); no report tells of that.
 ///
 /// Threads and lifetime. The host's thread constructs, calls `startThread`, later `shutdown`, and
-/// then destroys. The executor must outlive every worker that still runs one of its requests: shut
-/// the pool down, or see all its requests done, before destroying the executor; destroy the pool
-/// after it has stopped being used by any executor.
+/// then destroys. The executor must outlive every worker that still calls it back, which a worker
+/// does after its request has been answered. So between `shutdown` and the destruction comes one of
+/// two: the pool's `shutdown`, which ends the workers of all its executors; or `waitForWorkers`,
+/// which lets the requests of this one come to their end while the others go on. The pool is
+/// destroyed when no executor uses it any more.
 class __attribute__((visibility("default"))) ServiceExecutor : public ServiceExecCallbackIfc,
                                                                public Threadable {
 public:
@@ -110,6 +112,16 @@ public:
     /// once when the thread never started or was waited for before. Requests that workers run or
     /// hold back are not waited for. Not to be called on the executor's own thread.
     void shutdown();
+
+    /// To be called after `shutdown`, by the same thread. Waits until each request that was read has
+    /// run or failed, those held back too, and no worker will call this executor back or touch it:
+    /// then it may be destroyed, while the pool goes on. At once when that is so already, as after
+    /// the pool's shutdown. Not to be called on a worker.
+    ///
+    /// Not waited for are timer events: a worker that runs one uses the service object, and nothing
+    /// of this executor. Before the service object is destroyed, shut the pool down, unless the
+    /// service has no timers.
+    void waitForWorkers();
 
     // The road of one message, in its order. Called by the executor's own thread only.
 
@@ -177,4 +189,8 @@ private:
     std::map<ServiceThreadIfc*, std::string> m_threadChannels;
     std::set<std::string> m_busyChannels;
     std::map<std::string, std::queue<DelayedMessage>> m_delayedMessages;
+
+    /// What `waitForWorkers` waits for; null while it does not. Given, under m_channelLock, by the
+    /// worker that leaves m_threadChannels empty. Not owned: it lives in that call.
+    Semaphore* m_pnoWorkers = nullptr;
 };

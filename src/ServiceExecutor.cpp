@@ -47,8 +47,11 @@ std::string makeLogPrefix(CommsChannelDataContainerMessage& msg) {
 }
 
 /// Gives back a thread that was taken and has got no work. Only a worker's own thread can return it
-/// to its pool, so it is woken to find nothing to do, and goes the way of every finished worker.
-void giveBack(ServiceThreadIfc* worker) { worker->timerEvent(nullptr, 0); }
+/// to its pool, so it is woken to find nothing to do. It serves no channel, so it calls nobody back.
+void giveBack(ServiceThreadIfc* worker) {
+    worker->callBackOnCompletion(nullptr);
+    worker->timerEvent(nullptr, 0);
+}
 
 } // namespace
 
@@ -111,6 +114,22 @@ void ServiceExecutor::shutdown() {
         m_pcommsChannel->close();
     waitForThreadCompletion();
     sched_yield();
+}
+
+void ServiceExecutor::waitForWorkers() {
+    Semaphore noWorkers(Semaphore::NOT_AVAILABLE, 1, false);
+    {
+        CriticalSection lock(m_channelLock);
+        if (m_threadChannels.empty())
+            return;
+        m_pnoWorkers = &noWorkers;
+    }
+    // No request is dispatched any more, so no worker comes after the last one.
+    noWorkers.take(-1);
+    // Who gave it did that with the lock held. That it gives the lock back is the last that it does
+    // with this object.
+    CriticalSection lock(m_channelLock);
+    m_pnoWorkers = nullptr;
 }
 
 // ---- The loop and its end --------------------------------------------------------------------
@@ -404,6 +423,8 @@ bool ServiceExecutor::startDelayedMessage(ServiceThreadIfc* thread, OwnedRespons
             m_delayedMessages.erase(waiting);
         m_busyChannels.erase(channel);
         m_threadChannels.erase(served);
+        if (m_pnoWorkers && m_threadChannels.empty())
+            m_pnoWorkers->give();
         return false;
     }
     const DelayedMessage request = std::move(waiting->second.front());

@@ -23,6 +23,16 @@ void serve(World& world, const Scenario& scenario) {
     world.stop();
 }
 
+/// One executor ends, and then another one has the pool, whose workers may not be back yet.
+void endAndServe(World& world, const Scenario& scenario) {
+    world.makeExecutor();
+    world.send(scenario.work);
+    world.start();
+    world.await();
+    world.endExecutor();
+    serve(world, scenario);
+}
+
 const Life kLives[] = {
     {{.name = "never started", .work = ""},
      [](World& world, const Scenario&) {
@@ -89,6 +99,31 @@ const Life kLives[] = {
          world.send("A2 A");
          world.awaitRest();
          world.stop();
+     }},
+    {{.name = "ended while its pool goes on",
+      .work = "A A2",
+      .ending = Ending::anytime,
+      .reaches = {"held back to the end"}},
+     &endAndServe},
+    {{.name = "ended with temporary workers while its pool goes on",
+      .work = "A B A",
+      .maxPoolSize = 0,
+      .ending = Ending::atOnce},
+     &endAndServe},
+    {{.name = "ended when everything is answered while its pool goes on",
+      .work = "A B",
+      .ending = Ending::answered},
+     &endAndServe},
+    {{.name = "ended with a failure while its pool goes on",
+      .work = "A A2",
+      .ending = Ending::atOnce,
+      .fault = Fault::logger},
+     [](World& world, const Scenario& scenario) {
+         world.makeExecutor();
+         world.send(scenario.work);
+         world.start();
+         world.await();
+         world.endExecutor();
      }},
     {{.name = "two executors one after the other on a pool", .work = "A T2", .maxPoolSize = 1},
      [](World& world, const Scenario& scenario) {

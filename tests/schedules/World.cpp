@@ -256,6 +256,8 @@ void World::makeExecutor() {
     m_items.clear();
     m_sources.clear();
     m_reads = 0;
+    m_read = 0;
+    m_initialised = 0;
     m_stopNow = std::make_unique<Semaphore>(0, 1, false);
     m_loopEnded = false;
     m_timersRun = 0;
@@ -349,12 +351,29 @@ void World::endWorkers() {
 }
 
 void World::stop() {
+    stopReading();
+    endWorkers();
+    destroyExecutor();
+}
+
+void World::endExecutor() {
+    stopReading();
+    m_read = static_cast<std::size_t>(m_initialised); // no timers among them
+    m_executor->waitForWorkers();
+    require(ExecutorInspector::isClean(*m_executor),
+            "a channel is busy after the wait for workers");
+    destroyExecutor();
+}
+
+void World::stopReading() {
     m_executor->shutdown();
     require(m_loopFailed || m_thrown > 0 || m_failingLine || !m_executor->hasStarted(),
             "shut down and started");
     if (ExecutorInspector::holdsBack(*m_executor))
         reached("held back to the end");
-    endWorkers();
+}
+
+void World::destroyExecutor() {
     m_executor.reset();
     require(m_answers->deleted == 1, "the channel was not deleted once");
     checkOutcome();

@@ -74,7 +74,10 @@ public:
     /// When everything has been dispatched: ends the workers, while the executor goes on.
     void shutDownPool();
 
-    /// Stops in the prescribed order, and checks what must hold then.
+    /// Ends the executor alone, while its pool goes on, and checks what must hold then.
+    void endExecutor();
+
+    /// Ends the executor and then the pool, and checks what must hold then.
     void stop();
 
     ServiceExecutor& executor() { return *m_executor; }
@@ -110,7 +113,9 @@ private:
     [[noreturn]] void throwInTier();
     bool failsNow();
     void touchLocks();
+    void stopReading();
     void endWorkers();
+    void destroyExecutor();
     bool allDone() const;
     bool allAtRest() const;
     void checkOutcome() const;
