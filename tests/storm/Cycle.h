@@ -132,12 +132,22 @@ private:
         EXPECT_TRUE(m_drained) << "messages got stuck";
     }
 
+    void endAlone(Site& site) {
+        site.executor->shutdown();
+        site.executor->waitForWorkers();
+        site.executor.reset();
+    }
+
     void stop() {
         if (m_plan.releaseFirst)
             m_handlers.release.open();
         std::thread releaser([this] { m_handlers.release.open(); });
+        for (std::size_t i = 0; i < m_sites.size(); ++i)
+            if (m_plan.executors[i].endsAlone)
+                endAlone(m_sites[i]);
         for (Site& site : m_sites)
-            site.executor->shutdown();
+            if (site.executor)
+                site.executor->shutdown();
         m_pool->shutdown();
         for (int priority = 0; priority < 3; ++priority)
             EXPECT_EQ(0, m_pool->availableThreads(priorityOf(priority))) << "workers that are gone";

@@ -39,8 +39,9 @@ struct MessagePlan {
 
 struct ExecutorPlan {
     bool multiThreaded;
-    bool created; ///< the service, by the context, instead of being there
-    int senders;  ///< threads that load it while it runs; 0: it finds all its messages there
+    bool created;   ///< the service, by the context, instead of being there
+    int senders;    ///< threads that load it while it runs; 0: it finds all its messages there
+    bool endsAlone; ///< before the others and the pool
 };
 
 class Dice {
@@ -85,7 +86,7 @@ private:
         threadStartFailsEach = !exits && dice.oneIn(4) ? 2 + dice.below(60) : 0;
 
         for (int count = dice.oneIn(3) ? 2 : 1; count > 0; --count)
-            executors.push_back({!dice.oneIn(4), dice.oneIn(2), dice.below(4)});
+            executors.push_back({!dice.oneIn(4), dice.oneIn(2), dice.below(4), dice.oneIn(2)});
         for (int count = dice.oneIn(8) ? dice.below(4) : dice.below(500); count > 0; --count)
             addMessage(dice, fatal, exits);
 
