@@ -2,7 +2,7 @@
 
 #include "DelayedMessage.h"
 #include "ServiceExecCallbackIfc.h"
-#include "framework/Semaphore.h"
+#include "ServiceLock.h"
 #include "framework/Threadable.h"
 
 #include <atomic>
@@ -157,9 +157,10 @@ private:
     using OwnedResponse = std::unique_ptr<InvokerResponse, ResponseDestroyer>;
 
     ServiceThreadIfc* getThread(MirelThreadPriority priority, const std::string& sourceChannel,
-                                const std::string& logPrefix);
-    bool isThreadAllocatedToChannel(const std::string& channel) const;
-    bool startDelayedMessage(ServiceThreadIfc* thread, OwnedResponse& unstarted);
+                                const std::string& logPrefix) MIREL_REQUIRES(m_channelLock);
+    bool isThreadAllocatedToChannel(const std::string& channel) const MIREL_REQUIRES(m_channelLock);
+    bool startDelayedMessage(ServiceThreadIfc* thread, OwnedResponse& unstarted)
+        MIREL_REQUIRES(m_channelLock);
     void publishCaught(const CaughtException& caught, const Place& noticed);
     void publishNotStarted(const CaughtException& caught, ServiceThreadIfc* thread,
                            const Place& noticed);
@@ -180,17 +181,19 @@ private:
     const bool m_multiThreaded;
     const MirelThreadPriority m_threadPriority;
 
-    Semaphore m_initLock; ///< held while the service is created
+    ServiceLock m_initLock; ///< held while the service is created
 
-    // Guarded by m_channelLock. When it is free: a channel is busy exactly when one worker serves
-    // it, and has a queue of held-back requests only while it is busy and the queue is not empty.
-    // Locked before the pool's lock, never after it.
-    Semaphore m_channelLock;
-    std::map<ServiceThreadIfc*, std::string> m_threadChannels;
-    std::set<std::string> m_busyChannels;
-    std::map<std::string, std::queue<DelayedMessage>> m_delayedMessages;
+    // When m_channelLock is free: a channel is busy exactly when one worker serves it, and has a
+    // queue of held-back requests only while it is busy and the queue is not empty. Locked before
+    // the pool's lock, never after it.
+    ServiceLock m_channelLock;
+    std::map<ServiceThreadIfc*, std::string> m_threadChannels MIREL_GUARDED_BY(m_channelLock);
+    std::set<std::string> m_busyChannels MIREL_GUARDED_BY(m_channelLock);
+    std::map<std::string, std::queue<DelayedMessage>>
+        m_delayedMessages MIREL_GUARDED_BY(m_channelLock);
 
-    /// What `waitForWorkers` waits for; null while it does not. Given, under m_channelLock, by the
-    /// worker that leaves m_threadChannels empty. Not owned: it lives in that call.
-    Semaphore* m_pnoWorkers = nullptr;
+    /// What `waitForWorkers` waits for; null while it does not. Given by the worker that leaves
+    /// m_threadChannels empty. Not owned: it lives in that call.
+    Semaphore* m_pnoWorkers MIREL_GUARDED_BY(m_channelLock)
+        MIREL_POINTEE_GUARDED_BY(m_channelLock) = nullptr;
 };

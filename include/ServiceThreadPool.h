@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ServiceLock.h"
 #include "ServiceThreadPoolIfc.h"
 
 #include <atomic>
@@ -8,7 +9,6 @@
 #include <vector>
 
 class InvokeInterceptorDispatcher;
-class Semaphore;
 class Threader;
 
 /// Keeps workers of three priorities and hands out inline threads.
@@ -68,33 +68,39 @@ private:
     };
     using Entries = std::unordered_map<ServiceThreadIfc*, Entry>;
 
-    Threads& idleThreads(MirelThreadPriority priority);
-    ServiceThreadIfc* createWorker(MirelThreadPriority priority);
+    Threads& idleThreads(MirelThreadPriority priority) MIREL_REQUIRES(m_ppoolLock);
+    ServiceThreadIfc* createWorker(MirelThreadPriority priority) MIREL_REQUIRES(m_ppoolLock);
     void startWorker(ServiceThreadIfc* worker);
-    Threads::iterator enlist(ServiceThreadIfc* thread, bool isOwn, bool isCounted);
-    void fileIdle(ServiceThreadIfc* thread);
-    bool dismiss(ServiceThreadIfc* worker);
-    void forget(Entries::iterator worker, Threads& list);
-    ServiceThreadIfc* takeThreadToDestroy();
-    ServiceThreadIfc* takeStarted(Threads& list);
+    Threads::iterator enlist(ServiceThreadIfc* thread, bool isOwn, bool isCounted)
+        MIREL_REQUIRES(m_ppoolLock);
+    void fileIdle(ServiceThreadIfc* thread) MIREL_REQUIRES(m_ppoolLock);
+    bool dismiss(ServiceThreadIfc* worker) MIREL_REQUIRES(m_ppoolLock);
+    void forget(Entries::iterator worker, Threads& list) MIREL_REQUIRES(m_ppoolLock);
+    ServiceThreadIfc* takeThreadToDestroy() MIREL_REQUIRES(m_ppoolLock);
+    ServiceThreadIfc* takeStarted(Threads& list) MIREL_REQUIRES(m_ppoolLock);
 
     const int m_maxPoolSize;
 
-    // Guarded by m_ppoolLock; m_poolSize and m_pdestroyingThread are also read without it. A worker
-    // in an idle list is reusable, waits for work, and is in m_pallThreads as well.
+    /// Written with m_ppoolLock held; atomic, because `poolSize` reads it without.
     std::atomic<int> m_poolSize;
-    std::vector<ServiceThreadIfc*>* const m_pallThreads; ///< owned; in order of creation
-    std::vector<Threads*> m_availableThreads;            ///< owned lists, by priority
 
-    Threader* const m_pthreader;  ///< owned
-    Semaphore* const m_ppoolLock; ///< owned
+    // A worker in an idle list is reusable, waits for work, and is in m_pallThreads as well.
+    /// Owned; in order of creation.
+    std::vector<ServiceThreadIfc*>* const m_pallThreads MIREL_POINTEE_GUARDED_BY(m_ppoolLock);
+    /// Owned lists, by priority.
+    std::vector<Threads*> m_availableThreads MIREL_GUARDED_BY(m_ppoolLock);
+
+    Threader* const m_pthreader;    ///< owned
+    ServiceLock* const m_ppoolLock; ///< owned
     InvokeInterceptorDispatcher* const m_pinterceptorDispatcher;
 
-    /// The worker that `shutdown` is destroying, or destroyed last.
+    /// The worker that `shutdown` is destroying, or destroyed last. Written with m_ppoolLock held;
+    /// atomic, because a worker that returns looks before it takes that lock, too.
     std::atomic<ServiceThreadIfc*> m_pdestroyingThread;
 
-    // Guarded by m_ppoolLock. A node goes from list to list with its thread, so that neither handing
-    // a thread out nor filing it asks for memory.
-    Threads m_handedOut; ///< that are not idle, in the order in which they were handed out
-    Entries m_entries;
+    // A node goes from list to list with its thread, so that neither handing a thread out nor filing
+    // it asks for memory.
+    /// Those that are not idle, in the order in which they were handed out.
+    Threads m_handedOut MIREL_GUARDED_BY(m_ppoolLock);
+    Entries m_entries MIREL_GUARDED_BY(m_ppoolLock);
 };

@@ -7,7 +7,6 @@
 #include "Trace.h"
 #include "framework/CommsChannelDataContainerMessage.h"
 #include "framework/CommsChannelIfc.h"
-#include "framework/CriticalSection.h"
 #include "framework/ExceptionPublisher.h"
 #include "framework/Executable.h"
 #include "framework/FrameworkContext.h"
@@ -70,9 +69,7 @@ ServiceExecutor::ServiceExecutor(Executable* executable, CommsChannelIfc* channe
       m_pthreadPool(pool),
       m_pinterceptorDispatcher(dispatcher),
       m_multiThreaded(multiThreaded),
-      m_threadPriority(ownPriority(multiThreaded)),
-      m_initLock(1, 1, false),
-      m_channelLock(1, 1, false) {}
+      m_threadPriority(ownPriority(multiThreaded)) {}
 
 ServiceExecutor::ServiceExecutor(std::string libraryName, std::string creatorName,
                                  std::string serviceInterface, CommsChannelIfc* channel,
@@ -88,9 +85,7 @@ ServiceExecutor::ServiceExecutor(std::string libraryName, std::string creatorNam
       m_creatorName(std::move(creatorName)),
       m_pinterceptorDispatcher(dispatcher),
       m_multiThreaded(multiThreaded),
-      m_threadPriority(ownPriority(multiThreaded)),
-      m_initLock(1, 1, false),
-      m_channelLock(1, 1, false) {}
+      m_threadPriority(ownPriority(multiThreaded)) {}
 
 ServiceExecutor::~ServiceExecutor() {
     // No lock: no worker has this executor as its callback any more.
@@ -119,7 +114,7 @@ void ServiceExecutor::shutdown() {
 void ServiceExecutor::waitForWorkers() {
     Semaphore noWorkers(Semaphore::NOT_AVAILABLE, 1, false);
     {
-        CriticalSection lock(m_channelLock);
+        ServiceLockGuard lock(m_channelLock);
         if (m_threadChannels.empty())
             return;
         m_pnoWorkers = &noWorkers;
@@ -128,7 +123,7 @@ void ServiceExecutor::waitForWorkers() {
     noWorkers.take(-1);
     // Who gave it did that with the lock held. That it gives the lock back is the last that it does
     // with this object.
-    CriticalSection lock(m_channelLock);
+    ServiceLockGuard lock(m_channelLock);
     m_pnoWorkers = nullptr;
 }
 
@@ -199,7 +194,7 @@ void ServiceExecutor::initService() {
     // Without the lock: once set, the service object never changes.
     if (m_pexecutable)
         return;
-    CriticalSection lock(m_initLock);
+    ServiceLockGuard lock(m_initLock);
     if (m_pexecutable)
         return;
     TRACE(4, "initService: ifc='%s' lib='%s', creator='%s'", m_serviceInterface.c_str(),
@@ -317,7 +312,7 @@ void ServiceExecutor::executeInvokerRequest_MT(MirelThreadPriority priority, Inv
                                                const std::string& sourceChannel,
                                                const std::string& logPrefix) {
     OwnedResponse owned(response); // before the lock, so that it is destroyed without it
-    CriticalSection lock(m_channelLock);
+    ServiceLockGuard lock(m_channelLock);
     if (isThreadAllocatedToChannel(sourceChannel)) {
         TRACE(4, "%sDELAYED msg='%s'", logPrefix.c_str(), data.c_str());
         m_delayedMessages[sourceChannel].push({invoker, m_pexecutable, data, response, priority});
@@ -369,7 +364,7 @@ bool ServiceExecutor::reuseThreadForDelayedMessage(ServiceThreadIfc* thread) {
         OwnedResponse unstarted;
         runInTiers(
             [&] {
-                CriticalSection lock(m_channelLock);
+                ServiceLockGuard lock(m_channelLock);
                 reused = startDelayedMessage(thread, unstarted);
             },
             [&](const CaughtException& caught) {
@@ -391,7 +386,7 @@ void ServiceExecutor::publishNotStarted(const CaughtException& caught, ServiceTh
                                         const Place& noticed) {
     std::string channel;
     {
-        CriticalSection lock(m_channelLock);
+        ServiceLockGuard lock(m_channelLock);
         channel = m_threadChannels.at(thread);
     }
     std::string text = caught.reportPrefix(kComponent);
@@ -407,7 +402,7 @@ void ServiceExecutor::publishNotStarted(const CaughtException& caught, ServiceTh
 }
 
 /// Starts the oldest request held back for the channel that `thread` serves, or frees the channel.
-/// Returns what `reuseThreadForDelayedMessage` is to return. Called with m_channelLock held.
+/// Returns what `reuseThreadForDelayedMessage` is to return.
 ///
 /// When this throws, the request is out of its queue, its response is in `unstarted`, and the
 /// channel is still served by `thread`.

@@ -2,8 +2,6 @@
 
 #include "ServiceThread_MT.h"
 #include "ServiceThread_ST.h"
-#include "framework/CriticalSection.h"
-#include "framework/Semaphore.h"
 #include "framework/Threader.h"
 
 #include <algorithm>
@@ -22,7 +20,7 @@ ServiceThreadPool::ServiceThreadPool(int maxPoolSize, InvokeInterceptorDispatche
       m_poolSize(0),
       m_pallThreads(new std::vector<ServiceThreadIfc*>),
       m_pthreader(new Threader),
-      m_ppoolLock(new Semaphore(1, 1, false)),
+      m_ppoolLock(new ServiceLock),
       m_pinterceptorDispatcher(dispatcher),
       m_pdestroyingThread(nullptr) {
     for (int priority = 0; priority < kPriorities; ++priority)
@@ -51,7 +49,7 @@ ServiceThreadIfc* ServiceThreadPool::getThread(MirelThreadPriority priority, boo
 
     ServiceThreadIfc* worker = nullptr;
     {
-        CriticalSection lock(*m_ppoolLock);
+        ServiceLockGuard lock(*m_ppoolLock);
         Threads& idle = idleThreads(priority);
         if (!idle.empty()) {
             worker = idle.front();
@@ -64,13 +62,12 @@ ServiceThreadIfc* ServiceThreadPool::getThread(MirelThreadPriority priority, boo
     return worker;
 }
 
-/// Called with the lock held.
 ServiceThreadPool::Threads& ServiceThreadPool::idleThreads(MirelThreadPriority priority) {
     // A negative value becomes a huge index, which is out of range as well.
     return *m_availableThreads.at(static_cast<std::size_t>(priority));
 }
 
-/// Makes and lists a worker whose OS thread is yet to be started. Called with the lock held.
+/// Makes and lists a worker whose OS thread is yet to be started.
 ServiceThreadIfc* ServiceThreadPool::createWorker(MirelThreadPriority priority) {
     const bool reusable = m_poolSize < m_maxPoolSize;
     auto worker =
@@ -95,7 +92,7 @@ ServiceThreadIfc* ServiceThreadPool::createWorker(MirelThreadPriority priority) 
     return worker.release();
 }
 
-/// Adds a thread to those handed out. Called with the lock held.
+/// Adds a thread to those handed out.
 ServiceThreadPool::Threads::iterator ServiceThreadPool::enlist(ServiceThreadIfc* thread, bool isOwn,
                                                                bool isCounted) {
     Threads node{thread};
@@ -113,7 +110,7 @@ void ServiceThreadPool::startWorker(ServiceThreadIfc* worker) {
         m_pthreader->createThread(threadId, worker, std::string(), 1, 0);
     } catch (...) {
         {
-            CriticalSection lock(*m_ppoolLock);
+            ServiceLockGuard lock(*m_ppoolLock);
             dismiss(worker);
         }
         delete worker;
@@ -124,7 +121,7 @@ void ServiceThreadPool::startWorker(ServiceThreadIfc* worker) {
 bool ServiceThreadPool::returnThread(ServiceThreadIfc* thread) {
     if (thread == m_pdestroyingThread)
         return true;
-    CriticalSection lock(*m_ppoolLock);
+    ServiceLockGuard lock(*m_ppoolLock);
     // Again: `shutdown` may have picked this worker while it waited for the lock. It must not be
     // filed then; nor is it forgotten, being off the list already.
     if (thread == m_pdestroyingThread)
@@ -136,7 +133,6 @@ bool ServiceThreadPool::returnThread(ServiceThreadIfc* thread) {
     return true;
 }
 
-/// Called with the lock held.
 void ServiceThreadPool::fileIdle(ServiceThreadIfc* thread) {
     Threads& idle = idleThreads(thread->threadPriority());
     const auto entry = m_entries.find(thread);
@@ -146,7 +142,7 @@ void ServiceThreadPool::fileIdle(ServiceThreadIfc* thread) {
 
 /// Takes a worker that is handed out off all lists, and gives its place to another one: a reusable
 /// worker comes here only when it has no OS thread and gets none. False, without effect, when the
-/// pool did not make the thread. Called with the lock held.
+/// pool did not make the thread.
 bool ServiceThreadPool::dismiss(ServiceThreadIfc* worker) {
     const auto entry = m_entries.find(worker);
     if (entry == m_entries.end() || !entry->second.isOwn)
@@ -157,8 +153,7 @@ bool ServiceThreadPool::dismiss(ServiceThreadIfc* worker) {
     return true;
 }
 
-/// Takes a worker that the pool made out of `list`, in which it is, and off the list of all. Called
-/// with the lock held.
+/// Takes a worker that the pool made out of `list`, in which it is, and off the list of all.
 void ServiceThreadPool::forget(Entries::iterator worker, Threads& list) {
     list.erase(worker->second.node);
     m_pallThreads->erase(std::find(m_pallThreads->begin(), m_pallThreads->end(), worker->first));
@@ -166,7 +161,7 @@ void ServiceThreadPool::forget(Entries::iterator worker, Threads& list) {
 }
 
 int ServiceThreadPool::availableThreads(MirelThreadPriority priority) {
-    CriticalSection lock(*m_ppoolLock);
+    ServiceLockGuard lock(*m_ppoolLock);
     return static_cast<int>(idleThreads(priority).size());
 }
 
@@ -177,7 +172,7 @@ void ServiceThreadPool::shutdown() {
     for (;;) {
         ServiceThreadIfc* thread = nullptr;
         {
-            CriticalSection lock(*m_ppoolLock);
+            ServiceLockGuard lock(*m_ppoolLock);
             if (m_pallThreads->empty())
                 return;
             thread = takeThreadToDestroy();
@@ -191,7 +186,7 @@ void ServiceThreadPool::shutdown() {
 }
 
 /// Takes a worker that has a thread out of all lists, which makes it the caller's to destroy; null
-/// when there is none. Called with the lock held.
+/// when there is none.
 ///
 /// Idle workers come first: they have no holder. Of the others, the one that was handed out first: a
 /// worker inside its completion callback may hold another one that it has taken and not yet handed
@@ -205,7 +200,6 @@ ServiceThreadIfc* ServiceThreadPool::takeThreadToDestroy() {
     return thread ? thread : takeStarted(m_handedOut);
 }
 
-/// Called with the lock held.
 ServiceThreadIfc* ServiceThreadPool::takeStarted(Threads& list) {
     for (ServiceThreadIfc* const thread : list) {
         const auto entry = m_entries.find(thread);
