@@ -21,7 +21,7 @@ public:
     ServiceLock() : Semaphore(1, 1, false) {}
 };
 
-static_assert(sizeof(ServiceLock) == sizeof(Semaphore)); // whose places it takes in older layouts
+static_assert(sizeof(ServiceLock) == sizeof(Semaphore)); // programs rely on the classes' layout
 
 /// Holds a lock for the length of a scope, as a `CriticalSection`.
 class MIREL_THREAD_SAFETY(scoped_lockable) ServiceLockGuard {
