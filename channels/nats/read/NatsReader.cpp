@@ -10,6 +10,7 @@
 
 #include <charconv>
 #include <cxxabi.h>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -82,7 +83,7 @@ std::string NatsReader::type() { return "mirel-nats"; }
 
 void NatsReader::run() {
     const SignalsBlocked signalsBlocked;
-    std::string failure;
+    std::optional<std::string> failure;
     try {
         read();
     } catch (const abi::__forced_unwind&) {
@@ -93,12 +94,12 @@ void NatsReader::run() {
         failure = "an exception of unknown type";
     }
     m_reading.queue.close(); // ends the executor's loop if it has not ended
-    if (failure.empty())
+    if (!failure)
         return;
     // Nobody reads the partitions here any more, so that others must. As when a lease runs out,
     // what has not been started is left to them, and what is running runs there once more.
     m_leases.end();
-    logAppUni("NatsChannel", __FILE__, 2, __LINE__, "the channel ends: %s", failure.c_str());
+    logAppUni("NatsChannel", __FILE__, 2, __LINE__, "the channel ends: %s", failure->c_str());
 }
 
 void NatsReader::read() {

@@ -67,7 +67,7 @@ TEST(NatsOutbox, HoldsUpNobodyWhileTheServerTakesNothing) {
         server.pass();
     });
     NatsLedger ledger([&](const std::string& to, const char* how) { outbox.add({to, how, {}}); });
-    for (const std::uint64_t sequence : {1, 2, 3})
+    for (const std::uint64_t sequence : {1U, 2U, 3U})
         ledger.add(1, 7, sequence, std::to_string(sequence));
     ledger.settle(1, 1, "+");
     sent.waitFor(1); // it is being sent now
