@@ -57,9 +57,9 @@ class Threader;
 /// held-back request that the pool has no thread for fails, with a report that names its source
 /// channel, and the channel goes on. What reaches the executor's own loop (from a legacy message,
 /// from finding or initialising an invoker, from creating the service, from the pool, from timer
-/// data that cannot be read) is published as one report and ends the loop; `hasStarted()` stays true
-/// then. It also stays true when service code that runs on the executor's thread ends that thread
-/// (`pthread_exit`); no report tells of that.
+/// data that cannot be read) is published as one report and ends the loop; `hasStarted()` stays
+/// true then. It also stays true when service code that runs on the executor's thread ends that
+/// thread (`pthread_exit`); no report tells of that.
 ///
 /// Threads and lifetime. The host's thread constructs, calls `startThread`, later `shutdown`, and
 /// then destroys. The executor must outlive every worker that still calls it back, which a worker
@@ -113,10 +113,10 @@ public:
     /// hold back are not waited for. Not to be called on the executor's own thread.
     void shutdown();
 
-    /// To be called after `shutdown`, by the same thread. Waits until each request that was read has
-    /// run or failed, those held back too, and no worker will call this executor back or touch it:
-    /// then it may be destroyed, while the pool goes on. At once when that is so already, as after
-    /// the pool's shutdown. Not to be called on a worker.
+    /// To be called after `shutdown`, by the same thread. Waits until each request that was read
+    /// has run or failed, those held back too, and no worker will call this executor back or touch
+    /// it: then it may be destroyed, while the pool goes on. At once when that is so already, as
+    /// after the pool's shutdown. Not to be called on a worker.
     ///
     /// Not waited for are timer events: a worker that runs one uses the service object, and nothing
     /// of this executor. Before the service object is destroyed, shut the pool down, unless the

@@ -60,7 +60,7 @@ private:
 
     using Threads = std::list<ServiceThreadIfc*>;
 
-    /// What the pool keeps of a thread. One that it did not make has an entry from its first return.
+    /// What the pool keeps of a thread. One that it did not make has one from its first return.
     struct Entry {
         Threads::iterator node; ///< in the list that it is in, for as long as the entry exists
         bool isOwn;             ///< made by the pool
@@ -98,8 +98,8 @@ private:
     /// atomic, because a worker that returns looks before it takes that lock, too.
     std::atomic<ServiceThreadIfc*> m_pdestroyingThread;
 
-    // A node goes from list to list with its thread, so that neither handing a thread out nor filing
-    // it asks for memory.
+    // A node goes from list to list with its thread, so that neither handing a thread out nor
+    // filing it asks for memory.
     /// Those that are not idle, in the order in which they were handed out.
     Threads m_handedOut MIREL_GUARDED_BY(m_ppoolLock);
     Entries m_entries MIREL_GUARDED_BY(m_ppoolLock);

@@ -23,8 +23,8 @@ class ServiceThreadPoolIfc;
 ///
 /// The object deletes itself when its loop ends, which only `destroyThread` brings about. A worker
 /// that was told to stop runs no other request than the one that it is running. It destroys the
-/// response of a request that it was handed all the same, and then calls its callback as if that had
-/// run, until it is handed nothing more.
+/// response of a request that it was handed all the same, and then calls its callback as if that
+/// had run, until it is handed nothing more.
 class __attribute__((visibility("default"))) ServiceThread_MT : public ServiceThreadIfc {
 public:
     /// Starts nothing: the pool starts the OS thread. `reuseThread`: kept idle between pieces of
@@ -68,8 +68,8 @@ private:
 
     ServiceThreadPoolIfc* const m_pthreadPool; ///< not owned
 
-    /// Cleared when the worker has lost its OS thread and cannot get another one: it leaves its pool
-    /// then. Atomic, because the pool may ask meanwhile.
+    /// Cleared when the worker has lost its OS thread and cannot get another one: it leaves its
+    /// pool then. Atomic, because the pool may ask meanwhile.
     std::atomic<bool> m_reuseThread;
 
     /// Set once, by `destroyThread`; read by the loop without a lock.

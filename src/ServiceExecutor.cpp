@@ -46,7 +46,7 @@ std::string makeLogPrefix(CommsChannelDataContainerMessage& msg) {
 }
 
 /// Gives back a thread that was taken and has got no work. Only a worker's own thread can return it
-/// to its pool, so it is woken to find nothing to do. It serves no channel, so it calls nobody back.
+/// to its pool, so it is woken to find nothing to do. It serves no channel and calls nobody back.
 void giveBack(ServiceThreadIfc* worker) {
     worker->callBackOnCompletion(nullptr);
     worker->timerEvent(nullptr, 0);

@@ -130,8 +130,8 @@ void ServiceThread_MT::returnToPool() {
             [this] { m_pthreadPool->returnThread(this); });
 }
 
-/// Gives up the work that the worker has and will not run, and what its callback hands it instead, so
-/// that the callback knows in the end that this worker does nothing more for it.
+/// Gives up the work that the worker has and will not run, and what its callback hands it instead.
+/// In the end the callback knows that this worker does nothing more for it.
 void ServiceThread_MT::dropWork() {
     do {
         OwnedResponse(std::exchange(m_presponse, nullptr)).reset();
