@@ -3,8 +3,8 @@
 // flight, saturated, and saturated on three servers that keep three copies.
 //
 // The bare loop has the channel's connection, stream and consumer, and one thread at each end that
-// does as little as can be done with them. Requests have ids, and one of each source at a time is on
-// its way into the stream. Answers are not confirmed, and nothing is repeated.
+// does as little as can be done with them. Requests have ids, and one of each source at a time is
+// on its way into the stream. Answers are not confirmed, and nothing is repeated.
 
 #include "bench/Echo.h"
 #include "channels/nats/publish/NatsCaller.h"

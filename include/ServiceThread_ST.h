@@ -12,8 +12,8 @@ struct Place;
 /// deletes itself. It has no OS thread, no queue and no lock.
 ///
 /// What the service code throws is reported and does not reach the caller. What the reporting
-/// itself throws does, and then the object is not deleted. When the service code ends the thread, it
-/// is.
+/// itself throws does, and then the object is not deleted. When the service code ends the thread,
+/// it is.
 class __attribute__((visibility("default"))) ServiceThread_ST : public ServiceThreadIfc {
 public:
     /// `dispatcher` is not owned and may be null.

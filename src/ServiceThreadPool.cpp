@@ -190,8 +190,8 @@ void ServiceThreadPool::shutdown() {
 ///
 /// Idle workers come first: they have no holder. Of the others, the one that was handed out first:
 /// a worker inside its completion callback may hold another one that it has taken and not yet
-/// handed its work. That one was handed out later, so its turn comes when the worker that holds it has
-/// ended, callback and all.
+/// handed its work. That one was handed out later, so its turn comes when the worker that holds it
+/// has ended, callback and all.
 ServiceThreadIfc* ServiceThreadPool::takeThreadToDestroy() {
     ServiceThreadIfc* thread = nullptr;
     for (Threads* idle : m_availableThreads)

@@ -5,8 +5,8 @@
 
 namespace mirel {
 
-/// While it lives, its thread takes no signals, nor does a thread that it makes: signals are for the
-/// program's own threads.
+/// While it lives, its thread takes no signals, nor does a thread that it makes: signals are for
+/// the program's own threads.
 class SignalsBlocked {
 public:
     SignalsBlocked() noexcept {

@@ -46,8 +46,8 @@ private:
     const std::shared_ptr<NatsAnswers> m_answers;
     std::unique_ptr<NatsReader> m_reader; ///< uses all of the above
 
-    /// The executor's thread only: the callback channel of what was read last, unless it was a request,
-    /// which is acknowledged with its answer.
+    /// The executor's thread only: the callback channel of what was read last, unless it was a
+    /// request, which is acknowledged with its answer.
     std::string m_lastRead;
 };
 
