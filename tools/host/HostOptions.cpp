@@ -50,9 +50,10 @@ void addThreadOptions(CLI::App& app, HostOptions& options) {
                    "Nice values between neighbouring priorities; 0 leaves nice values alone")
         ->check(CLI::Range(0, 9))
         ->capture_default_str();
-    app.add_flag("!--no-workers-yield", options.threads.workersYield,
-                 "Let threads of priority 0 and 1 take a core from a running thread when they are "
-                 "woken");
+    app.add_flag_callback(
+        "--no-workers-yield", [&options] { options.threads.workersYield = false; },
+        "Let threads of priority 0 and 1 take a core from a running thread when they are "
+        "woken");
     app.add_option("--real-time", options.threads.realTimePriority,
                    "Run threads under SCHED_RR, at this priority plus the thread's 0 to 2; needs "
                    "the privilege; 0: off")
