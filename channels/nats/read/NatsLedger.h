@@ -50,8 +50,8 @@ public:
     /// Makes the next `settle` of one of the partition return true.
     void wakeReader(unsigned partition);
 
-    /// How many of the partition are neither settled nor dropped. Once there are none, none of its
-    /// acknowledgements is still to be sent.
+    /// How many of the partition are neither settled nor dropped. Once there are none, all its
+    /// acknowledgements have been handed over.
     std::size_t unsettled(unsigned partition) const;
 
     /// What the messages are acknowledged by that the server has heard nothing about for `silence`;

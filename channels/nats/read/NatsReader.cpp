@@ -136,7 +136,8 @@ void NatsReader::follow(NatsPartition& partition, unsigned number) {
         partition.close();
     }
     if (tenure != 0 && surplus && partition.isIdle()) {
-        m_answers.flush(std::chrono::milliseconds(kTickMs));
+        if (!m_answers.flush(std::chrono::milliseconds(kTickMs)))
+            return; // the next host would run again what is not acknowledged
         static_cast<void>(partition.leave());
         m_leases.giveBack(number);
     } else if (tenure != 0 && !surplus && partition.tenure() == 0) {
@@ -200,13 +201,13 @@ void NatsReader::tellProgress() {
 void NatsReader::leaveAll() {
     if (!m_reading.connection.connected())
         return; // the successor does the rest
-    m_answers.flush(std::chrono::milliseconds(kTickMs));
     for (unsigned number = 0; number < m_partitions.size(); ++number) {
         NatsPartition& partition = m_partitions[number];
         if (partition.tenure() == 0)
             continue;
         partition.close();
-        if (partition.isIdle() && !partition.leave())
+        if (partition.isIdle() &&
+            !(m_answers.flush(std::chrono::milliseconds(kTickMs)) && partition.leave()))
             return;
     }
 }
