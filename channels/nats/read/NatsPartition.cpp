@@ -224,8 +224,8 @@ bool NatsPartition::dealWithFirst() {
     }
     if (first.sequence <= m_consumer.inDoubt()) {
         m_reading.ledger.wakeReader(m_number); // asked for first, or it may become idle in between
-        // And the server must know: one that was run and is not acknowledged when its host dies would
-        // be run before this one, and be counted in its place.
+        // And the server must know: one that was run and is not acknowledged when its host dies
+        // would be run before this one, and be counted in its place.
         if (!isIdle() || !m_reading.answers.flush(kFlush))
             return false;
         if (!m_reading.attempts.begin(m_number, first.name(), m_reading.options.maxDeliveries)) {
