@@ -25,7 +25,7 @@ struct ChannelCounters {
     // What became of these requests.
     std::atomic<unsigned long> done{0};     ///< answered by the service with data
     std::atomic<unsigned long> failed{0};   ///< answered with a failure, by the service or for it
-    std::atomic<unsigned long> unserved{0}; ///< not accepted: no such interface, or no handler
+    std::atomic<unsigned long> unserved{0}; ///< not accepted: no such interface or handler, mostly
 
     RefusalCounter refused;
     RefusalCounter answersDropped;

@@ -9,6 +9,15 @@
 
 namespace mirel {
 
+namespace {
+
+struct RequestEnd {
+    FlowLimit& limit;
+    ~RequestEnd() { limit.requestDone(); }
+};
+
+} // namespace
+
 DeliveredRequests::DeliveredRequests(std::shared_ptr<AnswerSink> transport,
                                      std::shared_ptr<ChannelCounters> counters)
     : m_transport(std::move(transport)),
@@ -60,10 +69,10 @@ void DeliveredRequests::answer(Answer answer) {
 }
 
 bool DeliveredRequests::abandon(Answer failure) {
+    const RequestEnd end{*m_limit}; // nobody asks for it once more, also if its caller is not told
     const bool told = m_transport->abandon(std::move(failure));
     if (told)
         ++m_counters->failed;
-    m_limit->requestDone();
     return told;
 }
 

@@ -2,9 +2,11 @@
 
 #include "runtime/threads/PendingWakeUps.h"
 
+#include <algorithm>
+
 namespace mirel {
 
-FlowLimit::FlowLimit(unsigned long limit) : m_limit(limit) {}
+FlowLimit::FlowLimit(unsigned long limit) : m_limit(std::max(limit, 1UL)) {}
 
 void FlowLimit::waitForRoom(const std::atomic<bool>& closed) {
     if (hasRoom())

@@ -17,6 +17,7 @@ class FlowLimit {
 public:
     static constexpr unsigned long kDefault = 1000;
 
+    /// At least 1.
     explicit FlowLimit(unsigned long limit = kDefault);
 
     /// Waits until neither is at the limit, or until `closed`, whose change is to be followed by

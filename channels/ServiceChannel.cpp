@@ -31,7 +31,9 @@ void ServiceChannel::limitBy(std::shared_ptr<FlowLimit> limit) {
     m_requests->limitBy(std::move(limit));
 }
 
-void ServiceChannel::explainBy(WhyUnserved whyUnserved) { m_whyUnserved = std::move(whyUnserved); }
+void ServiceChannel::explainBy(WhyUnserved whyUnserved) {
+    m_whyUnserved = whyUnserved ? std::move(whyUnserved) : &whyUnservedAtAll;
+}
 
 bool ServiceChannel::readMessage(CommsChannelDataContainerMessage& msg) {
     if (const DeliveredRequests::Unaccepted* const last = m_requests->unaccepted())

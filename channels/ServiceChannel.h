@@ -37,7 +37,8 @@ public:
     void limitBy(std::shared_ptr<FlowLimit> limit);
 
     /// Why there is no response to a request for this interface and protocol, and what there is
-    /// instead; `ServiceContext::whyUnserved` knows. Called on the executor's thread.
+    /// instead; `ServiceContext::whyUnserved` knows. Called on the executor's thread. Empty: a text
+    /// that does not say what there is.
     using WhyUnserved =
         std::function<std::string(const std::string& interface, const std::string& protocol)>;
     void explainBy(WhyUnserved whyUnserved);

@@ -11,6 +11,10 @@
 template <std::size_t bytes>
 class Opaque {
 public:
+    Opaque() = default;
+    Opaque(const Opaque&) = delete;
+    Opaque& operator=(const Opaque&) = delete;
+
     template <typename State, typename... Arguments>
     State& make(Arguments&&... arguments) {
         static_assert(sizeof(State) <= bytes && alignof(State) <= alignof(std::uint64_t));

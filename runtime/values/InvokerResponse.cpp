@@ -8,6 +8,8 @@
 
 namespace {
 
+constexpr const char* kUnanswered = "the request was not answered: it failed or was dropped";
+
 struct State {
     std::shared_ptr<mirel::AnswerSink> sink; ///< null: there is no way back
     bool answered;
@@ -47,11 +49,11 @@ InvokerResponse::~InvokerResponse() noexcept(false) {
         return;
     }
     // Moved out, so that it goes whichever way this function is left.
-    const State state = std::move(m_opaque.as<State>());
+    State state = std::move(m_opaque.as<State>());
     m_opaque.destroy<State>();
     try {
-        state.sink->abandon(
-            state.make(false, "the request was not answered: it failed or was dropped"));
+        state.sink->abandon({false, state.requestId, std::move(state.sourceChannel),
+                             std::move(state.callbackChannel), kUnanswered});
     } catch (const abi::__forced_unwind&) {
         throw;
     } catch (...) {
@@ -71,6 +73,8 @@ bool InvokerResponse::answered() const { return m_opaque.as<State>().answered; }
 
 bool InvokerResponse::claim() {
     State& state = m_opaque.as<State>();
+    if (state.answered)
+        return false;
     if (!state.sink || state.sink->claim(state.callbackChannel))
         return true;
     state.answered = true;

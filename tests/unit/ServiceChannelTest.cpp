@@ -9,6 +9,8 @@
 #include "runtime/values/ServiceContext.h"
 #include "tests/unit/Support.h"
 
+#include <future>
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -88,6 +90,35 @@ TEST_F(ServiceChannelTest, TimerEventsAreLimitedByTheirWorkers) {
     Message oneMore = timerMessage(1);
     EXPECT_FALSE(m_queue->trySend(oneMore, milliseconds(50)));
     EXPECT_EQ(kLimit, m_limit->mostWorkers());
+}
+
+/// For a claim about time that would else be waited for in vain.
+bool deliversNow(mirel::FlowLimit& limit) {
+    std::atomic<bool> closed{false};
+    auto waiting = std::async(std::launch::async, [&] { limit.waitForRoom(closed); });
+    const bool delivers = waiting.wait_for(kPatience) == std::future_status::ready;
+    closed = true;
+    limit.wakeAll();
+    return delivers;
+}
+
+TEST(LimitedPool, AWorkerThatEndsBeforeItHasBegunCountsNoMore) {
+    const auto limit = std::make_shared<mirel::FlowLimit>(1);
+    mirel::LimitedPool pool(1, nullptr, limit);
+    pool.getThread(true); // never handed its work
+    pool.shutdown();
+    EXPECT_TRUE(deliversNow(*limit));
+}
+
+TEST(DeliveredRequests, ARequestWhoseCallerCannotBeToldIsDoneAllTheSame) {
+    const auto limit = std::make_shared<mirel::FlowLimit>(1);
+    const auto queue = std::make_shared<mirel::MessageQueue>(1);
+    mirel::QueueChannel channel(queue, [](const mirel::Answer&) { throw std::bad_alloc(); });
+    channel.limitBy(limit);
+    Message m = requestFrom("s", "");
+    InvokerResponse(&channel, m.sourceChannel(), m.callbackChannel(), m.protocol(), m.interface(),
+                    1, m.proxyCallMode(), m.remoteContext(), 0);
+    EXPECT_TRUE(deliversNow(*limit));
 }
 
 TEST_F(ServiceChannelTest, SaysWhatIsMissingAndWhatThereIs) {
