@@ -16,7 +16,7 @@ function(install_headers folder)
 endfunction()
 install_headers(runtime/values Answer AnswerSink AnsweringChannel ClaimingInvoker HandlerInvoker
   InterceptorList MessageRules ServiceContext)
-install_headers(runtime/threads ThreadOptions ThreadStartHook)
+install_headers(runtime/threads Mutex ThreadOptions ThreadStartHook)
 install_headers(runtime/reports LogControl Reports)
 install_headers(channels Caller ChannelCounters FlowLimit LimitedPool RefusalCounter ServiceChannel)
 install_headers(channels/open AllTransports Transport TransportOption Transports)

@@ -4,13 +4,13 @@
 #include "framework/MirelException.h"
 #include "runtime/reports/Reports.h"
 #include "runtime/threads/CallGate.h"
+#include "runtime/threads/Mutex.h"
 #include "runtime/threads/PendingWakeUps.h"
 #include "runtime/values/GuardedCall.h"
 
 #include <atomic>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -29,10 +29,9 @@ struct Subscribers {
     std::atomic<unsigned long> published{0};
     std::atomic<bool> writeToLog{true};
 
-    // Guarded by mutex.
-    std::mutex mutex;
-    unsigned long lastId = 0;
-    std::map<unsigned long, std::shared_ptr<Subscriber>> byId;
+    mirel::Mutex mutex;
+    unsigned long lastId MIREL_GUARDED_BY(mutex) = 0;
+    std::map<unsigned long, std::shared_ptr<Subscriber>> byId MIREL_GUARDED_BY(mutex);
 };
 
 /// Never destroyed: threads may publish until the process is gone.
@@ -42,7 +41,7 @@ Subscribers& subscribers() {
 }
 
 std::vector<std::shared_ptr<Subscriber>> currentSubscribers() {
-    const std::lock_guard lock(subscribers().mutex);
+    const mirel::Lock lock(subscribers().mutex);
     std::vector<std::shared_ptr<Subscriber>> current;
     current.reserve(subscribers().byId.size());
     for (const auto& [id, subscriber] : subscribers().byId)
@@ -61,7 +60,7 @@ void call(Subscriber& subscriber, const MirelException& report) {
 void endSubscription(unsigned long id) {
     std::shared_ptr<Subscriber> subscriber;
     {
-        const std::lock_guard lock(subscribers().mutex);
+        const mirel::Lock lock(subscribers().mutex);
         const auto found = subscribers().byId.find(id);
         if (found == subscribers().byId.end())
             return;
@@ -109,7 +108,7 @@ ReportSubscription::~ReportSubscription() {
 
 ReportSubscription subscribeToReports(ReportSubscriber subscriber) {
     auto entry = std::make_shared<Subscriber>(std::move(subscriber));
-    const std::lock_guard lock(subscribers().mutex);
+    const mirel::Lock lock(subscribers().mutex);
     const unsigned long id = ++subscribers().lastId;
     subscribers().byId.emplace(id, std::move(entry));
     return ReportSubscription(id);

@@ -3,6 +3,7 @@
 #include "framework/MirelException.h"
 #include "runtime/reports/LogControl.h"
 #include "runtime/threads/CallGate.h"
+#include "runtime/threads/Mutex.h"
 #include "runtime/threads/PendingWakeUps.h"
 
 #include <algorithm>
@@ -181,7 +182,7 @@ public:
     mirel::LogSink replaceSink(mirel::LogSink sink) {
         std::shared_ptr<Sink> next = sink ? std::make_shared<Sink>(std::move(sink)) : nullptr;
         {
-            const std::lock_guard lock(m_sinkMutex);
+            const mirel::Lock lock(m_sinkMutex);
             m_sink.swap(next);
         }
         if (!next)
@@ -205,7 +206,7 @@ private:
     }
 
     std::shared_ptr<Sink> currentSink() {
-        const std::lock_guard lock(m_sinkMutex);
+        const mirel::Lock lock(m_sinkMutex);
         return m_sink;
     }
 
@@ -220,11 +221,12 @@ private:
         return static_cast<bool>(pass);
     }
 
+    // Guarded by m_thresholdsMutex, which clang does not know: no other is shared.
     std::shared_mutex m_thresholdsMutex;
-    Thresholds m_thresholds; ///< guarded by m_thresholdsMutex
+    Thresholds m_thresholds;
 
-    std::mutex m_sinkMutex;
-    std::shared_ptr<Sink> m_sink; ///< guarded by m_sinkMutex; null: standard error
+    mirel::Mutex m_sinkMutex;
+    std::shared_ptr<Sink> m_sink MIREL_GUARDED_BY(m_sinkMutex); ///< null: standard error
 };
 
 /// Reads MIREL_LOG, and complains about it, when the process starts.

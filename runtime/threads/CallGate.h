@@ -1,9 +1,9 @@
 #pragma once
 
+#include "runtime/threads/Mutex.h"
 #include "runtime/threads/PendingWakeUps.h"
 
 #include <condition_variable>
-#include <mutex>
 
 namespace mirel {
 
@@ -13,7 +13,7 @@ class CallGate {
 public:
     /// Each true is followed by `leave`. False once the gate is closed.
     bool enter() {
-        const std::lock_guard lock(m_mutex);
+        const Lock lock(m_mutex);
         if (m_closed)
             return false;
         ++m_inside;
@@ -21,7 +21,7 @@ public:
     }
 
     void leave() {
-        const std::lock_guard lock(m_mutex);
+        const Lock lock(m_mutex);
         if (--m_inside == 0)
             m_empty.notify_all();
     }
@@ -29,17 +29,17 @@ public:
     /// Lets nobody in any more, and returns when nobody is inside.
     void close() {
         PendingWakeUps::ofThisThread().issue();
-        std::unique_lock lock(m_mutex);
+        Lock lock(m_mutex);
         m_closed = true;
-        m_empty.wait(lock, [this] { return m_inside == 0; });
+        while (m_inside > 0)
+            lock.wait(m_empty);
     }
 
 private:
-    // Guarded by m_mutex.
-    std::mutex m_mutex;
+    Mutex m_mutex;
     std::condition_variable m_empty;
-    unsigned long m_inside = 0;
-    bool m_closed = false;
+    unsigned long m_inside MIREL_GUARDED_BY(m_mutex) = 0;
+    bool m_closed MIREL_GUARDED_BY(m_mutex) = false;
 };
 
 /// One attempt to pass a gate, for the length of a scope.

@@ -1,9 +1,9 @@
 #include "runtime/threads/ThreadOptions.h"
 
 #include "framework/MirelException.h"
+#include "runtime/threads/Mutex.h"
 
 #include <limits>
-#include <mutex>
 #include <string>
 
 namespace mirel {
@@ -11,8 +11,8 @@ namespace mirel {
 namespace {
 
 struct CurrentOptions {
-    std::mutex mutex;
-    ThreadOptions options; ///< guarded by mutex
+    Mutex mutex;
+    ThreadOptions options MIREL_GUARDED_BY(mutex);
 };
 
 /// Never destroyed: threads may be started until the process is gone.
@@ -40,12 +40,12 @@ void setThreadOptions(const ThreadOptions& options) {
     checkRange("niceStep", options.niceStep, 0, 9);
     checkRange("realTimePriority", options.realTimePriority, 0, 97);
     checkRange("startPatience (ms)", options.startPatience.count(), 0, 3'600'000);
-    const std::lock_guard lock(current().mutex);
+    const Lock lock(current().mutex);
     current().options = options;
 }
 
 ThreadOptions threadOptions() {
-    const std::lock_guard lock(current().mutex);
+    const Lock lock(current().mutex);
     return current().options;
 }
 

@@ -35,7 +35,7 @@ ThreadRecord::~ThreadRecord() {
 
 unsigned long ThreadRecord::nextStart() {
     {
-        const std::lock_guard lock(m_mutex);
+        const Lock lock(m_mutex);
         if (m_state == eRunning) {
             if (!pthread_equal(m_thread, pthread_self()))
                 throw MirelException("the object has a thread that is still running", __FILE__,
@@ -44,30 +44,31 @@ unsigned long ThreadRecord::nextStart() {
         }
     }
     waitUntilGone();
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     return m_started + 1;
 }
 
 void ThreadRecord::started(unsigned long start, pthread_t thread) {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     m_state = eRunning;
     m_started = start;
     m_thread = thread;
 }
 
 void ThreadRecord::letBegin(unsigned long start) {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     m_begun = start;
     m_changed.notify_all();
 }
 
 void ThreadRecord::waitToBegin(unsigned long start) {
-    std::unique_lock lock(m_mutex);
-    m_changed.wait(lock, [this, start] { return m_begun == start; });
+    Lock lock(m_mutex);
+    while (m_begun != start)
+        lock.wait(m_changed);
 }
 
 void ThreadRecord::ended(unsigned long start) {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     if (m_started != start)
         return;
     m_state = callingThreadIsJoinable() ? eEnded : eGone;
@@ -76,14 +77,16 @@ void ThreadRecord::ended(unsigned long start) {
 
 void ThreadRecord::waitUntilGone() {
     PendingWakeUps::ofThisThread().issue();
-    std::unique_lock lock(m_mutex);
-    m_changed.wait(lock, [this] { return m_state == eEnded || m_state == eGone; });
+    Lock lock(m_mutex);
+    while (m_state != eEnded && m_state != eGone)
+        lock.wait(m_changed);
     if (m_state == eGone)
         return;
     // This waiter is the one that joins; the others find eJoining, and then eGone.
     m_state = eJoining;
+    const pthread_t thread = m_thread;
     lock.unlock();
-    join(m_thread);
+    join(thread);
     lock.lock();
     m_state = eGone;
     m_changed.notify_all();

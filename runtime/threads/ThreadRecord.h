@@ -1,7 +1,8 @@
 #pragma once
 
+#include "runtime/threads/Mutex.h"
+
 #include <condition_variable>
-#include <mutex>
 #include <pthread.h>
 
 namespace mirel {
@@ -54,13 +55,14 @@ private:
         eJoining, ///< by the one waiter that found it ended
     };
 
-    // Guarded by m_mutex.
-    std::mutex m_mutex;
+    Mutex m_mutex;
     std::condition_variable m_changed;
-    State m_state = eGone;
-    unsigned long m_started = 0; ///< number of the last start
-    unsigned long m_begun = 0;   ///< number of the last start that was let begin
-    pthread_t m_thread{};
+    State m_state MIREL_GUARDED_BY(m_mutex) = eGone;
+    /// Number of the last start.
+    unsigned long m_started MIREL_GUARDED_BY(m_mutex) = 0;
+    /// Number of the last start that was let begin.
+    unsigned long m_begun MIREL_GUARDED_BY(m_mutex) = 0;
+    pthread_t m_thread MIREL_GUARDED_BY(m_mutex){};
 };
 
 } // namespace mirel

@@ -1,13 +1,13 @@
 #include "runtime/threads/ThreadStarter.h"
 
 #include "runtime/threads/CancellationOff.h"
+#include "runtime/threads/Mutex.h"
 #include "runtime/threads/SignalsBlocked.h"
 #include "runtime/threads/ThreadPriority.h"
 
 #include <condition_variable>
 #include <csignal>
 #include <cstddef>
-#include <mutex>
 #include <sched.h>
 #include <unistd.h>
 
@@ -40,7 +40,7 @@ public:
 
     /// When the thread cannot be made, threads start as they can.
     void addUser() {
-        const std::lock_guard lock(m_mutex);
+        const Lock lock(m_mutex);
         ++m_users;
         if (m_running || !callerIsAtProcessNice())
             return;
@@ -56,7 +56,7 @@ public:
     }
 
     void removeUser() {
-        const std::lock_guard lock(m_mutex);
+        const Lock lock(m_mutex);
         if (--m_users == 0)
             m_changed.notify_all();
     }
@@ -69,13 +69,15 @@ public:
 
 private:
     bool handOver(Job& job) {
-        std::unique_lock lock(m_mutex);
+        Lock lock(m_mutex);
         if (!m_running)
             return false;
-        m_changed.wait(lock, [this] { return !m_job; });
+        while (m_job)
+            lock.wait(m_changed);
         m_job = &job;
         m_changed.notify_all();
-        m_changed.wait(lock, [&job] { return job.done; });
+        while (!job.done)
+            lock.wait(m_changed);
         return true;
     }
 
@@ -90,9 +92,10 @@ private:
     }
 
     void serve() {
-        std::unique_lock lock(m_mutex);
+        Lock lock(m_mutex);
         for (;;) {
-            m_changed.wait(lock, [this] { return m_job || m_users == 0; });
+            while (!m_job && m_users > 0)
+                lock.wait(m_changed);
             if (!m_job) {
                 m_running = false;
                 return;
@@ -105,12 +108,13 @@ private:
         }
     }
 
-    // Guarded by m_mutex.
-    std::mutex m_mutex;
+    Mutex m_mutex;
     std::condition_variable m_changed;
-    bool m_running = false; ///< the thread is there, and will look at m_users again
-    unsigned long m_users = 0;
-    Job* m_job = nullptr; ///< its caller's, who is a user
+    /// The thread is there, and will look at m_users again.
+    bool m_running MIREL_GUARDED_BY(m_mutex) = false;
+    unsigned long m_users MIREL_GUARDED_BY(m_mutex) = 0;
+    /// Its caller's, who is a user.
+    Job* m_job MIREL_GUARDED_BY(m_mutex) = nullptr;
 };
 
 /// What the new thread would inherit from the caller.

@@ -2,6 +2,7 @@
 
 #include "framework/MirelException.h"
 #include "framework/Threadable.h"
+#include "runtime/threads/Mutex.h"
 #include "runtime/threads/PendingWakeUps.h"
 #include "runtime/threads/ThreadOptions.h"
 #include "runtime/threads/ThreadPriority.h"
@@ -17,7 +18,6 @@
 #include <climits>
 #include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <pthread.h>
 #include <system_error>
 #include <type_traits>
@@ -52,32 +52,32 @@ public:
     }
 
     unsigned long count() {
-        const std::lock_guard lock(m_mutex);
+        const mirel::Lock lock(m_mutex);
         return m_count;
     }
 
     void add() {
-        const std::lock_guard lock(m_mutex);
+        const mirel::Lock lock(m_mutex);
         ++m_count;
         m_changed.notify_all();
     }
 
     /// Returns when the count is not `seen` any more, or at `deadline`.
     void waitForNext(unsigned long seen, Clock::time_point deadline) {
-        std::unique_lock lock(m_mutex);
-        m_changed.wait_until(lock, deadline, [this, seen] { return m_count != seen; });
+        mirel::Lock lock(m_mutex);
+        while (m_count == seen && lock.waitUntil(m_changed, deadline)) {
+        }
     }
 
 private:
-    // Guarded by m_mutex.
-    std::mutex m_mutex;
+    mirel::Mutex m_mutex;
     std::condition_variable m_changed;
-    unsigned long m_count = 0;
+    unsigned long m_count MIREL_GUARDED_BY(m_mutex) = 0;
 };
 
 struct StartHook {
-    std::mutex mutex;
-    std::shared_ptr<std::function<int()>> call; ///< guarded by mutex; null: none
+    mirel::Mutex mutex;
+    std::shared_ptr<std::function<int()>> call MIREL_GUARDED_BY(mutex); ///< null: none
 };
 
 StartHook& startHook() {
@@ -88,7 +88,7 @@ StartHook& startHook() {
 int callStartHook() {
     std::shared_ptr<std::function<int()>> hook;
     {
-        const std::lock_guard lock(startHook().mutex);
+        const mirel::Lock lock(startHook().mutex);
         hook = startHook().call;
     }
     return hook ? (*hook)() : 0;
@@ -257,7 +257,7 @@ namespace mirel {
 
 void setThreadStartHook(std::function<int()> hook) {
     auto call = hook ? std::make_shared<std::function<int()>>(std::move(hook)) : nullptr;
-    const std::lock_guard lock(startHook().mutex);
+    const mirel::Lock lock(startHook().mutex);
     startHook().call.swap(call);
 }
 

@@ -27,7 +27,7 @@ ServiceContext::~ServiceContext() { m_services.clear(); }
 
 void ServiceContext::add(const std::string& interface, const std::string& protocol,
                          std::unique_ptr<Invoker> invoker) {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     if (!m_invokers[interface].try_emplace(protocol, std::move(invoker)).second)
         throw MirelException("there is a handler for interface \"" + interface +
                                  "\" and protocol \"" + protocol + "\" already",
@@ -35,7 +35,7 @@ void ServiceContext::add(const std::string& interface, const std::string& protoc
 }
 
 Invoker* ServiceContext::findInvoker(const std::string& interface, const std::string& protocol) {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     const auto ofInterface = m_invokers.find(interface);
     if (ofInterface == m_invokers.end())
         return nullptr;
@@ -48,7 +48,7 @@ std::string ServiceContext::whyUnserved(const std::string& serviceInterface,
     const auto isOffered = [&serviceInterface](const std::string& name) {
         return serviceInterface.find(name) != std::string::npos;
     };
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     const auto ofInterface = m_invokers.find(interface);
     if (!isOffered(interface) || ofInterface == m_invokers.end()) {
         std::string there;
@@ -88,7 +88,7 @@ Executable* ServiceContext::createService(ServiceExecutor*, std::string libraryN
     });
     if (!service)
         return nullptr;
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     return m_services.emplace_back(std::move(service)).get();
 }
 

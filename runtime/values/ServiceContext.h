@@ -1,12 +1,12 @@
 #pragma once
 
 #include "framework/FrameworkContext.h"
+#include "runtime/threads/Mutex.h"
 #include "runtime/values/ClaimingInvoker.h"
 #include "runtime/values/HandlerInvoker.h"
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -81,11 +81,11 @@ private:
     void add(const std::string& interface, const std::string& protocol,
              std::unique_ptr<Invoker> invoker);
 
-    // Guarded by m_mutex.
-    std::mutex m_mutex;
+    Mutex m_mutex;
     /// By interface, then by protocol.
-    std::map<std::string, std::map<std::string, std::unique_ptr<Invoker>>> m_invokers;
-    std::vector<std::unique_ptr<Executable>> m_services;
+    std::map<std::string, std::map<std::string, std::unique_ptr<Invoker>>>
+        m_invokers MIREL_GUARDED_BY(m_mutex);
+    std::vector<std::unique_ptr<Executable>> m_services MIREL_GUARDED_BY(m_mutex);
 };
 
 } // namespace mirel
