@@ -12,12 +12,13 @@ void FlowLimit::waitForRoom(const std::atomic<bool>& closed) {
     if (hasRoom())
         return;
     PendingWakeUps::ofThisThread().issue();
-    std::unique_lock lock(m_mutex);
-    m_room.wait(lock, [this, &closed] { return closed || hasRoom(); });
+    Lock lock(m_mutex);
+    while (!closed && !hasRoom())
+        lock.wait(m_room);
 }
 
 void FlowLimit::wakeAll() {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     m_room.notify_all();
 }
 

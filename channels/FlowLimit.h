@@ -1,8 +1,9 @@
 #pragma once
 
+#include "runtime/threads/Mutex.h"
+
 #include <atomic>
 #include <condition_variable>
-#include <mutex>
 
 namespace mirel {
 
@@ -49,7 +50,7 @@ private:
 
     std::atomic<unsigned long> m_mostWorkers{0};
 
-    std::mutex m_mutex;
+    Mutex m_mutex;
     std::condition_variable m_room;
 };
 

@@ -20,7 +20,7 @@ RefusalCounter::RefusalCounter(const char* component, std::string channelName)
 void RefusalCounter::refuse(const std::string& why) {
     unsigned long sinceLastLine = 0;
     {
-        const std::lock_guard lock(m_mutex);
+        const Lock lock(m_mutex);
         ++m_count;
         const auto now = std::chrono::steady_clock::now();
         if (now < m_nextLine)
@@ -36,7 +36,7 @@ void RefusalCounter::refuse(const std::string& why) {
 }
 
 unsigned long RefusalCounter::count() const {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     return m_count;
 }
 

@@ -1,7 +1,8 @@
 #pragma once
 
+#include "runtime/threads/Mutex.h"
+
 #include <chrono>
-#include <mutex>
 #include <string>
 
 namespace mirel {
@@ -22,11 +23,10 @@ private:
     const char* const m_component;
     const std::string m_channelName;
 
-    // Guarded by m_mutex.
-    mutable std::mutex m_mutex;
-    unsigned long m_count = 0;
-    unsigned long m_logged = 0;
-    std::chrono::steady_clock::time_point m_nextLine{};
+    mutable Mutex m_mutex;
+    unsigned long m_count MIREL_GUARDED_BY(m_mutex) = 0;
+    unsigned long m_logged MIREL_GUARDED_BY(m_mutex) = 0;
+    std::chrono::steady_clock::time_point m_nextLine MIREL_GUARDED_BY(m_mutex){};
 };
 
 } // namespace mirel

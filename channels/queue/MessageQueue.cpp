@@ -24,8 +24,9 @@ MessageQueue::MessageQueue(std::size_t capacity) : m_capacity(std::max<std::size
 bool MessageQueue::send(CommsChannelDataContainerMessage msg) {
     checkMessage(msg);
     PendingWakeUps::ofThisThread().issue();
-    std::unique_lock lock(m_mutex);
-    m_notFull.wait(lock, [this] { return m_closed || m_messages.size() < m_capacity; });
+    Lock lock(m_mutex);
+    while (!m_closed && full())
+        lock.wait(m_notFull);
     return append(msg);
 }
 
@@ -33,16 +34,17 @@ bool MessageQueue::trySend(CommsChannelDataContainerMessage& msg,
                            std::chrono::milliseconds patience) {
     checkMessage(msg);
     PendingWakeUps::ofThisThread().issue();
-    std::unique_lock lock(m_mutex);
-    return m_notFull.wait_for(lock, patience, [this] {
-        return m_closed || m_messages.size() < m_capacity;
-    }) && append(msg);
+    Lock lock(m_mutex);
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (!m_closed && full() && lock.waitUntil(m_notFull, deadline)) {
+    }
+    return !full() && append(msg);
 }
 
 void MessageQueue::sendWhatFits(std::deque<CommsChannelDataContainerMessage>& messages) {
     {
-        const std::lock_guard lock(m_mutex);
-        while (!m_closed && !messages.empty() && m_messages.size() < m_capacity) {
+        const Lock lock(m_mutex);
+        while (!m_closed && !messages.empty() && !full()) {
             m_messages.push_back(std::move(messages.front()));
             messages.pop_front();
         }
@@ -51,9 +53,11 @@ void MessageQueue::sendWhatFits(std::deque<CommsChannelDataContainerMessage>& me
 }
 
 std::size_t MessageQueue::room() const {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     return m_capacity - m_messages.size();
 }
+
+bool MessageQueue::full() const { return m_messages.size() == m_capacity; }
 
 bool MessageQueue::append(CommsChannelDataContainerMessage& msg) {
     if (m_closed)
@@ -67,11 +71,12 @@ bool MessageQueue::read(CommsChannelDataContainerMessage& msg) {
     PendingWakeUps::ofThisThread().issue();
     bool wasFull = false;
     {
-        std::unique_lock lock(m_mutex);
-        m_notEmpty.wait(lock, [this] { return m_closed || !m_messages.empty(); });
+        Lock lock(m_mutex);
+        while (!m_closed && m_messages.empty())
+            lock.wait(m_notEmpty);
         if (m_closed)
             return false;
-        wasFull = m_messages.size() == m_capacity;
+        wasFull = full();
         msg = std::move(m_messages.front());
         m_messages.pop_front();
         m_notFull.notify_one();
@@ -84,19 +89,19 @@ bool MessageQueue::read(CommsChannelDataContainerMessage& msg) {
 void MessageQueue::onRoom(std::function<void()> room) { m_onRoom = std::move(room); }
 
 void MessageQueue::close() {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     m_closed = true;
     m_notEmpty.notify_all();
     m_notFull.notify_all();
 }
 
 bool MessageQueue::closed() const {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     return m_closed;
 }
 
 std::deque<CommsChannelDataContainerMessage> MessageQueue::takeRest() {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     m_notFull.notify_all();
     return std::exchange(m_messages, {});
 }

@@ -1,13 +1,13 @@
 #pragma once
 
 #include "framework/CommsChannelDataContainerMessage.h"
+#include "runtime/threads/Mutex.h"
 
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
 #include <functional>
-#include <mutex>
 
 namespace mirel {
 
@@ -47,19 +47,19 @@ public:
     std::deque<CommsChannelDataContainerMessage> takeRest();
 
 private:
-    /// Takes the message unless the queue is closed. The caller holds m_mutex and has made sure of
-    /// the room.
-    bool append(CommsChannelDataContainerMessage& msg);
+    bool full() const MIREL_REQUIRES(m_mutex);
+
+    /// Takes the message unless the queue is closed. The caller has made sure of the room.
+    bool append(CommsChannelDataContainerMessage& msg) MIREL_REQUIRES(m_mutex);
 
     const std::size_t m_capacity;
     std::function<void()> m_onRoom;
 
-    // Guarded by m_mutex.
-    mutable std::mutex m_mutex;
+    mutable Mutex m_mutex;
     std::condition_variable m_notEmpty;
     std::condition_variable m_notFull;
-    std::deque<CommsChannelDataContainerMessage> m_messages;
-    bool m_closed = false;
+    std::deque<CommsChannelDataContainerMessage> m_messages MIREL_GUARDED_BY(m_mutex);
+    bool m_closed MIREL_GUARDED_BY(m_mutex) = false;
 };
 
 } // namespace mirel

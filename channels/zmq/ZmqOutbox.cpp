@@ -10,7 +10,7 @@ ZmqOutbox::ZmqOutbox(std::shared_ptr<ChannelCounters> counters) : m_counters(std
 
 void ZmqOutbox::answer(Answer answer) {
     {
-        const std::lock_guard lock(m_mutex);
+        const Lock lock(m_mutex);
         if (!m_closed) {
             m_answers.push_back(std::move(answer));
             if (std::exchange(m_takerWaits, false))
@@ -22,20 +22,19 @@ void ZmqOutbox::answer(Answer answer) {
 }
 
 void ZmqOutbox::take(std::vector<Answer>& answers) {
-
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     m_takerWaits = false;
     m_answers.swap(answers);
 }
 
 bool ZmqOutbox::mayWait() {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     m_takerWaits = m_answers.empty();
     return m_takerWaits;
 }
 
 std::vector<Answer> ZmqOutbox::close() {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     m_closed = true;
     return std::exchange(m_answers, {});
 }

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "runtime/threads/EventFd.h"
+#include "runtime/threads/Mutex.h"
 #include "runtime/values/AnswerSink.h"
 
 #include <memory>
-#include <mutex>
 #include <vector>
 
 namespace mirel {
@@ -39,11 +39,10 @@ private:
     const std::shared_ptr<ChannelCounters> m_counters;
     EventFd m_wake;
 
-    // Guarded by m_mutex.
-    std::mutex m_mutex;
-    std::vector<Answer> m_answers;
-    bool m_takerWaits = false;
-    bool m_closed = false;
+    Mutex m_mutex;
+    std::vector<Answer> m_answers MIREL_GUARDED_BY(m_mutex);
+    bool m_takerWaits MIREL_GUARDED_BY(m_mutex) = false;
+    bool m_closed MIREL_GUARDED_BY(m_mutex) = false;
 };
 
 } // namespace mirel
