@@ -8,7 +8,8 @@
 
 namespace mirel {
 
-/// A mutex that the compiler knows. Held by means of a `Lock`.
+/// A mutex that the compiler knows. Held by means of a `Lock`. What is done under it stands in
+/// ordinary functions: clang checks neither constructors and destructors nor predicates.
 class MIREL_THREAD_SAFETY(capability("mutex")) Mutex {
     friend class Lock;
     std::mutex m_mutex;
@@ -27,8 +28,7 @@ public:
     void unlock() MIREL_THREAD_SAFETY(release_capability()) { m_lock.unlock(); }
     void lock() MIREL_THREAD_SAFETY(acquire_capability()) { m_lock.lock(); }
 
-    // Both may return early, so the caller looks at what it waits for and waits again, in a loop of
-    // its own: clang does not check what is done in a predicate.
+    // Both may return early, so the caller waits in a loop.
 
     void wait(std::condition_variable& changed) { changed.wait(m_lock); }
 

@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <ctime>
-#include <utility>
 #include <vector>
 
 namespace mirel {
@@ -40,7 +39,7 @@ NatsLeases::~NatsLeases() {
 }
 
 void NatsLeases::end() {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     m_stop = true;
     m_changed.notify_all();
 }
@@ -58,7 +57,7 @@ NatsLeases::Time NatsLeases::now() {
 }
 
 unsigned long NatsLeases::tenure(unsigned partition) const {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     const auto lease = m_leases.find(partition);
     const bool ours = !m_stop && lease != m_leases.end() && !lease->second.givenBack &&
                       now() < lease->second.validUntil;
@@ -66,13 +65,13 @@ unsigned long NatsLeases::tenure(unsigned partition) const {
 }
 
 bool NatsLeases::isSurplus(unsigned partition) const {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     const auto lease = m_leases.find(partition);
     return lease != m_leases.end() && lease->second.surplus;
 }
 
 void NatsLeases::giveBack(unsigned partition) {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     if (const auto lease = m_leases.find(partition); lease != m_leases.end()) {
         lease->second.givenBack = true;
         m_giveBackAsked = true;
@@ -82,9 +81,8 @@ void NatsLeases::giveBack(unsigned partition) {
 
 void NatsLeases::run() {
     const SignalsBlocked signalsBlocked;
-    const auto goOn = [this] { return m_stop || std::exchange(m_giveBackAsked, false); };
-    for (std::unique_lock lock(m_mutex); !m_stop;
-         m_changed.wait_for(lock, m_lifetime / kRoundsPerLifetime, goOn)) {
+    for (Lock lock(m_mutex); !m_stop; waitForRound(lock)) {
+        m_giveBackAsked = false;
         lock.unlock();
         try {
             round();
@@ -99,7 +97,7 @@ void NatsLeases::run() {
         return; // they run out by themselves
     try {
         {
-            const std::lock_guard lock(m_mutex);
+            const Lock lock(m_mutex);
             for (auto& [partition, lease] : m_leases)
                 lease.givenBack = true;
         }
@@ -110,12 +108,18 @@ void NatsLeases::run() {
     }
 }
 
+void NatsLeases::waitForRound(Lock& lock) {
+    const auto next = std::chrono::steady_clock::now() + m_lifetime / kRoundsPerLifetime;
+    while (!m_stop && !m_giveBackAsked && lock.waitUntil(m_changed, next)) {
+    }
+}
+
 void NatsLeases::round() {
     releaseGivenBack();
     m_presence = m_bucket.put(kHost + m_owner, m_owner);
     std::vector<unsigned> held;
     {
-        const std::lock_guard lock(m_mutex);
+        const Lock lock(m_mutex);
         for (const auto& [partition, lease] : m_leases)
             held.push_back(partition);
     }
@@ -129,7 +133,7 @@ void NatsLeases::round() {
     chooseSurplus(share);
     for (unsigned partition = 0; partition < m_partitions; ++partition) {
         {
-            const std::lock_guard lock(m_mutex);
+            const Lock lock(m_mutex);
             if (m_leases.size() >= share)
                 return;
         }
@@ -141,7 +145,7 @@ void NatsLeases::round() {
 void NatsLeases::renew(unsigned partition) {
     std::uint64_t revision = 0;
     {
-        const std::lock_guard lock(m_mutex);
+        const Lock lock(m_mutex);
         revision = m_leases.at(partition).revision;
     }
     const Time asked = now(); // the server counts from its writing, which is later
@@ -153,7 +157,7 @@ void NatsLeases::renew(unsigned partition) {
             renewed = m_bucket.update(keyOf(partition), m_owner, value->revision);
     }
     {
-        const std::lock_guard lock(m_mutex);
+        const Lock lock(m_mutex);
         if (renewed) {
             Lease& lease = m_leases.at(partition);
             lease.revision = *renewed;
@@ -174,7 +178,7 @@ void NatsLeases::seize(unsigned partition) {
     if (!revision)
         return; // another host was faster
     {
-        const std::lock_guard lock(m_mutex);
+        const Lock lock(m_mutex);
         m_leases[partition] = Lease{*revision, asked + m_lifetime, ++m_tenures};
     }
     if (loggingOnAppUni("NatsLeases", 4))
@@ -183,7 +187,7 @@ void NatsLeases::seize(unsigned partition) {
 }
 
 void NatsLeases::chooseSurplus(unsigned share) {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     unsigned kept = 0;
     for (auto& [partition, lease] : m_leases)
         lease.surplus = ++kept > share;
@@ -192,7 +196,7 @@ void NatsLeases::chooseSurplus(unsigned share) {
 void NatsLeases::releaseGivenBack() {
     std::vector<unsigned> released;
     {
-        const std::lock_guard lock(m_mutex);
+        const Lock lock(m_mutex);
         for (const auto& [partition, lease] : m_leases)
             if (lease.givenBack)
                 released.push_back(partition);
@@ -201,11 +205,11 @@ void NatsLeases::releaseGivenBack() {
         // With its revision: if it has run out and is another's by now, it stays.
         std::uint64_t revision = 0;
         {
-            const std::lock_guard lock(m_mutex);
+            const Lock lock(m_mutex);
             revision = m_leases.at(partition).revision;
         }
         m_bucket.remove(keyOf(partition), revision);
-        const std::lock_guard lock(m_mutex);
+        const Lock lock(m_mutex);
         m_leases.erase(partition);
     }
 }

@@ -2,11 +2,11 @@
 
 #include "channels/nats/wire/NatsBucket.h"
 #include "framework/Threadable.h"
+#include "runtime/threads/Mutex.h"
 
 #include <chrono>
 #include <condition_variable>
 #include <map>
-#include <mutex>
 #include <string>
 
 namespace mirel {
@@ -60,6 +60,7 @@ private:
         bool givenBack = false;
     };
 
+    void waitForRound(Lock& lock) MIREL_REQUIRES(m_mutex);
     void round();
     void renew(unsigned partition);
     void seize(unsigned partition);
@@ -73,14 +74,13 @@ private:
     NatsBucket m_bucket;          ///< the thread's
     std::uint64_t m_presence = 0; ///< the thread's: revision of this process's own key
 
-    // Guarded by m_mutex, under which nothing is sent or logged; only the thread adds and removes
-    // leases.
-    mutable std::mutex m_mutex;
+    // Nothing is sent or logged under m_mutex; only the thread adds and removes leases.
+    mutable Mutex m_mutex;
     std::condition_variable m_changed;
-    std::map<unsigned, Lease> m_leases;
-    unsigned long m_tenures = 0; ///< so far
-    bool m_giveBackAsked = false;
-    bool m_stop = false;
+    std::map<unsigned, Lease> m_leases MIREL_GUARDED_BY(m_mutex);
+    unsigned long m_tenures MIREL_GUARDED_BY(m_mutex) = 0; ///< so far
+    bool m_giveBackAsked MIREL_GUARDED_BY(m_mutex) = false;
+    bool m_stop MIREL_GUARDED_BY(m_mutex) = false;
 };
 
 } // namespace mirel

@@ -31,16 +31,20 @@ NatsPublisher::NatsPublisher(NatsConnection& connection, std::size_t most)
 }
 
 NatsPublisher::~NatsPublisher() {
-    std::unique_lock lock(m_mutex);
-    m_confirmed.wait_for(lock, kLast, [this] { return m_window.unconfirmed() == 0; });
-    const std::size_t unconfirmed = m_window.unconfirmed();
-    lock.unlock();
-    if (unconfirmed > 0)
+    if (const std::size_t unconfirmed = waitForLast(); unconfirmed > 0)
         logAppUni("NatsCaller", __FILE__, 2, __LINE__,
                   "the server has not confirmed %zu messages, which may be lost", unconfirmed);
     m_stop = true;
     waitForThreadCompletion();
     natsSubscription_Unsubscribe(m_subscription.get());
+}
+
+std::size_t NatsPublisher::waitForLast() {
+    Lock lock(m_mutex);
+    const auto deadline = Clock::now() + kLast;
+    while (m_window.unconfirmed() > 0 && lock.waitUntil(m_confirmed, deadline)) {
+    }
+    return m_window.unconfirmed();
 }
 
 void NatsPublisher::subscribe() {
@@ -55,8 +59,11 @@ void NatsPublisher::subscribe() {
 
 bool NatsPublisher::send(NatsSendWindow::Message message, milliseconds patience) {
     PendingWakeUps::ofThisThread().issue();
-    std::unique_lock lock(m_mutex);
-    if (!m_confirmed.wait_for(lock, patience, [this] { return !m_window.full(); }))
+    Lock lock(m_mutex);
+    const auto deadline = Clock::now() + patience;
+    while (m_window.full() && lock.waitUntil(m_confirmed, deadline)) {
+    }
+    if (m_window.full())
         return false;
     const auto now = m_window.add(std::move(message), Clock::now());
     lock.unlock();
@@ -95,7 +102,7 @@ void NatsPublisher::take(natsMsg* msg) {
                   static_cast<int>(bytes.size()), bytes.data());
     m_toldRefusal = !stored && (m_toldRefusal || !bytes.empty());
 
-    std::unique_lock lock(m_mutex);
+    Lock lock(m_mutex);
     if (!stored) {
         m_window.refused(natsMsg_GetSubject(msg), Clock::now());
         return;
@@ -113,7 +120,7 @@ void NatsPublisher::repeatOverdue() {
     // What was on its way when the connection was lost may be lost, too.
     const unsigned long losses = m_connection.losses();
     const bool anew = std::exchange(m_losses, losses) != losses;
-    std::unique_lock lock(m_mutex);
+    Lock lock(m_mutex);
     const auto due = anew ? m_window.all(Clock::now()) : m_window.overdue(Clock::now());
     lock.unlock();
     for (const auto& transmission : due)

@@ -3,12 +3,12 @@
 #include "channels/nats/publish/NatsSendWindow.h"
 #include "channels/nats/wire/NatsHandles.h"
 #include "framework/Threadable.h"
+#include "runtime/threads/Mutex.h"
 
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
-#include <mutex>
 #include <string>
 
 namespace mirel {
@@ -36,6 +36,8 @@ private:
     using Clock = std::chrono::steady_clock;
 
     void subscribe();
+    /// Waits a bounded time until everything is confirmed, and returns how much is not.
+    std::size_t waitForLast();
     void take(natsMsg* msg);
     void repeatOverdue();
     void transmit(const NatsSendWindow::Transmission& transmission);
@@ -49,10 +51,9 @@ private:
     unsigned long m_losses = 0; ///< of the connection, that it has dealt with
     bool m_toldRefusal = false; ///< that the server refuses
 
-    // Guarded by m_mutex, under which nothing is sent.
-    std::mutex m_mutex;
+    Mutex m_mutex; ///< nothing is sent under it
     std::condition_variable m_confirmed;
-    NatsSendWindow m_window;
+    NatsSendWindow m_window MIREL_GUARDED_BY(m_mutex);
 };
 
 } // namespace mirel

@@ -68,7 +68,7 @@ bool NatsAnswers::abandon(Answer failure) {
 bool NatsAnswers::claim(const std::string& callbackChannel) {
     const auto way = NatsReturn::parse(callbackChannel);
     {
-        const std::lock_guard lock(m_mutex);
+        const Lock lock(m_mutex);
         if (way && m_leases && m_leases->tenure(way->partition) == way->tenure)
             return true;
     }
@@ -78,7 +78,7 @@ bool NatsAnswers::claim(const std::string& callbackChannel) {
 }
 
 void NatsAnswers::setLeases(const NatsLeases* leases) {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     m_leases = leases;
 }
 
@@ -86,7 +86,7 @@ void NatsAnswers::leaveRest() { m_leavesRest = true; }
 
 void NatsAnswers::tell(std::string answersTo, std::string bytes) {
     {
-        const std::lock_guard lock(m_mutex);
+        const Lock lock(m_mutex);
         const auto now = Clock::now();
         m_keptBytes += bytes.size();
         const auto kept =
@@ -99,7 +99,6 @@ void NatsAnswers::tell(std::string answersTo, std::string bytes) {
     tellForgotten();
 }
 
-/// The caller holds m_mutex.
 void NatsAnswers::forgetFirst() {
     ++m_forgotten;
     m_keptBytes -= m_unconfirmed.begin()->second.bytes.size();
@@ -109,7 +108,7 @@ void NatsAnswers::forgetFirst() {
 void NatsAnswers::tellForgotten() {
     std::size_t forgotten = 0;
     {
-        const std::lock_guard lock(m_mutex);
+        const Lock lock(m_mutex);
         forgotten = std::exchange(m_forgotten, 0);
     }
     for (; forgotten > 0; --forgotten)
@@ -132,7 +131,7 @@ void NatsAnswers::acknowledge(const NatsReturn& way) {
 }
 
 void NatsAnswers::confirmed(std::uint64_t number) {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     const auto found = m_unconfirmed.find(number);
     if (found == m_unconfirmed.end())
         return;
@@ -144,7 +143,7 @@ void NatsAnswers::repeat() {
     const unsigned long losses = m_connection->losses();
     const bool connected = m_connection->connected();
     {
-        const std::lock_guard lock(m_mutex);
+        const Lock lock(m_mutex);
         const auto now = Clock::now();
         while (!m_unconfirmed.empty() && now - m_unconfirmed.begin()->second.given >= kGivenUp)
             forgetFirst();
@@ -165,7 +164,7 @@ bool NatsAnswers::flush(std::chrono::milliseconds patience) {
 }
 
 bool NatsAnswers::allConfirmed() const {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     return m_unconfirmed.empty();
 }
 

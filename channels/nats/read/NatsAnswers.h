@@ -1,5 +1,6 @@
 #pragma once
 
+#include "runtime/threads/Mutex.h"
 #include "runtime/values/AnswerSink.h"
 
 #include <atomic>
@@ -8,7 +9,6 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
 namespace mirel {
@@ -73,7 +73,7 @@ private:
     };
 
     void acknowledge(const NatsReturn& way);
-    void forgetFirst();
+    void forgetFirst() MIREL_REQUIRES(m_mutex);
     void tellForgotten();
     void send(std::uint64_t number, const Unconfirmed& answer);
 
@@ -85,14 +85,14 @@ private:
     const std::string m_inbox;
     std::atomic<bool> m_leavesRest{false};
 
-    // Guarded by m_mutex, under which nothing is sent or logged.
-    mutable std::mutex m_mutex;
-    const NatsLeases* m_leases = nullptr;
-    std::size_t m_keptBytes = 0;
-    std::size_t m_forgotten = 0; ///< and not told yet
-    unsigned long m_losses = 0;  ///< of the connection, that have been dealt with
-    std::uint64_t m_last = 0;    ///< number given
-    std::map<std::uint64_t, Unconfirmed> m_unconfirmed; ///< by number
+    mutable Mutex m_mutex; ///< nothing is sent or logged under it
+    const NatsLeases* m_leases MIREL_GUARDED_BY(m_mutex) = nullptr;
+    std::size_t m_keptBytes MIREL_GUARDED_BY(m_mutex) = 0;
+    std::size_t m_forgotten MIREL_GUARDED_BY(m_mutex) = 0; ///< and not told yet
+    /// Of the connection, that have been dealt with.
+    unsigned long m_losses MIREL_GUARDED_BY(m_mutex) = 0;
+    std::uint64_t m_last MIREL_GUARDED_BY(m_mutex) = 0;                           ///< number given
+    std::map<std::uint64_t, Unconfirmed> m_unconfirmed MIREL_GUARDED_BY(m_mutex); ///< by number
 };
 
 } // namespace mirel

@@ -6,7 +6,7 @@ NatsLedger::NatsLedger(Acknowledge acknowledge) : m_acknowledge(std::move(acknow
 
 void NatsLedger::add(unsigned partition, std::uint64_t subject, std::uint64_t sequence,
                      std::string acknowledgeTo) {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     if (!m_subjects.emplace(std::pair(partition, sequence), subject).second)
         return;
     m_entries.emplace(Place(subject, sequence),
@@ -15,7 +15,7 @@ void NatsLedger::add(unsigned partition, std::uint64_t subject, std::uint64_t se
 }
 
 bool NatsLedger::settle(unsigned number, std::uint64_t sequence, const char* how) {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     const auto entry = find(number, sequence);
     if (entry == m_entries.end() || entry->second.settled)
         return false;
@@ -30,7 +30,6 @@ bool NatsLedger::settle(unsigned number, std::uint64_t sequence, const char* how
     return std::exchange(partition.readerWaits, false);
 }
 
-/// Called with m_mutex held.
 void NatsLedger::acknowledgeFirst(std::uint64_t subject) {
     auto entry = m_entries.lower_bound(Place(subject, 0));
     while (entry != m_entries.end() && entry->first.first == subject && entry->second.settled) {
@@ -40,7 +39,7 @@ void NatsLedger::acknowledgeFirst(std::uint64_t subject) {
 }
 
 void NatsLedger::drop(unsigned number, std::uint64_t sequence) {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     const auto entry = find(number, sequence);
     if (entry == m_entries.end() || entry->second.settled)
         return;
@@ -51,13 +50,12 @@ void NatsLedger::drop(unsigned number, std::uint64_t sequence) {
 }
 
 void NatsLedger::forget(unsigned number, std::uint64_t sequence) {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     if (const auto entry = find(number, sequence);
         entry != m_entries.end() && !entry->second.settled)
         leave(entry);
 }
 
-/// Called with m_mutex held.
 void NatsLedger::leave(Entries::iterator entry) {
     --m_partitions[entry->second.partition].unsettled;
     const std::uint64_t subject = entry->first.first;
@@ -68,17 +66,17 @@ void NatsLedger::leave(Entries::iterator entry) {
 }
 
 std::uint64_t NatsLedger::takeFirstDropped(unsigned partition) {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     return std::exchange(m_partitions[partition].firstDropped, 0);
 }
 
 void NatsLedger::wakeReader(unsigned partition) {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     m_partitions[partition].readerWaits = true;
 }
 
 std::size_t NatsLedger::unsettled(unsigned partition) const {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     const auto found = m_partitions.find(partition);
     return found == m_partitions.end() ? 0 : found->second.unsettled;
 }
@@ -86,7 +84,7 @@ std::size_t NatsLedger::unsettled(unsigned partition) const {
 std::vector<std::string> NatsLedger::silentFor(Clock::duration silence) {
     std::vector<std::string> result;
     const Clock::time_point now = Clock::now();
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     for (auto& [place, entry] : m_entries) {
         if (now - entry.heardAbout < silence)
             continue;
@@ -96,14 +94,12 @@ std::vector<std::string> NatsLedger::silentFor(Clock::duration silence) {
     return result;
 }
 
-/// Called with m_mutex held.
 NatsLedger::Entries::iterator NatsLedger::find(unsigned partition, std::uint64_t sequence) {
     const auto subject = m_subjects.find(std::pair(partition, sequence));
     return subject == m_subjects.end() ? m_entries.end()
                                        : m_entries.find(Place(subject->second, sequence));
 }
 
-/// Called with m_mutex held.
 NatsLedger::Entries::iterator NatsLedger::erase(Entries::iterator entry) {
     m_subjects.erase(std::pair(entry->second.partition, entry->first.second));
     return m_entries.erase(entry);

@@ -1,11 +1,12 @@
 #pragma once
 
+#include "runtime/threads/Mutex.h"
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -77,20 +78,20 @@ private:
 
     using Entries = std::map<Place, Entry>;
 
-    Entries::iterator find(unsigned partition, std::uint64_t sequence);
-    Entries::iterator erase(Entries::iterator entry);
-    void leave(Entries::iterator entry);
-    void acknowledgeFirst(std::uint64_t subject);
+    Entries::iterator find(unsigned partition, std::uint64_t sequence) MIREL_REQUIRES(m_mutex);
+    Entries::iterator erase(Entries::iterator entry) MIREL_REQUIRES(m_mutex);
+    void leave(Entries::iterator entry) MIREL_REQUIRES(m_mutex);
+    void acknowledgeFirst(std::uint64_t subject) MIREL_REQUIRES(m_mutex);
 
     const Acknowledge m_acknowledge;
 
-    // Guarded by m_mutex.
-    mutable std::mutex m_mutex;
-    Entries m_entries;
+    mutable Mutex m_mutex;
+    Entries m_entries MIREL_GUARDED_BY(m_mutex);
     /// By partition and sequence. A stream that is made anew may have a sequence in another
     /// partition.
-    std::map<std::pair<unsigned, std::uint64_t>, std::uint64_t> m_subjects;
-    std::map<unsigned, Partition> m_partitions;
+    std::map<std::pair<unsigned, std::uint64_t>, std::uint64_t>
+        m_subjects MIREL_GUARDED_BY(m_mutex);
+    std::map<unsigned, Partition> m_partitions MIREL_GUARDED_BY(m_mutex);
 };
 
 } // namespace mirel

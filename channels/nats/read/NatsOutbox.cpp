@@ -13,17 +13,19 @@ NatsOutbox::NatsOutbox(std::function<void(const Item&)> send) : m_send(std::move
 }
 
 NatsOutbox::~NatsOutbox() {
-    {
-        const std::lock_guard lock(m_mutex);
-        m_stop = true;
-        m_added.notify_one();
-    }
+    stop();
     waitForThreadCompletion();
+}
+
+void NatsOutbox::stop() {
+    const Lock lock(m_mutex);
+    m_stop = true;
+    m_added.notify_one();
 }
 
 void NatsOutbox::add(Item item) {
     {
-        const std::lock_guard lock(m_mutex);
+        const Lock lock(m_mutex);
         m_items.push_back(std::move(item));
         ++m_addedSoFar;
         if (m_items.size() > 1)
@@ -33,9 +35,12 @@ void NatsOutbox::add(Item item) {
 }
 
 bool NatsOutbox::waitUntilSent(std::chrono::milliseconds patience) {
-    std::unique_lock lock(m_mutex);
-    return m_sent.wait_for(lock, patience,
-                           [this, all = m_addedSoFar] { return m_sentSoFar >= all; });
+    Lock lock(m_mutex);
+    const std::uint64_t all = m_addedSoFar;
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (m_sentSoFar < all && lock.waitUntil(m_sent, deadline)) {
+    }
+    return m_sentSoFar >= all;
 }
 
 MirelThreadPriority NatsOutbox::getThreadPriorityForPlatform() {
@@ -47,9 +52,10 @@ std::string NatsOutbox::type() { return "mirel-answer"; }
 void NatsOutbox::run() {
     const SignalsBlocked signalsBlocked;
     std::deque<Item> taken;
-    std::unique_lock lock(m_mutex);
+    Lock lock(m_mutex);
     while (!m_stop || !m_items.empty()) {
-        m_added.wait(lock, [this] { return m_stop || !m_items.empty(); });
+        while (!m_stop && m_items.empty())
+            lock.wait(m_added);
         taken.swap(m_items);
         lock.unlock();
         for (const Item& item : taken)

@@ -1,13 +1,13 @@
 #pragma once
 
 #include "framework/Threadable.h"
+#include "runtime/threads/Mutex.h"
 
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <string>
 
 namespace mirel {
@@ -46,16 +46,17 @@ public:
     std::string type() override;
 
 private:
+    void stop();
+
     const std::function<void(const Item&)> m_send;
 
-    // Guarded by m_mutex.
-    std::mutex m_mutex;
+    Mutex m_mutex;
     std::condition_variable m_added;
     std::condition_variable m_sent;
-    std::deque<Item> m_items;
-    std::uint64_t m_addedSoFar = 0;
-    std::uint64_t m_sentSoFar = 0;
-    bool m_stop = false;
+    std::deque<Item> m_items MIREL_GUARDED_BY(m_mutex);
+    std::uint64_t m_addedSoFar MIREL_GUARDED_BY(m_mutex) = 0;
+    std::uint64_t m_sentSoFar MIREL_GUARDED_BY(m_mutex) = 0;
+    bool m_stop MIREL_GUARDED_BY(m_mutex) = false;
 };
 
 } // namespace mirel

@@ -60,7 +60,7 @@ void NatsConnection::connect(natsOptions& options, const NatsConnectionOptions& 
         const natsStatus status = natsConnection_Connect(&m_connection, &options);
         if (status == NATS_OK) {
             const std::size_t largest = largestMessageOf(m_connection);
-            const std::lock_guard lock(m_mutex);
+            const Lock lock(m_mutex);
             m_connected = true;
             m_largestMessage = largest;
             return;
@@ -82,33 +82,36 @@ void NatsConnection::connect(natsOptions& options, const NatsConnectionOptions& 
             logAppUni("NatsConnection", __FILE__, 3, __LINE__,
                       "no NATS server answers at %s yet; looking for one for %ld ms",
                       m_address.url().c_str(), static_cast<long>(wanted.patience.count()));
-        std::unique_lock lock(m_mutex); // nothing tells when a server has come; it is asked again
-        m_changed.wait_for(lock, kBetweenAttempts);
+        Lock lock(m_mutex); // nothing tells when a server has come; it is asked again
+        lock.waitUntil(m_changed, std::chrono::steady_clock::now() + kBetweenAttempts);
     }
 }
 
 NatsConnection::~NatsConnection() {
     natsConnection_FlushTimeout(m_connection, kLastFlush.count());
     natsConnection_Close(m_connection);
-    {
-        // The library calls this object until it has said that the connection is closed.
-        std::unique_lock lock(m_mutex);
-        m_changed.wait(lock, [this] { return m_closed; });
-    }
+    waitUntilClosed();
     natsConnection_Destroy(m_connection);
+}
+
+/// The library calls this object until it has said that the connection is closed.
+void NatsConnection::waitUntilClosed() {
+    Lock lock(m_mutex);
+    while (!m_closed)
+        lock.wait(m_changed);
 }
 
 void NatsConnection::onConnected(natsConnection* library, void* self) {
     auto& connection = *static_cast<NatsConnection*>(self);
     const std::size_t largest = largestMessageOf(library); // it may be another server
-    const std::lock_guard lock(connection.m_mutex);
+    const Lock lock(connection.m_mutex);
     connection.m_connected = true;
     connection.m_largestMessage = largest;
 }
 
 void NatsConnection::onLost(natsConnection*, void* self) {
     auto& connection = *static_cast<NatsConnection*>(self);
-    const std::lock_guard lock(connection.m_mutex);
+    const Lock lock(connection.m_mutex);
     connection.m_connected = false;
     ++connection.m_losses;
 }
@@ -116,24 +119,24 @@ void NatsConnection::onLost(natsConnection*, void* self) {
 void NatsConnection::onClosed(natsConnection*, void* self) {
     auto& connection = *static_cast<NatsConnection*>(self);
     // Under the lock, because the object may be gone as soon as the flag can be seen.
-    const std::lock_guard lock(connection.m_mutex);
+    const Lock lock(connection.m_mutex);
     connection.m_connected = false;
     connection.m_closed = true;
     connection.m_changed.notify_all();
 }
 
 bool NatsConnection::connected() const {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     return m_connected;
 }
 
 bool NatsConnection::closed() const {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     return m_closed;
 }
 
 unsigned long NatsConnection::losses() const {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     return m_losses;
 }
 
@@ -173,7 +176,7 @@ bool NatsConnection::flush(milliseconds patience) {
 }
 
 std::size_t NatsConnection::largestMessage() const {
-    const std::lock_guard lock(m_mutex);
+    const Lock lock(m_mutex);
     return m_largestMessage;
 }
 

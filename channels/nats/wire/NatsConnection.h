@@ -2,12 +2,12 @@
 
 #include "channels/nats/wire/NatsAddress.h"
 #include "channels/nats/wire/NatsConnectionOptions.h"
+#include "runtime/threads/Mutex.h"
 
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <memory>
-#include <mutex>
 #include <nats/nats.h>
 #include <nlohmann/json_fwd.hpp>
 #include <stdexcept>
@@ -74,6 +74,7 @@ public:
 
 private:
     void connect(natsOptions& options, const NatsConnectionOptions& wanted);
+    void waitUntilClosed();
 
     // Called by threads of the NATS library.
     static void onConnected(natsConnection*, void* self);
@@ -83,13 +84,12 @@ private:
     const NatsAddress m_address;
     natsConnection* m_connection = nullptr; ///< owned; constant once made
 
-    // Guarded by m_mutex, under which nothing is asked of the NATS library.
-    mutable std::mutex m_mutex;
+    mutable Mutex m_mutex; ///< nothing is asked of the NATS library under it
     std::condition_variable m_changed;
-    bool m_connected = false;
-    bool m_closed = false;
-    unsigned long m_losses = 0;
-    std::size_t m_largestMessage = 0;
+    bool m_connected MIREL_GUARDED_BY(m_mutex) = false;
+    bool m_closed MIREL_GUARDED_BY(m_mutex) = false;
+    unsigned long m_losses MIREL_GUARDED_BY(m_mutex) = 0;
+    std::size_t m_largestMessage MIREL_GUARDED_BY(m_mutex) = 0;
 };
 
 } // namespace mirel

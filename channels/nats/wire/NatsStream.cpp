@@ -2,11 +2,11 @@
 
 #include "channels/nats/wire/NatsConnection.h"
 #include "framework/MirelException.h"
+#include "runtime/threads/Mutex.h"
 
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <nlohmann/json.hpp>
 
 namespace mirel {
@@ -36,9 +36,9 @@ constexpr const char* kDescription = "requests of a service, partitions: ";
 json patiently(const NatsConnectionOptions& search, const std::function<bool(int)>& passes,
                const std::function<json()>& call) {
     const auto deadline = Clock::now() + search.patience;
-    std::mutex mutex;
+    Mutex mutex;
     std::condition_variable never; // nothing tells when a cluster has found its leader
-    for (std::unique_lock lock(mutex);; never.wait_for(lock, kBetweenAttempts)) {
+    for (Lock lock(mutex);; lock.waitUntil(never, Clock::now() + kBetweenAttempts)) {
         try {
             return call();
         } catch (const NatsError& failure) {
