@@ -39,7 +39,7 @@ public:
     Cycle(const Cycle&) = delete;
     Cycle& operator=(const Cycle&) = delete;
 
-    /// Returns what does not balance afterwards, or nothing.
+    /// Returns what is wrong afterwards, or nothing.
     std::string run(Totals& totals) {
         load();
         if (m_plan.stop != Plan::beforeStart) {
@@ -48,7 +48,7 @@ public:
             waitUntilTimeToStop();
         }
         stop();
-        return m_books->balance(m_drained, totals);
+        return m_accounting->check(m_drained, totals);
     }
 
 private:
@@ -67,7 +67,7 @@ private:
         Site site;
         site.queue = std::make_shared<mirel::MessageQueue>(planned.senders == 0 ? INT_MAX : 8);
         site.channel =
-            new StormChannel(site.queue, m_books,
+            new StormChannel(site.queue, m_accounting,
                              m_plan.stop == Plan::whenDone ? static_cast<int>(messages) : INT_MAX);
         if (planned.created)
             site.executor = std::make_unique<ServiceExecutor>(
@@ -95,7 +95,7 @@ private:
         for (std::size_t i = 0; i < m_plan.messages.size(); ++i) {
             const MessagePlan& planned = m_plan.messages[i];
             if (planned.executor == site && planned.source % parts == part)
-                m_books->page(i).sent = m_sites[site].queue->send(
+                m_accounting->record(i).sent = m_sites[site].queue->send(
                     StormChannel::makeMessage(planned, static_cast<int>(i)));
         }
     }
@@ -106,7 +106,7 @@ private:
             unsigned long threadId = 0;
             executor.startThread(threader, threadId);
         } catch (const MirelException&) {
-            m_books->enoughRead.open(); // no thread: it will read nothing
+            m_accounting->enoughRead.open(); // no thread: it will read nothing
         }
     }
 
@@ -115,7 +115,7 @@ private:
             if (!executor.multiThreaded)
                 m_handlers.release.open(); // behind a blocked request it would read nothing
         if (m_plan.stop == Plan::whileRunning) {
-            m_books->enoughRead.pass();
+            m_accounting->enoughRead.pass();
             return;
         }
         m_handlers.release.open();
@@ -127,7 +127,7 @@ private:
         }
         m_drained = eventually([this] {
             m_handlers.answerKept();
-            return m_books->settled();
+            return m_accounting->settled();
         });
         EXPECT_TRUE(m_drained) << "messages got stuck";
     }
@@ -164,11 +164,13 @@ private:
     }
 
     const Plan& m_plan;
-    const std::shared_ptr<Books> m_books = std::make_shared<Books>(m_plan);
-    Handlers m_handlers{m_plan, *m_books};
+    const std::shared_ptr<Accounting> m_accounting = std::make_shared<Accounting>(m_plan);
+    Handlers m_handlers{m_plan, *m_accounting};
     InvokeInterceptorDispatcher* const m_dispatcher = m_plan.intercepted ? &m_handlers : nullptr;
-    const mirel::ReportSubscription m_reports = mirel::subscribeToReports(
-        [books = m_books](const MirelException& report) { books->noteReport(report); });
+    const mirel::ReportSubscription m_reports =
+        mirel::subscribeToReports([accounting = m_accounting](const MirelException& report) {
+            accounting->noteReport(report);
+        });
     std::atomic<int> m_threadStarts{0};
     std::unique_ptr<ServiceThreadPool> m_pool =
         std::make_unique<ServiceThreadPool>(m_plan.poolSize, m_dispatcher);

@@ -1,23 +1,23 @@
 #pragma once
 
-#include "Books.h"
+#include "Accounting.h"
 
 #include <pthread.h>
 #include <sched.h>
 
-/// All the foreign code of a cycle but its channels: service, invoker, context and interceptors,
-/// which do what is planned and keep the books.
+/// The service, the invoker, the context and the interceptors of a cycle: they do what is planned
+/// and note it in the accounting.
 class Handlers : public Service,
                  public Invoker,
                  public FrameworkContext,
                  public InvokeInterceptorDispatcher {
 public:
-    Handlers(const Plan& plan, Books& books) : m_plan(plan), m_books(books) {}
+    Handlers(const Plan& plan, Accounting& accounting) : m_plan(plan), m_accounting(accounting) {}
 
     void handleMessage(Executable*, const char* data, int, InvokerResponse* response) override {
-        Page& page = m_books.page(std::stoul(data));
-        Books::Work work(m_books, page);
-        const Act act = page.plan->act;
+        MessageRecord& record = m_accounting.record(std::stoul(data));
+        Accounting::Work work(m_accounting, record);
+        const Act act = record.plan->act;
         if (act == Act::exitThread)
             pthread_exit(nullptr);
         if (act == Act::block)
@@ -37,9 +37,9 @@ public:
         delete response;
     }
     void timerEvent(int timerId) override {
-        Page& page = m_books.page(static_cast<std::size_t>(timerId));
-        Books::Work work(m_books, page);
-        throwAsPlanned(page.plan->act);
+        MessageRecord& record = m_accounting.record(static_cast<std::size_t>(timerId));
+        Accounting::Work work(m_accounting, record);
+        throwAsPlanned(record.plan->act);
         work.complete();
     }
     void handleMessage(const char* data, int, std::string, CommsChannelIfc*, Message&) override {
@@ -57,8 +57,8 @@ public:
         const int each = m_plan.interceptorThrowsEach;
         if (context->message() || each == 0 || count(m_dispatches) % each != 0)
             return;
-        m_books.noteInterceptorThrows(context->interceptionPoint() ==
-                                      InvokeInterceptorContext::eBeforeInvocation);
+        m_accounting.noteInterceptorThrows(context->interceptionPoint() ==
+                                           InvokeInterceptorContext::eBeforeInvocation);
         throw std::runtime_error("refused");
     }
 
@@ -93,7 +93,7 @@ private:
     }
 
     const Plan& m_plan;
-    Books& m_books;
+    Accounting& m_accounting;
     std::atomic<int> m_dispatches{0};
     std::mutex m_mutex;
     std::vector<std::unique_ptr<InvokerResponse>> m_kept; ///< guarded by m_mutex

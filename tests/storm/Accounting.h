@@ -12,16 +12,16 @@ inline int count(std::atomic<int>& counter) {
 }
 
 /// What became of one message.
-struct Page {
+struct MessageRecord {
     const MessagePlan* plan = nullptr;
     int place = 0; ///< from 1 in the order in which its source's messages were read; 0: unread
     std::atomic<bool> sent{false};
     std::atomic<int> starts{0}; ///< of the service code
     std::atomic<int> ends{0};
     std::atomic<int> completions{0}; ///< ends by a normal return
-    std::atomic<int> answers{0};     ///< taken by the way back
-    std::atomic<int> successes{0};   ///< those of them that were no failures
-    bool endedLoop = false;          ///< it was the last that its executor read before it failed
+    std::atomic<int> answers{0};
+    std::atomic<int> successes{0}; ///< those of them that were no failures
+    bool endedLoop = false;        ///< it was the last that its executor read before it failed
 
     bool read() const { return place > 0; }
     bool request() const { return plan->kind != Kind::timer && plan->kind != Kind::legacy; }
@@ -49,29 +49,29 @@ struct Totals {
     long dropped = 0;
 };
 
-/// A page for every message of a cycle, the model that the order of requests is checked against,
-/// and the way back of the answers.
-class Books : public mirel::AnswerSink {
+/// Keeps a record of every message of a cycle and receives the answers. Checks the order of each
+/// source's requests while they run, and at the end what became of every message.
+class Accounting : public mirel::AnswerSink {
 public:
-    explicit Books(const Plan& plan)
+    explicit Accounting(const Plan& plan)
         : m_plan(plan),
-          m_pages(plan.messages.size()),
+          m_records(plan.messages.size()),
           m_sources(plan.executors.size() * kSources) {
-        for (std::size_t i = 0; i < m_pages.size(); ++i)
-            m_pages[i].plan = &plan.messages[i];
+        for (std::size_t i = 0; i < m_records.size(); ++i)
+            m_records[i].plan = &plan.messages[i];
         if (plan.stopAfter == 0)
             enoughRead.open();
     }
 
-    Page& page(std::size_t number) { return m_pages[number]; }
+    MessageRecord& record(std::size_t number) { return m_records[number]; }
 
     /// By the executor's thread.
-    Page& noteRead(std::size_t number) {
-        Page& page = m_pages[number];
-        page.place = ++sourceOf(page).read;
+    MessageRecord& noteRead(std::size_t number) {
+        MessageRecord& record = m_records[number];
+        record.place = ++sourceOf(record).read;
         if (count(m_reads) == m_plan.stopAfter)
             enoughRead.open();
-        return page;
+        return record;
     }
     void noteReport(const MirelException& report) {
         if (report.message().find("caught in ServiceExecutor") == std::string::npos) {
@@ -83,13 +83,14 @@ public:
     }
     void noteInterceptorThrows(bool before) { count(before ? m_refusals : m_failedAfterwards); }
     void noteAnswer(const mirel::Answer& answer) {
-        Page& page = m_pages[static_cast<std::size_t>(answer.requestId)];
+        MessageRecord& record = m_records[static_cast<std::size_t>(answer.requestId)];
         if (answer.succeeded)
-            count(page.successes);
-        count(page.answers);
+            count(record.successes);
+        count(record.answers);
     }
     void answer(mirel::Answer answer) override {
-        if (answer.succeeded && page(static_cast<std::size_t>(answer.requestId)).plan->successFails)
+        if (answer.succeeded &&
+            record(static_cast<std::size_t>(answer.requestId)).plan->successFails)
             throw std::runtime_error("no way back for a success");
         noteAnswer(answer);
     }
@@ -97,63 +98,64 @@ public:
     /// The service code at work on one message; it has failed unless it gets to `complete`.
     class Work {
     public:
-        Work(Books& books, Page& page) : m_page(page) {
-            count(page.starts);
-            if (!page.request())
+        Work(Accounting& accounting, MessageRecord& record) : m_record(record) {
+            count(record.starts);
+            if (!record.request())
                 return;
-            Source& source = books.sourceOf(page);
+            Source& source = accounting.sourceOf(record);
             m_running = &source.running;
             if (m_running->exchange(true, std::memory_order_relaxed))
-                count(books.m_overlaps);
-            if (page.place <= source.started)
-                count(books.m_overtakings);
-            source.started = page.place;
+                count(accounting.m_overlaps);
+            if (record.place <= source.started)
+                count(accounting.m_overtakings);
+            source.started = record.place;
         }
         ~Work() {
             if (m_running)
                 m_running->store(false, std::memory_order_relaxed);
-            count(m_page.ends);
+            count(m_record.ends);
         }
         Work(const Work&) = delete;
         Work& operator=(const Work&) = delete;
-        void complete() { count(m_page.completions); }
+        void complete() { count(m_record.completions); }
 
     private:
-        Page& m_page;
+        MessageRecord& m_record;
         std::atomic<bool>* m_running = nullptr; ///< the source's, when its requests are ordered
     };
 
     /// Whether nothing more will happen to the messages read. When no executor reads any more.
     bool settled() const {
-        for (const Page& page : m_pages) {
-            const bool timer = page.read() && page.plan->kind == Kind::timer && !page.endedLoop;
-            if ((timer && page.starts == 0) || page.ends != page.starts ||
-                (page.accepted() && page.answers == 0))
+        for (const MessageRecord& record : m_records) {
+            const bool timer =
+                record.read() && record.plan->kind == Kind::timer && !record.endedLoop;
+            if ((timer && record.starts == 0) || record.ends != record.starts ||
+                (record.accepted() && record.answers == 0))
                 return false;
         }
         return true;
     }
 
-    /// What is wrong, or nothing. When all threads have ended. `drained`: the books were settled
-    /// before the stop, which can have dropped nothing then.
-    std::string balance(bool drained, Totals& totals) const {
+    /// Returns what is wrong, or nothing. To be called when all threads have ended. `drained`: all
+    /// was settled before the stop, so the stop cannot have dropped anything.
+    std::string check(bool drained, Totals& totals) const {
         std::ostringstream faults;
         int thrownInThreads = m_refusals + m_failedAfterwards;
         int thrownInExecutors = 0;
         int dropped = -m_refusals; // those have failed
-        for (const Page& page : m_pages) {
-            if (const char* const fault = page.fault())
-                faults << "message " << &page - m_pages.data() << " of kind "
-                       << static_cast<int>(page.plan->kind) << " and act "
-                       << static_cast<int>(page.plan->act) << ' ' << fault << '\n';
-            totals.read += page.read() ? 1 : 0;
-            totals.completed += page.completions;
-            if (page.starts > page.completions) {
+        for (const MessageRecord& record : m_records) {
+            if (const char* const fault = record.fault())
+                faults << "message " << &record - m_records.data() << " of kind "
+                       << static_cast<int>(record.plan->kind) << " and act "
+                       << static_cast<int>(record.plan->act) << ' ' << fault << '\n';
+            totals.read += record.read() ? 1 : 0;
+            totals.completed += record.completions;
+            if (record.starts > record.completions) {
                 ++totals.failed;
-                if (page.plan->act != Act::exitThread)
-                    ++(page.plan->kind == Kind::legacy ? thrownInExecutors : thrownInThreads);
-            } else if (page.read() && page.starts == 0) {
-                if (page.accepted() || !page.request())
+                if (record.plan->act != Act::exitThread)
+                    ++(record.plan->kind == Kind::legacy ? thrownInExecutors : thrownInThreads);
+            } else if (record.read() && record.starts == 0) {
+                if (record.accepted() || !record.request())
                     ++dropped;
                 else
                     ++totals.dropped; // as it must be
@@ -186,13 +188,13 @@ private:
         int started = 0; ///< plain: ThreadSanitizer checks that one request shows it to the next
         std::atomic<bool> running{false};
     };
-    Source& sourceOf(const Page& page) {
-        return m_sources[page.plan->executor * kSources +
-                         static_cast<std::size_t>(page.plan->source)];
+    Source& sourceOf(const MessageRecord& record) {
+        return m_sources[record.plan->executor * kSources +
+                         static_cast<std::size_t>(record.plan->source)];
     }
 
     const Plan& m_plan;
-    std::vector<Page> m_pages;
+    std::vector<MessageRecord> m_records;
     std::vector<Source> m_sources;
     std::atomic<int> m_reads{0};
     std::atomic<int> m_overlaps{0};
