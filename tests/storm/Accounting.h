@@ -49,7 +49,7 @@ struct Totals {
     long dropped = 0;
 };
 
-/// Keeps a record of every message of a cycle and receives the answers. Checks the order of each
+/// Keeps a record of every message of a round and receives the answers. Checks the order of each
 /// source's requests while they run, and at the end what became of every message.
 class Accounting : public mirel::AnswerSink {
 public:

@@ -5,7 +5,7 @@
 #include <pthread.h>
 #include <sched.h>
 
-/// The service, the invoker, the context and the interceptors of a cycle: they do what is planned
+/// The service, the invoker, the context and the interceptors of a round: they do what is planned
 /// and note it in the accounting.
 class Handlers : public Service,
                  public Invoker,

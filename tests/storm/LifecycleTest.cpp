@@ -1,4 +1,4 @@
-#include "Cycle.h"
+#include "Round.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr unsigned kLongestCycle = 100; ///< seconds
+constexpr unsigned kLongestRound = 100; ///< seconds
 
 unsigned long setting(const char* variable, unsigned long otherwise) {
     const char* const text = std::getenv(variable);
@@ -32,9 +32,9 @@ long countThreadsToComeBackTo() {
     return countThreads();
 }
 
-std::string advice; ///< how to run the present cycle again
+std::string advice; ///< how to run the present round again
 
-extern "C" void cycleHangs(int) {
+extern "C" void roundHangs(int) {
     if (write(STDERR_FILENO, advice.data(), advice.size()) >= 0)
         std::abort(); // the core shows where
 }
@@ -52,30 +52,30 @@ TEST(Storm, Lifecycles) {
 
     const mirel::LogSink formerSink = mirel::setLogSink([](const mirel::LogLine&) {});
     mirel::writeReportsToLog(false);
-    std::signal(SIGALRM, cycleHangs);
+    std::signal(SIGALRM, roundHangs);
     const long threads = countThreadsToComeBackTo();
 
     Totals totals;
-    std::uint32_t cycles = 0;
+    std::uint32_t rounds = 0;
     do {
-        const std::uint32_t seed = firstSeed + cycles++;
+        const std::uint32_t seed = firstSeed + rounds++;
         alarm(0);
         advice =
-            "The cycle alone, until it fails again:\n  MIREL_STORM_SECONDS=0 MIREL_STORM_SEED=" +
+            "The round alone, until it fails again:\n  MIREL_STORM_SECONDS=0 MIREL_STORM_SEED=" +
             std::to_string(seed) +
             " storm_test --gtest_filter=Storm.Lifecycles --gtest_repeat=1000"
             " --gtest_break_on_failure\n";
-        alarm(kLongestCycle);
+        alarm(kLongestRound);
         SCOPED_TRACE(advice);
         const Plan plan(seed);
-        EXPECT_EQ("", Cycle(plan).run(totals));
+        EXPECT_EQ("", Round(plan).run(totals));
         EXPECT_TRUE(eventually([threads] { return countThreads() == threads; }))
             << countThreads() << " threads, " << threads << " before";
     } while (!HasFailure() && elapsed() < budget);
     alarm(0);
 
     EXPECT_EQ(totals.read, totals.completed + totals.failed + totals.dropped);
-    std::cout << "storm: " << cycles << " cycles in "
+    std::cout << "storm: " << rounds << " rounds in "
               << std::chrono::duration<double>(elapsed()).count() << " s; " << totals.read
               << " messages read = " << totals.completed << " completed + " << totals.failed
               << " failed + " << totals.dropped << " dropped" << std::endl;

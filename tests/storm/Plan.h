@@ -18,7 +18,7 @@ enum class Kind {
 enum class Act {
     answer,
     yield,
-    block, ///< until the cycle's gate is open
+    block, ///< until the round's gate is open
     throwReport,
     throwStandard,
     throwOther,
@@ -54,7 +54,7 @@ private:
     std::mt19937 m_random; // whose numbers are prescribed; those of distributions are not
 };
 
-/// Everything about one cycle that the machine's timing does not decide; the same for the same
+/// Everything about one round that the machine's timing does not decide; the same for the same
 /// seed, on every platform. Of what happens each so many times, 0 means never.
 struct Plan {
     explicit Plan(std::uint32_t seed) : Plan(Dice(seed)) {}

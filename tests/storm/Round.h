@@ -25,9 +25,9 @@ bool eventually(Question isSo) {
 }
 
 /// Builds, starts, loads, stops and destroys as planned.
-class Cycle {
+class Round {
 public:
-    explicit Cycle(const Plan& plan) : m_plan(plan) {
+    explicit Round(const Plan& plan) : m_plan(plan) {
         mirel::setLogLevels(plan.detailedLog ? "6" : "2");
         if (const int each = plan.threadStartFailsEach; each != 0)
             mirel::setThreadStartHook(
@@ -35,9 +35,9 @@ public:
         for (std::size_t i = 0; i < plan.executors.size(); ++i)
             addSite(i, plan.executors[i]);
     }
-    ~Cycle() { mirel::setThreadStartHook({}); }
-    Cycle(const Cycle&) = delete;
-    Cycle& operator=(const Cycle&) = delete;
+    ~Round() { mirel::setThreadStartHook({}); }
+    Round(const Round&) = delete;
+    Round& operator=(const Round&) = delete;
 
     /// Returns what is wrong afterwards, or nothing.
     std::string run(Totals& totals) {
