@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Plan.h"
+#include "RoundPlan.h"
 #include "tests/unit/Support.h"
 
 #include <sstream>
@@ -53,7 +53,7 @@ struct Totals {
 /// source's requests while they run, and at the end what became of every message.
 class Accounting : public mirel::AnswerSink {
 public:
-    explicit Accounting(const Plan& plan)
+    explicit Accounting(const RoundPlan& plan)
         : m_plan(plan),
           m_records(plan.messages.size()),
           m_sources(plan.executors.size() * kSources) {
@@ -193,7 +193,7 @@ private:
                          static_cast<std::size_t>(record.plan->source)];
     }
 
-    const Plan& m_plan;
+    const RoundPlan& m_plan;
     std::vector<MessageRecord> m_records;
     std::vector<Source> m_sources;
     std::atomic<int> m_reads{0};

@@ -12,7 +12,9 @@ class Handlers : public Service,
                  public FrameworkContext,
                  public InvokeInterceptorDispatcher {
 public:
-    Handlers(const Plan& plan, Accounting& accounting) : m_plan(plan), m_accounting(accounting) {}
+    Handlers(const RoundPlan& plan, Accounting& accounting)
+        : m_plan(plan),
+          m_accounting(accounting) {}
 
     void handleMessage(Executable*, const char* data, int, InvokerResponse* response) override {
         MessageRecord& record = m_accounting.record(std::stoul(data));
@@ -92,7 +94,7 @@ private:
             sched_yield();
     }
 
-    const Plan& m_plan;
+    const RoundPlan& m_plan;
     Accounting& m_accounting;
     std::atomic<int> m_dispatches{0};
     std::mutex m_mutex;

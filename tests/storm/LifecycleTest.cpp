@@ -67,7 +67,7 @@ TEST(Storm, Lifecycles) {
             " --gtest_break_on_failure\n";
         alarm(kLongestRound);
         SCOPED_TRACE(advice);
-        const Plan plan(seed);
+        const RoundPlan plan(seed);
         EXPECT_EQ("", Round(plan).run(totals));
         EXPECT_TRUE(eventually([threads] { return countThreads() == threads; }))
             << countThreads() << " threads, " << threads << " before";

@@ -1,4 +1,4 @@
-#include "Plan.h"
+#include "RoundPlan.h"
 #include "tests/unit/ExecutorFixture.h"
 
 #include "channels/queue/MessageQueue.h"

@@ -27,7 +27,7 @@ bool eventually(Question isSo) {
 /// Builds, starts, loads, stops and destroys as planned.
 class Round {
 public:
-    explicit Round(const Plan& plan) : m_plan(plan) {
+    explicit Round(const RoundPlan& plan) : m_plan(plan) {
         mirel::setLogLevels(plan.detailedLog ? "6" : "2");
         if (const int each = plan.threadStartFailsEach; each != 0)
             mirel::setThreadStartHook(
@@ -42,7 +42,7 @@ public:
     /// Returns what is wrong afterwards, or nothing.
     std::string run(Totals& totals) {
         load();
-        if (m_plan.stop != Plan::beforeStart) {
+        if (m_plan.stop != RoundPlan::beforeStart) {
             for (Site& site : m_sites)
                 start(*site.executor);
             waitUntilTimeToStop();
@@ -66,9 +66,9 @@ private:
                           [number](const auto& message) { return message.executor == number; });
         Site site;
         site.queue = std::make_shared<mirel::MessageQueue>(planned.senders == 0 ? INT_MAX : 8);
-        site.channel =
-            new StormChannel(site.queue, m_accounting,
-                             m_plan.stop == Plan::whenDone ? static_cast<int>(messages) : INT_MAX);
+        site.channel = new StormChannel(
+            site.queue, m_accounting,
+            m_plan.stop == RoundPlan::whenDone ? static_cast<int>(messages) : INT_MAX);
         if (planned.created)
             site.executor = std::make_unique<ServiceExecutor>(
                 "library", "creator", "Ifc", site.channel, &m_handlers, m_pool.get(), m_dispatcher,
@@ -114,7 +114,7 @@ private:
         for (const ExecutorPlan& executor : m_plan.executors)
             if (!executor.multiThreaded)
                 m_handlers.release.open(); // behind a blocked request it would read nothing
-        if (m_plan.stop == Plan::whileRunning) {
+        if (m_plan.stop == RoundPlan::whileRunning) {
             m_accounting->enoughRead.pass();
             return;
         }
@@ -163,7 +163,7 @@ private:
         releaser.join();
     }
 
-    const Plan& m_plan;
+    const RoundPlan& m_plan;
     const std::shared_ptr<Accounting> m_accounting = std::make_shared<Accounting>(m_plan);
     Handlers m_handlers{m_plan, *m_accounting};
     InvokeInterceptorDispatcher* const m_dispatcher = m_plan.intercepted ? &m_handlers : nullptr;

@@ -56,8 +56,8 @@ private:
 
 /// Everything about one round that the machine's timing does not decide; the same for the same
 /// seed, on every platform. Of what happens each so many times, 0 means never.
-struct Plan {
-    explicit Plan(std::uint32_t seed) : Plan(Dice(seed)) {}
+struct RoundPlan {
+    explicit RoundPlan(std::uint32_t seed) : RoundPlan(Dice(seed)) {}
 
     enum Stop { beforeStart, whileRunning, whenDone };
 
@@ -74,7 +74,7 @@ struct Plan {
     bool answerLate = false;   ///< answers that were kept are given when the executors are gone
 
 private:
-    explicit Plan(Dice dice) {
+    explicit RoundPlan(Dice dice) {
         constexpr int kPoolSizes[]{-3, 0, 1, 4, 64};
         poolSize = kPoolSizes[dice.below(5)];
         intercepted = dice.oneIn(2);
