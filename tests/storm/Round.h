@@ -33,7 +33,7 @@ public:
             mirel::setThreadStartHook(
                 [this, each] { return count(m_threadStarts) % each == 0 ? EPERM : 0; });
         for (std::size_t i = 0; i < plan.executors.size(); ++i)
-            addSite(i, plan.executors[i]);
+            addExecutor(i, plan.executors[i]);
     }
     ~Round() { mirel::setThreadStartHook({}); }
     Round(const Round&) = delete;
@@ -43,8 +43,8 @@ public:
     std::string run(Totals& totals) {
         load();
         if (m_plan.stop != RoundPlan::beforeStart) {
-            for (Site& site : m_sites)
-                start(*site.executor);
+            for (LoadedExecutor& loaded : m_executors)
+                start(*loaded.executor);
             waitUntilTimeToStop();
         }
         stop();
@@ -53,49 +53,49 @@ public:
 
 private:
     /// One executor, with its channel and those who load it.
-    struct Site {
+    struct LoadedExecutor {
         std::shared_ptr<mirel::MessageQueue> queue;
         StormChannel* channel = nullptr; ///< the executor's
         std::unique_ptr<ServiceExecutor> executor;
         std::vector<std::thread> senders;
     };
 
-    void addSite(std::size_t number, const ExecutorPlan& planned) {
+    void addExecutor(std::size_t number, const ExecutorPlan& planned) {
         const auto messages =
             std::count_if(m_plan.messages.begin(), m_plan.messages.end(),
                           [number](const auto& message) { return message.executor == number; });
-        Site site;
-        site.queue = std::make_shared<mirel::MessageQueue>(planned.senders == 0 ? INT_MAX : 8);
-        site.channel = new StormChannel(
-            site.queue, m_accounting,
+        LoadedExecutor loaded;
+        loaded.queue = std::make_shared<mirel::MessageQueue>(planned.senders == 0 ? INT_MAX : 8);
+        loaded.channel = new StormChannel(
+            loaded.queue, m_accounting,
             m_plan.stop == RoundPlan::whenDone ? static_cast<int>(messages) : INT_MAX);
         if (planned.created)
-            site.executor = std::make_unique<ServiceExecutor>(
-                "library", "creator", "Ifc", site.channel, &m_handlers, m_pool.get(), m_dispatcher,
-                planned.multiThreaded);
+            loaded.executor = std::make_unique<ServiceExecutor>(
+                "library", "creator", "Ifc", loaded.channel, &m_handlers, m_pool.get(),
+                m_dispatcher, planned.multiThreaded);
         else
-            site.executor = std::make_unique<ServiceExecutor>(&m_handlers, site.channel, "Ifc",
-                                                              &m_handlers, m_pool.get(),
-                                                              m_dispatcher, planned.multiThreaded);
-        m_sites.push_back(std::move(site));
+            loaded.executor = std::make_unique<ServiceExecutor>(
+                &m_handlers, loaded.channel, "Ifc", &m_handlers, m_pool.get(), m_dispatcher,
+                planned.multiThreaded);
+        m_executors.push_back(std::move(loaded));
     }
 
     void load() {
-        for (std::size_t i = 0; i < m_sites.size(); ++i) {
+        for (std::size_t i = 0; i < m_executors.size(); ++i) {
             const int senders = m_plan.executors[i].senders;
             if (senders == 0)
                 send(i, 0, 1);
             for (int part = 0; part < senders; ++part)
-                m_sites[i].senders.emplace_back([=, this] { send(i, part, senders); });
+                m_executors[i].senders.emplace_back([=, this] { send(i, part, senders); });
         }
     }
 
-    /// Sends the site's messages of the sources that fall to this part.
-    void send(std::size_t site, int part, int parts) {
+    /// Sends the executor's messages of the sources that fall to this part.
+    void send(std::size_t executor, int part, int parts) {
         for (std::size_t i = 0; i < m_plan.messages.size(); ++i) {
             const MessagePlan& planned = m_plan.messages[i];
-            if (planned.executor == site && planned.source % parts == part)
-                m_accounting->record(i).sent = m_sites[site].queue->send(
+            if (planned.executor == executor && planned.source % parts == part)
+                m_accounting->record(i).sent = m_executors[executor].queue->send(
                     StormChannel::makeMessage(planned, static_cast<int>(i)));
         }
     }
@@ -119,11 +119,11 @@ private:
             return;
         }
         m_handlers.release.open();
-        for (Site& site : m_sites) {
-            site.executor->waitForThreadCompletion();
+        for (LoadedExecutor& loaded : m_executors) {
+            loaded.executor->waitForThreadCompletion();
             // Then its loop has not ended because there was no more to read.
-            if (site.executor->hasStarted() && site.channel->lastRead())
-                site.channel->lastRead()->endedLoop = true;
+            if (loaded.executor->hasStarted() && loaded.channel->lastRead())
+                loaded.channel->lastRead()->endedLoop = true;
         }
         m_drained = eventually([this] {
             m_handlers.answerKept();
@@ -132,33 +132,33 @@ private:
         EXPECT_TRUE(m_drained) << "messages got stuck";
     }
 
-    void endAlone(Site& site) {
-        site.executor->shutdown();
-        site.executor->waitForWorkers();
-        site.executor.reset();
+    void endAlone(LoadedExecutor& loaded) {
+        loaded.executor->shutdown();
+        loaded.executor->waitForWorkers();
+        loaded.executor.reset();
     }
 
     void stop() {
         if (m_plan.releaseFirst)
             m_handlers.release.open();
         std::thread releaser([this] { m_handlers.release.open(); });
-        for (std::size_t i = 0; i < m_sites.size(); ++i)
+        for (std::size_t i = 0; i < m_executors.size(); ++i)
             if (m_plan.executors[i].endsAlone)
-                endAlone(m_sites[i]);
-        for (Site& site : m_sites)
-            if (site.executor)
-                site.executor->shutdown();
+                endAlone(m_executors[i]);
+        for (LoadedExecutor& loaded : m_executors)
+            if (loaded.executor)
+                loaded.executor->shutdown();
         m_pool->shutdown();
         for (int priority = 0; priority < 3; ++priority)
             EXPECT_EQ(0, m_pool->availableThreads(priorityOf(priority))) << "workers that are gone";
         if (!m_plan.answerLate)
             m_handlers.answerKept();
-        for (Site& site : m_sites)
-            site.executor.reset();
+        for (LoadedExecutor& loaded : m_executors)
+            loaded.executor.reset();
         m_pool.reset();
         m_handlers.answerKept();
-        for (Site& site : m_sites)
-            for (std::thread& sender : site.senders)
+        for (LoadedExecutor& loaded : m_executors)
+            for (std::thread& sender : loaded.senders)
                 sender.join();
         releaser.join();
     }
@@ -174,6 +174,6 @@ private:
     std::atomic<int> m_threadStarts{0};
     std::unique_ptr<ServiceThreadPool> m_pool =
         std::make_unique<ServiceThreadPool>(m_plan.poolSize, m_dispatcher);
-    std::vector<Site> m_sites;
+    std::vector<LoadedExecutor> m_executors;
     bool m_drained = false;
 };
