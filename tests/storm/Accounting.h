@@ -29,9 +29,10 @@ struct MessageRecord {
 
     /// What is wrong at the end, or null.
     const char* fault() const {
-        const Act act = plan->act;
+        const Action action = plan->action;
         const bool success = accepted() && starts > 0 && !plan->successFails &&
-                             (act <= Act::block || act == Act::answerAndThrow || act == Act::keep);
+                             (action <= Action::block || action == Action::answerAndThrow ||
+                              action == Action::postpone);
         if (starts > (accepted() || (read() && !request()) ? 1 : 0))
             return "ran too often";
         if (ends != starts)
@@ -146,13 +147,13 @@ public:
         for (const MessageRecord& record : m_records) {
             if (const char* const fault = record.fault())
                 faults << "message " << &record - m_records.data() << " of kind "
-                       << static_cast<int>(record.plan->kind) << " and act "
-                       << static_cast<int>(record.plan->act) << ' ' << fault << '\n';
+                       << static_cast<int>(record.plan->kind) << " and action "
+                       << static_cast<int>(record.plan->action) << ' ' << fault << '\n';
             totals.read += record.read() ? 1 : 0;
             totals.completed += record.completions;
             if (record.starts > record.completions) {
                 ++totals.failed;
-                if (record.plan->act != Act::exitThread)
+                if (record.plan->action != Action::exitThread)
                     ++(record.plan->kind == Kind::legacy ? thrownInExecutors : thrownInThreads);
             } else if (record.read() && record.starts == 0) {
                 if (record.accepted() || !record.request())

@@ -19,21 +19,21 @@ public:
     void handleMessage(Executable*, const char* data, int, InvokerResponse* response) override {
         MessageRecord& record = m_accounting.record(std::stoul(data));
         Accounting::Work work(m_accounting, record);
-        const Act act = record.plan->act;
-        if (act == Act::exitThread)
+        const Action action = record.plan->action;
+        if (action == Action::exitThread)
             pthread_exit(nullptr);
-        if (act == Act::block)
+        if (action == Action::block)
             release.pass();
-        if (act == Act::answerAndThrow)
+        if (action == Action::answerAndThrow)
             response->answer("and now");
-        throwAsPlanned(act);
-        if (act == Act::keep) {
+        throwAsPlanned(action);
+        if (action == Action::postpone) {
             const std::lock_guard lock(m_mutex);
-            m_kept.emplace_back(response);
+            m_postponed.emplace_back(response);
             work.complete();
             return;
         }
-        if (act != Act::discard)
+        if (action != Action::discard)
             response->answer("done");
         work.complete();
         delete response;
@@ -41,7 +41,7 @@ public:
     void timerEvent(int timerId) override {
         MessageRecord& record = m_accounting.record(static_cast<std::size_t>(timerId));
         Accounting::Work work(m_accounting, record);
-        throwAsPlanned(record.plan->act);
+        throwAsPlanned(record.plan->action);
         work.complete();
     }
     void handleMessage(const char* data, int, std::string, CommsChannelIfc*, Message&) override {
@@ -65,13 +65,13 @@ public:
     }
 
     /// Answers the requests that have returned and left that to another thread.
-    void answerKept() {
-        std::vector<std::unique_ptr<InvokerResponse>> kept;
+    void answerPostponed() {
+        std::vector<std::unique_ptr<InvokerResponse>> postponed;
         {
             const std::lock_guard lock(m_mutex);
-            kept.swap(m_kept);
+            postponed.swap(m_postponed);
         }
-        for (const auto& response : kept) {
+        for (const auto& response : postponed) {
             try {
                 response->answer("late");
             } catch (const std::runtime_error&) {
@@ -83,14 +83,14 @@ public:
     Gate release; ///< of the requests that block
 
 private:
-    static void throwAsPlanned(Act act) {
-        if (act == Act::throwReport)
+    static void throwAsPlanned(Action action) {
+        if (action == Action::throwReport)
             throw MirelException("planned", __FILE__, __LINE__);
-        if (act == Act::throwStandard || act == Act::answerAndThrow)
+        if (action == Action::throwStandard || action == Action::answerAndThrow)
             throw std::runtime_error("planned");
-        if (act == Act::throwOther)
+        if (action == Action::throwOther)
             throw 5;
-        if (act == Act::yield)
+        if (action == Action::yield)
             sched_yield();
     }
 
@@ -98,5 +98,5 @@ private:
     Accounting& m_accounting;
     std::atomic<int> m_dispatches{0};
     std::mutex m_mutex;
-    std::vector<std::unique_ptr<InvokerResponse>> m_kept; ///< guarded by m_mutex
+    std::vector<std::unique_ptr<InvokerResponse>> m_postponed; ///< guarded by m_mutex
 };

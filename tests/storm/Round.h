@@ -126,7 +126,7 @@ private:
                 loaded.channel->lastRead()->endedLoop = true;
         }
         m_drained = eventually([this] {
-            m_handlers.answerKept();
+            m_handlers.answerPostponed();
             return m_accounting->settled();
         });
         EXPECT_TRUE(m_drained) << "messages got stuck";
@@ -152,11 +152,11 @@ private:
         for (int priority = 0; priority < 3; ++priority)
             EXPECT_EQ(0, m_pool->availableThreads(priorityOf(priority))) << "workers that are gone";
         if (!m_plan.answerLate)
-            m_handlers.answerKept();
+            m_handlers.answerPostponed();
         for (LoadedExecutor& loaded : m_executors)
             loaded.executor.reset();
         m_pool.reset();
-        m_handlers.answerKept();
+        m_handlers.answerPostponed();
         for (LoadedExecutor& loaded : m_executors)
             for (std::thread& sender : loaded.senders)
                 sender.join();

@@ -15,7 +15,7 @@ enum class Kind {
 };
 
 /// What the service code does with a message. It answers unless another thing is said.
-enum class Act {
+enum class Action {
     answer,
     yield,
     block, ///< until the round's gate is open
@@ -24,7 +24,7 @@ enum class Act {
     throwOther,
     answerAndThrow,
     discard,   ///< deletes the response unanswered
-    keep,      ///< leaves the answer to another thread
+    postpone,  ///< leaves the answer to another thread
     exitThread ///< ends its OS thread
 };
 
@@ -33,7 +33,7 @@ struct MessagePlan {
     int source;
     int priority; ///< may be one that no worker can have
     Kind kind;
-    Act act;
+    Action action;
     bool successFails; ///< the way back throws when given a success; it takes a failure
 };
 
@@ -71,7 +71,7 @@ struct RoundPlan {
     Stop stop = whileRunning;
     int stopAfter = 0;         ///< while running: when this many messages have been read
     bool releaseFirst = false; ///< blocked requests are let go before the stop, not beside it
-    bool answerLate = false;   ///< answers that were kept are given when the executors are gone
+    bool answerLate = false; ///< answers that were postponed are given when the executors are gone
 
 private:
     explicit RoundPlan(Dice dice) {
@@ -111,10 +111,10 @@ private:
 
         const bool ends =
             exits && message.kind == Kind::request && executors[message.executor].multiThreaded;
-        const int act = dice.below(24); // the rest answer
-        message.act = act < (ends ? 10 : 9) ? static_cast<Act>(act) : Act::answer;
+        const int action = dice.below(24); // the rest answer
+        message.action = action < (ends ? 10 : 9) ? static_cast<Action>(action) : Action::answer;
         if (message.kind == Kind::legacy && !(fatal && dice.oneIn(10)))
-            message.act = Act::yield;
+            message.action = Action::yield;
         message.successFails = dice.oneIn(20);
         messages.push_back(message);
     }
