@@ -1,6 +1,6 @@
 // The executor's start and end, in every order of its thread and the host's.
 
-#include "World.h"
+#include "ScenarioRun.h"
 #include "simulated/Simulation.h"
 
 using namespace mirel::simulated;
@@ -8,59 +8,59 @@ using namespace mirel::simulated;
 namespace {
 
 struct Life : Scenario {
-    void (*body)(World& world, const Scenario& scenario);
+    void (*body)(ScenarioRun& run, const Scenario& scenario);
 };
 
 void PrintTo(const Life& life, std::ostream* out) { *out << life.name; }
 
 class ExecutorLife : public testing::TestWithParam<Life> {};
 
-void serve(World& world, const Scenario& scenario) {
-    world.makeExecutor();
-    world.send(scenario.work);
-    world.start();
-    world.await();
-    world.stop();
+void serve(ScenarioRun& run, const Scenario& scenario) {
+    run.makeExecutor();
+    run.send(scenario.work);
+    run.start();
+    run.await();
+    run.stop();
 }
 
 /// One executor ends, and then another one has the pool, whose workers may not be back yet.
-void endAndServe(World& world, const Scenario& scenario) {
-    world.makeExecutor();
-    world.send(scenario.work);
-    world.start();
-    world.await();
-    world.endExecutor();
-    serve(world, scenario);
+void endAndServe(ScenarioRun& run, const Scenario& scenario) {
+    run.makeExecutor();
+    run.send(scenario.work);
+    run.start();
+    run.await();
+    run.endExecutor();
+    serve(run, scenario);
 }
 
 const Life kLives[] = {
     {{.name = "never started", .work = ""},
-     [](World& world, const Scenario&) {
-         world.makeExecutor();
-         require(!world.executor().hasStarted(), "started without a thread");
-         world.stop();
+     [](ScenarioRun& run, const Scenario&) {
+         run.makeExecutor();
+         require(!run.executor().hasStarted(), "started without a thread");
+         run.stop();
      }},
     {{.name = "shut down before the start", .work = "A"},
-     [](World& world, const Scenario& scenario) {
-         world.makeExecutor();
-         world.send(scenario.work);
-         world.executor().shutdown();
-         world.start();
-         world.stop();
+     [](ScenarioRun& run, const Scenario& scenario) {
+         run.makeExecutor();
+         run.send(scenario.work);
+         run.executor().shutdown();
+         run.start();
+         run.stop();
      }},
     {{.name = "shut down in the first read", .work = ""},
-     [](World& world, const Scenario&) {
-         world.makeExecutor();
-         world.start();
-         waitUntil([&] { return world.executor().hasStarted(); }, "the start of the loop");
-         world.stop();
+     [](ScenarioRun& run, const Scenario&) {
+         run.makeExecutor();
+         run.start();
+         waitUntil([&] { return run.executor().hasStarted(); }, "the start of the loop");
+         run.stop();
      }},
     {{.name = "shut down at once", .work = "A A"},
-     [](World& world, const Scenario& scenario) {
-         world.makeExecutor();
-         world.start();
-         world.send(scenario.work);
-         world.stop();
+     [](ScenarioRun& run, const Scenario& scenario) {
+         run.makeExecutor();
+         run.start();
+         run.send(scenario.work);
+         run.stop();
      }},
     {{.name = "shut down during dispatch",
       .work = "A A",
@@ -68,13 +68,13 @@ const Life kLives[] = {
       .reaches = {"held back to the end"}},
      &serve},
     {{.name = "shut down twice", .work = "A A2", .ending = Ending::anytime},
-     [](World& world, const Scenario& scenario) {
-         world.makeExecutor();
-         world.send(scenario.work);
-         world.start();
-         world.await();
-         world.executor().shutdown();
-         world.stop();
+     [](ScenarioRun& run, const Scenario& scenario) {
+         run.makeExecutor();
+         run.send(scenario.work);
+         run.start();
+         run.await();
+         run.executor().shutdown();
+         run.stop();
      }},
     {{.name = "single threaded and shut down during dispatch",
       .work = "A T A B",
@@ -90,15 +90,15 @@ const Life kLives[] = {
       .work = "A A A2",
       .ending = Ending::atOnce,
       .reaches = {"dropped with the pool"}},
-     [](World& world, const Scenario& scenario) {
-         world.makeExecutor();
-         world.send(scenario.work);
-         world.start();
-         world.await();
-         world.shutDownPool();
-         world.send("A2 A");
-         world.awaitRest();
-         world.stop();
+     [](ScenarioRun& run, const Scenario& scenario) {
+         run.makeExecutor();
+         run.send(scenario.work);
+         run.start();
+         run.await();
+         run.shutDownPool();
+         run.send("A2 A");
+         run.awaitRest();
+         run.stop();
      }},
     {{.name = "ended while its pool goes on",
       .work = "A A2",
@@ -118,25 +118,25 @@ const Life kLives[] = {
       .work = "A A2",
       .ending = Ending::atOnce,
       .fault = Fault::logger},
-     [](World& world, const Scenario& scenario) {
-         world.makeExecutor();
-         world.send(scenario.work);
-         world.start();
-         world.await();
-         world.endExecutor();
+     [](ScenarioRun& run, const Scenario& scenario) {
+         run.makeExecutor();
+         run.send(scenario.work);
+         run.start();
+         run.await();
+         run.endExecutor();
      }},
     {{.name = "two executors one after the other on a pool", .work = "A T2", .maxPoolSize = 1},
-     [](World& world, const Scenario& scenario) {
-         serve(world, scenario);
-         serve(world, scenario);
+     [](ScenarioRun& run, const Scenario& scenario) {
+         serve(run, scenario);
+         serve(run, scenario);
      }},
     {{.name = "two executors on a pool, each stopped at once",
       .work = "A A2",
       .maxPoolSize = 1,
       .ending = Ending::atOnce},
-     [](World& world, const Scenario& scenario) {
-         serve(world, scenario);
-         serve(world, scenario);
+     [](ScenarioRun& run, const Scenario& scenario) {
+         serve(run, scenario);
+         serve(run, scenario);
      }},
 };
 
@@ -147,8 +147,8 @@ TEST_P(ExecutorLife, Holds) {
     exploreScenario(
         life.name,
         [&life] {
-            World world(life);
-            life.body(world, life);
+            ScenarioRun run(life);
+            life.body(run, life);
         },
         life.reaches);
 }

@@ -1,7 +1,7 @@
 // What is thrown around the library, in each tier, costs the request that it belongs to and nothing
 // else; what reaches the executor's loop ends the loop and nothing else.
 
-#include "World.h"
+#include "ScenarioRun.h"
 
 namespace {
 

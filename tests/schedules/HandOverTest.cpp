@@ -1,7 +1,7 @@
 // A channel passes from one worker to another when the priority of its requests changes, also when
 // the other one cannot be had, or the first one has lost its thread.
 
-#include "World.h"
+#include "ScenarioRun.h"
 
 namespace {
 

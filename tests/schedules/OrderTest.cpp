@@ -1,7 +1,7 @@
 // Requests of one channel run one at a time and in the order in which they were read, beside those
 // of other channels.
 
-#include "World.h"
+#include "ScenarioRun.h"
 
 namespace {
 

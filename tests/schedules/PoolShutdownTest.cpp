@@ -40,8 +40,8 @@ struct Row {
 
 void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
 
-struct PoolWorld {
-    explicit PoolWorld(const Row& row) : pool(row.maxPoolSize, nullptr) {}
+struct PoolRun {
+    explicit PoolRun(const Row& row) : pool(row.maxPoolSize, nullptr) {}
 
     void throwInTier() const {
         if (tier == 1)
@@ -61,8 +61,8 @@ struct PoolWorld {
 /// One request, with its response and what its worker calls when it is done.
 class Link : public Invoker, public ServiceExecCallbackIfc {
 public:
-    Link(PoolWorld& world, char priority, Link* next)
-        : m_world(world),
+    Link(PoolRun& run, char priority, Link* next)
+        : m_run(run),
           m_priority(priority),
           m_next(next) {}
 
@@ -71,7 +71,7 @@ public:
     /// Hands the request to a worker. What `getThread` throws is thrown on.
     void start() {
         ServiceThreadIfc* const worker =
-            m_world.pool.getThread(MirelThreadPriority(m_priority - '0'), true);
+            m_run.pool.getThread(MirelThreadPriority(m_priority - '0'), true);
         require(worker->threadPriority() == m_priority - '0', "a worker of another priority");
         runOn(*worker);
     }
@@ -84,7 +84,7 @@ public:
         m_running = false;
         if (m_endsThread)
             pthread_exit(nullptr);
-        m_world.throwInTier();
+        m_run.throwInTier();
         delete response;
     }
     void initialise(FrameworkContext*) override {}
@@ -98,7 +98,7 @@ public:
         else if (m_next)
             m_next->start();
         if (!same)
-            m_world.throwInTier();
+            m_run.throwInTier();
         return same;
     }
 
@@ -120,7 +120,7 @@ private:
         ~Response() noexcept(false) override {
             point(&m_link, "destruction of a response");
             ++m_link.m_destroyed;
-            m_link.m_world.throwInTier();
+            m_link.m_run.throwInTier();
         }
 
     private:
@@ -133,7 +133,7 @@ private:
         worker.executeRequest(this, nullptr, "", 0, new Response(*this));
     }
 
-    PoolWorld& m_world;
+    PoolRun& m_run;
     const char m_priority;
     Link* const m_next;
     bool m_endsThread = false;
@@ -144,7 +144,7 @@ private:
     int m_calledBack = 0;
 };
 
-void runRound(const Row& row, PoolWorld& world) {
+void runRound(const Row& row, PoolRun& run) {
     std::deque<Link> links;
     std::vector<Link*> heads;
     for (const std::string& chain : row.chains) {
@@ -152,7 +152,7 @@ void runRound(const Row& row, PoolWorld& world) {
         for (auto link = chain.rbegin(); link != chain.rend(); ++link) {
             const bool ends = *link == '#';
             link += ends;
-            next = &links.emplace_back(world, *link, next);
+            next = &links.emplace_back(run, *link, next);
             if (ends)
                 next->endItsThread();
         }
@@ -173,13 +173,13 @@ void runRound(const Row& row, PoolWorld& world) {
     start(heads[0]);
     waitUntil([&] { return started == heads.size(); }, "all chains started");
     if (row.then == Then::rest)
-        waitUntil([&] { return world.inspector.listed() == world.inspector.idle(); },
+        waitUntil([&] { return run.inspector.listed() == run.inspector.idle(); },
                   "all workers at rest");
-    if (row.then == Then::rest && world.rounds++ == 0)
-        require(world.inspector.countsIdle(), "the reusable workers are not counted");
-    world.pool.shutdown();
+    if (row.then == Then::rest && run.rounds++ == 0)
+        require(run.inspector.countsIdle(), "the reusable workers are not counted");
+    run.pool.shutdown();
 
-    require(world.inspector.listed() == 0 && world.inspector.idle() == 0,
+    require(run.inspector.listed() == 0 && run.inspector.idle() == 0,
             "the pool is not empty after its shutdown");
     for (const Link& link : links) {
         link.checkAfterShutdown();
@@ -245,15 +245,15 @@ TEST_P(PoolShutdown, Holds) {
         [&row] {
             int failing = row.noThread ? 1 : 0;
             {
-                PoolWorld world(row);
-                world.tier = row.throwing ? 1 + pick(3) : 0;
-                checkAtEachStep([&world] { world.inspector.check(); });
+                PoolRun run(row);
+                run.tier = row.throwing ? 1 + pick(3) : 0;
+                checkAtEachStep([&run] { run.inspector.check(); });
                 mirel::setThreadStartHook([&failing] {
                     point(&failing, "a fault?");
                     return failing > 0 && pick(2) == 1 ? --failing, EAGAIN : 0;
                 });
                 for (int round = 0; round < row.rounds; ++round)
-                    runRound(row, world);
+                    runRound(row, run);
                 checkAtEachStep({});
             }
             mirel::setThreadStartHook({});

@@ -1,4 +1,4 @@
-#include "World.h"
+#include "ScenarioRun.h"
 
 #include "framework/CriticalSection.h"
 #include "framework/InvokeInterceptorContext.h"
@@ -46,70 +46,70 @@ bool throws(const Scenario& scenario) {
 // ---- The doubles -----------------------------------------------------------------------------
 
 /// The channel's traffic. What goes back to a caller is foreign code's, so no lock is held.
-class World::Answers : public Traffic {
+class ScenarioRun::Answers : public Traffic {
 public:
-    explicit Answers(World& world) : m_world(world) {}
+    explicit Answers(ScenarioRun& run) : m_run(run) {}
 
     void answer(mirel::Answer answer) override {
-        if (!answer.succeeded && m_world.m_scenario.fault != Fault::none)
-            m_world.touchLocks();
+        if (!answer.succeeded && m_run.m_scenario.fault != Fault::none)
+            m_run.touchLocks();
         Traffic::answer(std::move(answer));
     }
 
 private:
-    World& m_world;
+    ScenarioRun& m_run;
 };
 
 /// The channel, which tells the host when it is to stop.
-class World::Channel : public SimulatedChannel {
+class ScenarioRun::Channel : public SimulatedChannel {
 public:
-    explicit Channel(World& world) : SimulatedChannel(world.m_answers), m_world(world) {}
+    explicit Channel(ScenarioRun& run) : SimulatedChannel(run.m_answers), m_run(run) {}
 
     bool readMessage(CommsChannelDataContainerMessage& message) override {
-        if (++m_world.m_reads == m_world.m_stopAtRead)
-            m_world.m_stopNow->give();
+        if (++m_run.m_reads == m_run.m_stopAtRead)
+            m_run.m_stopNow->give();
         return SimulatedChannel::readMessage(message);
     }
 
 private:
-    World& m_world;
+    ScenarioRun& m_run;
 };
 
 /// The executor, which tells when its loop has ended, in whatever way.
-class World::Loop : public ServiceExecutor {
+class ScenarioRun::Loop : public ServiceExecutor {
 public:
-    explicit Loop(World& world)
-        : ServiceExecutor(&world, new Channel(world), "Ifc", &world, &world.m_pool, &world,
-                          world.m_scenario.multiThreaded),
-          m_world(world) {}
+    explicit Loop(ScenarioRun& run)
+        : ServiceExecutor(&run, new Channel(run), "Ifc", &run, &run.m_pool, &run,
+                          run.m_scenario.multiThreaded),
+          m_run(run) {}
 
     void run() override {
         struct End {
-            World& world;
+            ScenarioRun& run;
             ~End() {
-                world.m_loopEnded = true;
-                world.m_stopNow->give();
+                run.m_loopEnded = true;
+                run.m_stopNow->give();
             }
-        } const end{m_world};
-        m_world.m_loopThread = currentThreadId();
+        } const end{m_run};
+        m_run.m_loopThread = currentThreadId();
         ServiceExecutor::run();
     }
 
 private:
-    World& m_world;
+    ScenarioRun& m_run;
 };
 
-Invoker* World::findInvoker(const std::string& interface, const std::string& protocol) {
+Invoker* ScenarioRun::findInvoker(const std::string& interface, const std::string& protocol) {
     const auto found = m_invokers.find(interface + "/" + protocol);
     return found == m_invokers.end() ? nullptr : found->second;
 }
 
-Executable* World::createService(ServiceExecutor*, std::string, std::string, CommsChannelIfc*,
-                                 std::string) {
+Executable* ScenarioRun::createService(ServiceExecutor*, std::string, std::string, CommsChannelIfc*,
+                                       std::string) {
     return this;
 }
 
-void World::initialise(FrameworkContext*) {
+void ScenarioRun::initialise(FrameworkContext*) {
     ++m_initialised;
     if (m_scenario.fault != Fault::initialise || !failsNow())
         return;
@@ -117,7 +117,7 @@ void World::initialise(FrameworkContext*) {
     throwInTier();
 }
 
-void World::dispatch(InvokeInterceptorContext* context) {
+void ScenarioRun::dispatch(InvokeInterceptorContext* context) {
     const bool marked = context->dataLength() > 1;
     const int point = context->interceptionPoint();
     if (marked && m_scenario.fault == Fault::before && point == 0) {
@@ -131,8 +131,8 @@ void World::dispatch(InvokeInterceptorContext* context) {
     }
 }
 
-void World::handleMessage(Executable* service, const char* data, int length,
-                          InvokerResponse* response) {
+void ScenarioRun::handleMessage(Executable* service, const char* data, int length,
+                                InvokerResponse* response) {
     require(service == this && data[length] == '\0', "the work is not what was handed over");
     const auto number = static_cast<std::size_t>(data[0] - '0');
     runItem(number);
@@ -141,13 +141,13 @@ void World::handleMessage(Executable* service, const char* data, int length,
     delete response;
 }
 
-void World::timerEvent(int number) {
+void ScenarioRun::timerEvent(int number) {
     runItem(static_cast<std::size_t>(number));
     ++m_timersRun;
 }
 
 /// The service code.
-void World::runItem(std::size_t number) {
+void ScenarioRun::runItem(std::size_t number) {
     Item& item = m_items.at(number - 1);
     Source& source = m_sources.at(item.source);
     const bool ordered = item.source != 'T';
@@ -165,19 +165,19 @@ void World::runItem(std::size_t number) {
     }
     point(shared, "service code");
     --source.running;
-    if (item.act == '#') {
+    if (item.mark == '#') {
         m_timersRun += !ordered;
         m_endingThreads.insert(Threadable::currentThreadId());
         pthread_exit(nullptr);
     }
-    if (item.act == '!' && m_scenario.fault != Fault::before && m_scenario.fault != Fault::after) {
+    if (item.mark == '!' && m_scenario.fault != Fault::before && m_scenario.fault != Fault::after) {
         m_timersRun += !ordered;
         ++m_thrown;
         throwInTier();
     }
 }
 
-void World::throwInTier() {
+void ScenarioRun::throwInTier() {
     if (m_tier == 0)
         throw MirelException("thrown", __FILE__, __LINE__);
     if (m_tier == 1)
@@ -186,7 +186,7 @@ void World::throwInTier() {
 }
 
 /// Whether this is the moment of the run's fault.
-bool World::failsNow() {
+bool ScenarioRun::failsNow() {
     if (Threadable::currentThreadId() == m_hostThread)
         return false;
     point(&m_faultsLeft, "a fault?");
@@ -205,7 +205,7 @@ bool World::failsNow() {
 }
 
 /// Ends in a deadlock when the caller holds one of them.
-void World::touchLocks() {
+void ScenarioRun::touchLocks() {
     if (m_executor) {
         const CriticalSection lock(ExecutorInspector::lock(*m_executor));
     }
@@ -214,7 +214,7 @@ void World::touchLocks() {
 
 // ---- The run ---------------------------------------------------------------------------------
 
-World::World(const Scenario& scenario)
+ScenarioRun::ScenarioRun(const Scenario& scenario)
     : m_scenario(scenario),
       m_tier(scenario.fault == Fault::logger ? 2 : pick(throws(scenario) ? 3 : 1)),
       m_failingLine(scenario.fault == Fault::logger
@@ -249,9 +249,9 @@ World::World(const Scenario& scenario)
         mirel::setThreadStartHook([this] { return failsNow() ? EAGAIN : 0; });
 }
 
-World::~World() { checkAtEachStep({}); }
+ScenarioRun::~ScenarioRun() { checkAtEachStep({}); }
 
-void World::makeExecutor() {
+void ScenarioRun::makeExecutor() {
     m_answers = std::make_shared<Answers>(*this);
     m_items.clear();
     m_sources.clear();
@@ -264,7 +264,7 @@ void World::makeExecutor() {
     m_executor = std::make_unique<Loop>(*this);
 }
 
-void World::start() {
+void ScenarioRun::start() {
     const int all = static_cast<int>(m_items.size());
     m_stopAtRead = 1 + (m_scenario.ending == Ending::anytime ? pick(all + 1) : all);
     Threader threader;
@@ -272,7 +272,7 @@ void World::start() {
     require(m_executor->startThread(threader, id) == 0, "the executor has not started");
 }
 
-void World::send(const std::string& work) {
+void ScenarioRun::send(const std::string& work) {
     std::istringstream words(work);
     for (std::string word; words >> word;) {
         const char last = word.back();
@@ -292,14 +292,14 @@ void World::send(const std::string& work) {
             message.interface() = "Ifc";
             message.protocol() = "text";
             message.setRequestId(number);
-            message.setData(std::to_string(number) + (item.act == '!' ? "!" : ""));
+            message.setData(std::to_string(number) + (item.mark == '!' ? "!" : ""));
         }
         m_answers->send(std::move(message));
     }
 }
 
 /// All that has been read has come to its end, and no more will be read.
-bool World::allDone() const {
+bool ScenarioRun::allDone() const {
     if (!m_answers->unread.empty() && !m_loopEnded)
         return false;
     const auto end = m_items.end() - static_cast<std::ptrdiff_t>(m_answers->unread.size());
@@ -310,11 +310,11 @@ bool World::allDone() const {
            (m_timersRun >= timers || m_loopEnded || m_failingLine);
 }
 
-bool World::allAtRest() const {
+bool ScenarioRun::allAtRest() const {
     return m_inspector.listed() == m_inspector.idle() && ExecutorInspector::isClean(*m_executor);
 }
 
-void World::await() {
+void ScenarioRun::await() {
     if (m_scenario.ending >= Ending::atOnce) {
         m_stopNow->take(-1);
         return;
@@ -322,7 +322,7 @@ void World::await() {
     awaitRest();
 }
 
-void World::awaitRest() {
+void ScenarioRun::awaitRest() {
     waitUntil([this] { return allDone(); }, "everything done");
     m_loopFailed = m_loopEnded;
     m_read = m_items.size() - m_answers->unread.size();
@@ -332,7 +332,7 @@ void World::awaitRest() {
     require(m_stopped || m_inspector.countsIdle(), "the reusable workers are not counted");
 }
 
-void World::shutDownPool() {
+void ScenarioRun::shutDownPool() {
     endWorkers();
     for (const Item& item : m_items)
         m_refused += item.started == 0;
@@ -340,7 +340,7 @@ void World::shutDownPool() {
         reached("dropped with the pool");
 }
 
-void World::endWorkers() {
+void ScenarioRun::endWorkers() {
     m_pool.shutdown();
     m_stopped = true;
     require(m_inspector.listed() == 0 && m_inspector.idle() == 0,
@@ -350,13 +350,13 @@ void World::endWorkers() {
     require(ExecutorInspector::isClean(*m_executor), "a channel is busy without a worker");
 }
 
-void World::stop() {
+void ScenarioRun::stop() {
     stopReading();
     endWorkers();
     destroyExecutor();
 }
 
-void World::endExecutor() {
+void ScenarioRun::endExecutor() {
     stopReading();
     m_read = static_cast<std::size_t>(m_initialised); // no timers among them
     m_executor->waitForWorkers();
@@ -365,7 +365,7 @@ void World::endExecutor() {
     destroyExecutor();
 }
 
-void World::stopReading() {
+void ScenarioRun::stopReading() {
     m_executor->shutdown();
     require(m_loopFailed || m_thrown > 0 || m_failingLine || !m_executor->hasStarted(),
             "shut down and started");
@@ -373,13 +373,13 @@ void World::stopReading() {
         reached("held back to the end");
 }
 
-void World::destroyExecutor() {
+void ScenarioRun::destroyExecutor() {
     m_executor.reset();
     require(m_answers->deleted == 1, "the channel was not deleted once");
     checkOutcome();
 }
 
-void World::checkOutcome() const {
+void ScenarioRun::checkOutcome() const {
     int lost = 0;
     for (std::size_t i = 0; i < m_items.size(); ++i) {
         const Item& item = m_items[i];
@@ -411,12 +411,12 @@ void exploreScenario(const Scenario& scenario) {
     exploreScenario(
         scenario.name,
         [&scenario] {
-            World world(scenario);
-            world.makeExecutor();
-            world.send(scenario.work);
-            world.start();
-            world.await();
-            world.stop();
+            ScenarioRun run(scenario);
+            run.makeExecutor();
+            run.send(scenario.work);
+            run.start();
+            run.await();
+            run.stop();
         },
         scenario.reaches);
 }

@@ -52,14 +52,15 @@ struct Scenario {
 
 inline void PrintTo(const Scenario& scenario, std::ostream* out) { *out << scenario.name; }
 
-/// An executor with a pool and all that they need, and the books about what they do; for one run.
-class World : private FrameworkContext,
-              private Invoker,
-              private InvokeInterceptorDispatcher,
-              private Executable {
+/// One run of a scenario: an executor with a pool, the foreign code around them, and the checks of
+/// what they do, at each step and at the end.
+class ScenarioRun : private FrameworkContext,
+                    private Invoker,
+                    private InvokeInterceptorDispatcher,
+                    private Executable {
 public:
-    explicit World(const Scenario& scenario);
-    ~World() override;
+    explicit ScenarioRun(const Scenario& scenario);
+    ~ScenarioRun() override;
 
     void makeExecutor();
     void start();
@@ -91,7 +92,7 @@ private:
     struct Item {
         char source;
         int priority;
-        char act;
+        char mark; ///< '!' or '#' as in Scenario::work, else ' '
         int started = 0;
         bool succeeded = false;
     };
