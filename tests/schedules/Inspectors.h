@@ -1,5 +1,8 @@
 #pragma once
 
+// An inspector is a friend of a class of the library: it reads the private containers, and checks
+// that they agree with each other.
+
 #include "ServiceExecutor.h"
 #include "ServiceThreadPool.h"
 
@@ -7,13 +10,13 @@
 #include <functional>
 #include <list>
 
-/// Looks into a pool, which must outlive it.
+/// Reads the lists of a pool, which must outlive it.
 class PoolInspector {
 public:
     explicit PoolInspector(ServiceThreadPool& pool) : m_pool(pool) {}
 
-    /// To be called before each step. Fails the run unless, whenever nobody holds their lock, the
-    /// lists agree with each other and each list of idle workers has gone on as a queue.
+    /// To be called before each step. Fails the run unless the lists agree with each other and each
+    /// list of idle workers has changed as a queue does. Looks only when nobody holds their lock.
     void check();
 
     Semaphore& lock() const { return *m_pool.m_ppoolLock; }
@@ -41,7 +44,7 @@ public:
     std::function<bool()> refuses; ///< empty: none
 };
 
-/// Looks into an executor.
+/// Reads the containers of an executor.
 class ExecutorInspector {
 public:
     static Semaphore& lock(ServiceExecutor& executor) { return executor.m_channelLock; }

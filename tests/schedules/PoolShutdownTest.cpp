@@ -197,7 +197,7 @@ const Row kRows[] = {
     {.name = "a temporary worker handed its next request", .chains = {"1=="}, .maxPoolSize = 0},
     {.name = "another worker taken in the callback", .chains = {"12"}},
     {.name = "another temporary worker taken in the callback", .chains = {"12"}, .maxPoolSize = 0},
-    {.name = "a temporary worker taken by one that is kept", .chains = {"12"}, .maxPoolSize = 1},
+    {.name = "a temporary worker taken by a reusable one", .chains = {"12"}, .maxPoolSize = 1},
     {.name = "three workers taken one by another", .chains = {"120"}, .maxPoolSize = 1},
     {.name = "a worker taken again in the callback of another", .chains = {"121"}},
     {.name = "two chains", .chains = {"12", "2"}},

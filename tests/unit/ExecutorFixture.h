@@ -6,7 +6,7 @@
 #include "framework/CriticalSection.h"
 #include "framework/Threader.h"
 
-/// Looks into an executor.
+/// A friend of the executor, which reads its private containers.
 class ExecutorInspector {
 public:
     static bool isClean(ServiceExecutor& executor) {

@@ -9,7 +9,7 @@
 #include <array>
 #include <cerrno>
 
-/// Looks into a pool.
+/// A friend of the pool, which reads its private lists.
 class PoolInspector {
 public:
     static std::size_t workers(ServiceThreadPool& pool) {
