@@ -312,22 +312,6 @@ const std::vector<Failing>& failingRuns() {
              start(body);
          },
          {"Threadable::run of a Threadable that has been destroyed"}},
-        {"WakeUpBeforeTheWait",
-         [] {
-             std::mutex mutex;
-             std::condition_variable changed;
-             bool ready = false;
-             spawn("waker", [&] {
-                 ready = true; // without the lock
-                 changed.notify_one();
-             });
-             std::unique_lock lock(mutex);
-             if (!ready) {
-                 point(&ready);
-                 changed.wait(lock);
-             }
-         },
-         {"deadlock", "(main) before: wait for a condition"}},
         {"WakeUpBetweenALookAndTheWait",
          [] {
              std::mutex mutex;
