@@ -1,15 +1,8 @@
 #include "tests/system/ChannelFixture.h"
 
-#include "ServiceExecutor.h"
-#include "ServiceThreadPool.h"
-#include "framework/Service.h"
-#include "framework/Threader.h"
-#include "runtime/values/ServiceContext.h"
-
 #include <algorithm>
 #include <future>
 #include <pthread.h>
-#include <semaphore>
 #include <thread>
 
 namespace mirel {
@@ -76,16 +69,6 @@ TEST_F(ZmqChannelTest, AnswersGoToTheirCallerWhoeverReadsFirst) {
     EXPECT_EQ(receive(*second).data, "to the second");
 }
 
-TEST_F(ZmqChannelTest, CloseEndsABlockedRead) {
-    open();
-    auto reading = std::async(std::launch::async, [this] {
-        CommsChannelDataContainerMessage msg;
-        return m_channel->readMessage(msg);
-    });
-    m_channel->close();
-    EXPECT_FALSE(reading.get());
-}
-
 TEST_F(ZmqChannelTest, WhatWasNotReadIsAnsweredOnceClosed) {
     m_options.queueLength = 1; // one in the queue, one that it has no room for, others behind
     const auto caller = newCaller();
@@ -150,45 +133,6 @@ TEST_F(ZmqChannelTest, AnAnswerLeavesWhileItsThreadIsBeingCancelled) {
         answer(msg, "late");
     }).join();
     EXPECT_EQ(receive(*caller).data, "late");
-}
-
-/// Stays in its legacy message until it is told to go on.
-class BlockingService : public Service {
-public:
-    void timerEvent(int) override {}
-    void handleMessage(const char*, int, std::string, CommsChannelIfc*,
-                       CommsChannelDataContainerMessage&) override {
-        m_blocking.release();
-        m_gate.acquire();
-    }
-
-    std::binary_semaphore m_blocking{0};
-    std::binary_semaphore m_gate{0};
-};
-
-TEST_F(ZmqChannelTest, AnswersAreSentWhileALegacyMessageBlocksTheExecutor) {
-    const auto caller = newCaller();
-    BlockingService service;
-    ServiceContext context;
-    context.addHandler<BlockingService>(
-        "Interface", "protocol", [](BlockingService& blocking, std::string_view) {
-            return blocking.m_blocking.try_acquire_for(kPatience) ? "answered" : "not blocked";
-        });
-    ServiceThreadPool pool(1, nullptr);
-    ServiceExecutor executor(&service, m_channel.release(), "Interface", &context, &pool, nullptr,
-                             true);
-    Threader threader;
-    unsigned long threadId = 0;
-    executor.startThread(threader, threadId);
-
-    send(*caller, request(1));
-    send(*caller, CommsChannelDataContainerMessage());
-    const auto answered = caller->receive(kPatience);
-    service.m_gate.release();
-    executor.shutdown();
-    pool.shutdown();
-    ASSERT_TRUE(answered);
-    EXPECT_EQ(answered->data, "answered");
 }
 
 } // namespace
