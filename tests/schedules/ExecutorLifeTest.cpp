@@ -8,58 +8,52 @@ using namespace mirel::simulated;
 namespace {
 
 struct Life : Scenario {
-    void (*body)(ScenarioRun& run, const Scenario& scenario);
+    void (*body)(ScenarioRun& run); ///< sends work of its own where the scenario's is empty
 };
 
 void PrintTo(const Life& life, std::ostream* out) { *out << life.name; }
 
 class ExecutorLife : public testing::TestWithParam<Life> {};
 
-void serve(ScenarioRun& run, const Scenario& scenario) {
-    run.makeExecutor();
-    run.send(scenario.work);
-    run.start();
-    run.await();
+void serve(ScenarioRun& run) {
+    run.begin();
     run.stop();
 }
 
 /// One executor ends, and then another one has the pool, whose workers may not be back yet.
-void endAndServe(ScenarioRun& run, const Scenario& scenario) {
-    run.makeExecutor();
-    run.send(scenario.work);
-    run.start();
-    run.await();
+void endAndServe(ScenarioRun& run) {
+    run.begin();
     run.endExecutor();
-    serve(run, scenario);
+    serve(run);
 }
 
 const Life kLives[] = {
     {{.name = "never started", .work = ""},
-     [](ScenarioRun& run, const Scenario&) {
+     [](ScenarioRun& run) {
          run.makeExecutor();
          require(!run.executor().hasStarted(), "started without a thread");
          run.stop();
      }},
-    {{.name = "shut down before the start", .work = "A"},
-     [](ScenarioRun& run, const Scenario& scenario) {
+    {{.name = "shut down before the start", .work = ""},
+     [](ScenarioRun& run) {
          run.makeExecutor();
-         run.send(scenario.work);
+         run.send("A");
          run.executor().shutdown();
          run.start();
          run.stop();
      }},
     {{.name = "shut down in the first read", .work = ""},
-     [](ScenarioRun& run, const Scenario&) {
+     [](ScenarioRun& run) {
          run.makeExecutor();
          run.start();
          waitUntil([&] { return run.executor().hasStarted(); }, "the start of the loop");
          run.stop();
      }},
-    {{.name = "shut down at once", .work = "A A"},
-     [](ScenarioRun& run, const Scenario& scenario) {
+    {{.name = "shut down at once", .work = ""},
+     [](ScenarioRun& run) {
          run.makeExecutor();
          run.start();
-         run.send(scenario.work);
+         run.send("A A");
          run.stop();
      }},
     {{.name = "shut down during dispatch",
@@ -68,11 +62,8 @@ const Life kLives[] = {
       .reaches = {"held back to the end"}},
      &serve},
     {{.name = "shut down twice", .work = "A A2", .ending = Ending::anytime},
-     [](ScenarioRun& run, const Scenario& scenario) {
-         run.makeExecutor();
-         run.send(scenario.work);
-         run.start();
-         run.await();
+     [](ScenarioRun& run) {
+         run.begin();
          run.executor().shutdown();
          run.stop();
      }},
@@ -90,11 +81,8 @@ const Life kLives[] = {
       .work = "A A A2",
       .ending = Ending::atOnce,
       .reaches = {"dropped with the pool"}},
-     [](ScenarioRun& run, const Scenario& scenario) {
-         run.makeExecutor();
-         run.send(scenario.work);
-         run.start();
-         run.await();
+     [](ScenarioRun& run) {
+         run.begin();
          run.shutDownPool();
          run.send("A2 A");
          run.awaitRest();
@@ -118,25 +106,22 @@ const Life kLives[] = {
       .work = "A A2",
       .ending = Ending::atOnce,
       .fault = Fault::logger},
-     [](ScenarioRun& run, const Scenario& scenario) {
-         run.makeExecutor();
-         run.send(scenario.work);
-         run.start();
-         run.await();
+     [](ScenarioRun& run) {
+         run.begin();
          run.endExecutor();
      }},
     {{.name = "two executors one after the other on a pool", .work = "A T2", .maxPoolSize = 1},
-     [](ScenarioRun& run, const Scenario& scenario) {
-         serve(run, scenario);
-         serve(run, scenario);
+     [](ScenarioRun& run) {
+         serve(run);
+         serve(run);
      }},
     {{.name = "two executors on a pool, each stopped at once",
       .work = "A A2",
       .maxPoolSize = 1,
       .ending = Ending::atOnce},
-     [](ScenarioRun& run, const Scenario& scenario) {
-         serve(run, scenario);
-         serve(run, scenario);
+     [](ScenarioRun& run) {
+         serve(run);
+         serve(run);
      }},
 };
 
@@ -148,7 +133,7 @@ TEST_P(ExecutorLife, Holds) {
         life.name,
         [&life] {
             ScenarioRun run(life);
-            life.body(run, life);
+            life.body(run);
         },
         life.reaches);
 }

@@ -120,15 +120,12 @@ void ScenarioRun::initialise(FrameworkContext*) {
 void ScenarioRun::dispatch(InvokeInterceptorContext* context) {
     const bool marked = context->dataLength() > 1;
     const int point = context->interceptionPoint();
-    if (marked && m_scenario.fault == Fault::before && point == 0) {
-        ++m_refused;
-        ++m_thrown;
-        throwInTier();
-    }
-    if (marked && m_scenario.fault == Fault::after && point == 1) {
-        ++m_thrown;
-        throwInTier();
-    }
+    if (!marked || point != (m_scenario.fault == Fault::before ? 0 : 1))
+        return;
+    reached("intercepted");
+    m_refused += point == 0;
+    ++m_thrown;
+    throwInTier();
 }
 
 void ScenarioRun::handleMessage(Executable* service, const char* data, int length,
@@ -262,6 +259,13 @@ void ScenarioRun::makeExecutor() {
     m_loopEnded = false;
     m_timersRun = 0;
     m_executor = std::make_unique<Loop>(*this);
+}
+
+void ScenarioRun::begin() {
+    makeExecutor();
+    send(m_scenario.work);
+    start();
+    await();
 }
 
 void ScenarioRun::start() {
@@ -412,10 +416,7 @@ void exploreScenario(const Scenario& scenario) {
         scenario.name,
         [&scenario] {
             ScenarioRun run(scenario);
-            run.makeExecutor();
-            run.send(scenario.work);
-            run.start();
-            run.await();
+            run.begin();
             run.stop();
         },
         scenario.reaches);

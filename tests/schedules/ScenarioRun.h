@@ -66,8 +66,9 @@ public:
     void start();
     void send(const std::string& work);
 
-    /// As the scenario's ending says.
-    void await();
+    /// Makes and starts an executor with the scenario's work, and waits as the scenario's ending
+    /// says.
+    void begin();
 
     /// Waits until all that has been sent is done and every worker is idle again or gone.
     void awaitRest();
@@ -110,6 +111,7 @@ private:
     void dispatch(InvokeInterceptorContext* context) override;
     void timerEvent(int number) override;
 
+    void await();
     void runItem(std::size_t number);
     [[noreturn]] void throwInTier();
     bool failsNow();

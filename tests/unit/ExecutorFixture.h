@@ -31,11 +31,9 @@ protected:
     ~ExecutorTest() override { stop(); }
 
     /// For a service object that exists.
-    void start(Executable* executable, bool multiThreaded,
-               ServiceThreadPoolIfc* otherPool = nullptr) {
+    void start(Executable* executable, bool multiThreaded) {
         executor = std::make_unique<ServiceExecutor>(executable, makeChannel(), "Ifc", &context,
-                                                     otherPool ? otherPool : &pool, dispatcher,
-                                                     multiThreaded);
+                                                     &pool, dispatcher, multiThreaded);
         startThread();
     }
     /// A channel object on `channel`, which the executor is to own.

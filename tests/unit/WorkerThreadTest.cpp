@@ -81,15 +81,6 @@ TEST_F(WorkerThread, RunsWorkHandedOverBeforeAndAfterItsThreadHasStarted) {
     EXPECT_EQ(1, destroyed);
 }
 
-TEST_F(WorkerThread, ARequestOfNoBytesIsOneNulByte) {
-    ServiceThread_MT* const worker = createStarted();
-    int destroyed = 0;
-    worker->executeRequest(&invoker, &service, nullptr, 0, new CountedResponse(destroyed));
-    pool.returned.waitFor(1);
-    EXPECT_EQ((EventList{"handle "}), events.all());
-    worker->destroyThread();
-}
-
 TEST_F(WorkerThread, DropsWorkWithoutInvokerOrService) {
     LogCapture log;
     ReportCapture reports;
@@ -147,131 +138,22 @@ TEST_F(WorkerThread, SurvivesAndReportsWhatServiceCodeThrows) {
     }
 }
 
-TEST_F(WorkerThread, RunsWhatItsCallbackHandsItWithoutThePool) {
+TEST_F(WorkerThread, LogsWhatAResponseAndACallbackThrow) {
+    LogCapture log("2");
+    TestInvoker failing([](Executable*, std::string, InvokerResponse*) { throw 1; });
+    TestCallback callback([](ServiceThreadIfc*) -> bool { throw std::runtime_error("callback"); });
     ServiceThread_MT* const worker = createStarted();
-    int calls = 0;
-    TestCallback callback([&](ServiceThreadIfc* thread) {
-        EXPECT_EQ(worker, thread);
-        EXPECT_TRUE(pool.returned.all().empty());
-        if (++calls > 2)
-            return false;
-        thread->executeRequest(&invoker, &service, "more", 4, nullptr);
-        return true;
-    });
+    int destroyed = 0;
     worker->callBackOnCompletion(&callback);
-    worker->executeRequest(&invoker, &service, "first", 5, nullptr);
+    worker->executeRequest(&failing, &service, nullptr, 0, new CountedResponse(destroyed, true));
     pool.returned.waitFor(1);
-    EXPECT_EQ((EventList{"handle first", "handle more", "handle more"}), events.all());
-    EXPECT_EQ(3, calls);
-
-    // The callback was forgotten with its answer `false`.
+    EXPECT_EQ(1, destroyed);
+    EXPECT_EQ(2u, log.with("2 Exception caught in ServiceThread_MT::run, ").size());
+    EXPECT_EQ((EventList(2, "ServiceThread_MT.cpp")), log.files.all());
     worker->executeRequest(&invoker, &service, "next", 4, nullptr);
     pool.returned.waitFor(2);
-    EXPECT_EQ(3, calls);
+    EXPECT_EQ((EventList{"handle next"}), events.all());
     worker->destroyThread();
-}
-
-TEST_F(WorkerThread, SurvivesWhatItsReportingAndItsCallbackThrow) {
-    struct Case {
-        const char* name;
-        bool loggerThrows, responseThrows, callbackThrows;
-    };
-    for (const Case& c : {Case{"logger", true, false, false}, Case{"response", false, true, false},
-                          Case{"callback", false, false, true}, Case{"all", true, true, true}}) {
-        SCOPED_TRACE(c.name);
-        LogCapture log;
-        ReportCapture reports;
-        TestInvoker failing([&](Executable*, std::string, InvokerResponse*) {
-            log.throwOn(c.loggerThrows ? "" : nullptr);
-            throw 1;
-        });
-        TestCallback callback([&](ServiceThreadIfc*) -> bool {
-            if (c.callbackThrows)
-                throw std::runtime_error("callback");
-            return false;
-        });
-        ServiceThread_MT* const worker = createStarted();
-        const std::size_t before = pool.returned.all().size();
-        int destroyed = 0;
-        worker->callBackOnCompletion(&callback);
-        worker->executeRequest(&failing, &service, "", 0,
-                               new CountedResponse(destroyed, c.responseThrows));
-        pool.returned.waitFor(before + 1);
-        EXPECT_EQ(1, destroyed);
-        log.throwOn(nullptr);
-        if (!c.loggerThrows) {
-            EXPECT_EQ(1u, log.with("2 Exception caught in ServiceThread_MT::run, ").size());
-            EXPECT_EQ(EventList(log.lines.all().size(), "ServiceThread_MT.cpp"), log.files.all());
-        }
-        events.clear();
-        worker->executeRequest(&invoker, &service, "next", 4, nullptr);
-        pool.returned.waitFor(before + 2);
-        EXPECT_EQ((EventList{"handle next"}), events.all());
-        worker->destroyThread();
-    }
-}
-
-TEST_F(WorkerThread, DestroyThreadWaitsForTheRunningWorkAndDropsWhatComesAfterIt) {
-    Gate gate;
-    int destroyed = 0;
-    int handedOver = 1;
-    TestInvoker blocking([&](Executable*, std::string, InvokerResponse* response) {
-        events.add("running");
-        gate.pass();
-        delete response;
-    });
-    // Has more work until it is not run, so only the order to stop ends the worker.
-    TestCallback callback([&](ServiceThreadIfc* thread) {
-        if (std::ssize(events.all()) < handedOver)
-            return false;
-        ++handedOver;
-        thread->executeRequest(&invoker, &service, "late", 4, new CountedResponse(destroyed));
-        return true;
-    });
-    ServiceThread_MT* const worker = createStarted();
-    worker->callBackOnCompletion(&callback);
-    worker->executeRequest(&blocking, &service, "", 0, new CountedResponse(destroyed));
-    events.waitFor(1);
-
-    class Opener : public Threadable {
-    public:
-        explicit Opener(Gate& gate) : m_gate(gate) {}
-        void run() override { m_gate.open(); }
-        MirelThreadPriority getThreadPriorityForPlatform() override { return priorityOf(0); }
-
-    private:
-        Gate& m_gate;
-    } opener(gate);
-    unsigned long id = 0;
-    Threader().createThread(id, &opener, "", 1, 0);
-    worker->destroyThread();
-    opener.waitForThreadCompletion();
-    EXPECT_EQ(handedOver, destroyed) << "run or dropped, each request is answered once";
-    EXPECT_EQ(handedOver, std::ssize(events.all()) + 1)
-        << "the callback is told of what is not run";
-    EXPECT_TRUE(pool.returned.all().empty());
-}
-
-TEST_F(WorkerThread, ATemporaryWorkerDestroyedByItsPoolEndsWithoutWaitingForWork) {
-    class Worker : public ServiceThread_MT {
-    public:
-        Worker(ServiceThreadPoolIfc* pool, Gate& deleted)
-            : ServiceThread_MT(pool, false, priorityOf(1), nullptr),
-              m_deleted(deleted) {}
-        ~Worker() override { m_deleted.open(); }
-
-    private:
-        Gate& m_deleted;
-    };
-    pool.onReturn = [](ServiceThreadIfc* thread) { thread->destroyThread(); };
-    Gate deleted;
-    int destroyed = 0;
-    auto* const worker = new Worker(&pool, deleted);
-    worker->executeRequest(&invoker, &service, "only", 4, new CountedResponse(destroyed));
-    start(worker);
-    deleted.pass();
-    EXPECT_EQ((EventList{"handle only"}), events.all());
-    EXPECT_EQ(1, destroyed);
 }
 
 } // namespace
