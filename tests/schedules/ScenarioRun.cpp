@@ -45,7 +45,7 @@ bool throws(const Scenario& scenario) {
 
 // ---- The doubles -----------------------------------------------------------------------------
 
-/// The channel's traffic. What goes back to a caller is foreign code's, so no lock is held.
+/// The channel's traffic. It checks that the library holds no lock while it answers a caller.
 class ScenarioRun::Answers : public Traffic {
 public:
     explicit Answers(ScenarioRun& run) : m_run(run) {}
@@ -122,7 +122,6 @@ void ScenarioRun::dispatch(InvokeInterceptorContext* context) {
     const int point = context->interceptionPoint();
     if (!marked || point != (m_scenario.fault == Fault::before ? 0 : 1))
         return;
-    reached("intercepted");
     m_refused += point == 0;
     ++m_thrown;
     throwInTier();
@@ -150,6 +149,7 @@ void ScenarioRun::runItem(std::size_t number) {
     const bool ordered = item.source != 'T';
     const void* const shared = ordered ? static_cast<const void*>(&source) : &item;
     point(shared, "start of service code");
+    require(item.mark != '!' || m_scenario.fault != Fault::before, "not shown to interceptors");
     require(++item.started == 1, "item " + std::to_string(number) + " runs twice");
     ++source.running;
     if (ordered) {
@@ -201,7 +201,7 @@ bool ScenarioRun::failsNow() {
     return true;
 }
 
-/// Ends in a deadlock when the caller holds one of them.
+/// Takes both locks. The run ends in a deadlock when the caller holds one of them.
 void ScenarioRun::touchLocks() {
     if (m_executor) {
         const CriticalSection lock(ExecutorInspector::lock(*m_executor));
@@ -302,7 +302,7 @@ void ScenarioRun::send(const std::string& work) {
     }
 }
 
-/// All that has been read has come to its end, and no more will be read.
+/// Whether all that has been read is done, and no more will be read.
 bool ScenarioRun::allDone() const {
     if (!m_answers->unread.empty() && !m_loopEnded)
         return false;
@@ -406,7 +406,7 @@ void ScenarioRun::checkOutcome() const {
         lost += i < m_read && item.started == 0;
     }
     if (m_failingLine)
-        return; // it is not known what that costs
+        return; // which requests that costs depends on the line
     require(m_reports == m_thrown, "not one report for each failure");
     require(m_read == 0 || m_workerLost || lost == m_refused, "a failure costs other requests");
 }
