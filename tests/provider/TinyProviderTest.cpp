@@ -50,7 +50,7 @@ private:
     std::promise<void> m_closed;
 };
 
-/// Keeps what it is given, apart for each kind; each kind tells when it is complete.
+/// Records what it is given, each kind of message separately, and tells when a kind is complete.
 class Notes : public Service {
 public:
     void note(int number) {

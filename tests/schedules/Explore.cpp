@@ -73,10 +73,10 @@ void exploreScenario(const std::string& name, const std::function<void()>& body,
     if (full) {
         EXPECT_GE(exhaustive.covered, 2) << name;
     }
-    // A search that was cut short may not have come to all of it.
+    // A search that was cut short may have missed some of them.
     for (const std::string& what :
          exhaustive.complete || full ? reaches : std::vector<std::string>())
-        EXPECT_TRUE(reachedInRuns.contains(what)) << name << ": no run has come to: " << what;
+        EXPECT_TRUE(reachedInRuns.contains(what)) << name << ": no run has reached: " << what;
 
     const std::chrono::duration<double> seconds = Clock::now() - begin;
     std::cout << name << ": " << exhaustive.runs << " schedules, "

@@ -11,12 +11,12 @@
 /// As the environment variable MIREL_SCHEDULES says: "quick" (the default), within a fraction of a
 /// second or a few, or "full", within about a minute.
 ///
-/// `reaches`: what at least one run must have come to (see `reached`), so that the scenario is what
-/// its name says.
+/// `reaches`: what at least one run must reach (see `reached`). If none does, the scenario fails:
+/// it is not what its name says.
 void exploreScenario(const std::string& name, const std::function<void()>& body,
                      const std::vector<std::string>& reaches = {});
 
-/// To be called by a run that has come to something that its scenario is about.
+/// To be called by a run when it reaches a state that the scenario is about.
 void reached(const char* what);
 
 /// GoogleTest's name of a row of a table: `row.name` with underscores.

@@ -92,7 +92,7 @@ public:
     void answer(mirel::Answer answer) override {
         if (answer.succeeded &&
             record(static_cast<std::size_t>(answer.requestId)).plan->successFails)
-            throw std::runtime_error("no way back for a success");
+            throw std::runtime_error("successes are refused");
         noteAnswer(answer);
     }
 
@@ -143,7 +143,7 @@ public:
         std::ostringstream faults;
         int thrownInThreads = m_refusals + m_failedAfterwards;
         int thrownInExecutors = 0;
-        int dropped = -m_refusals; // those have failed
+        int dropped = -m_refusals; // requests that an interceptor refused count as failed
         for (const MessageRecord& record : m_records) {
             if (const char* const fault = record.fault())
                 faults << "message " << &record - m_records.data() << " of kind "
@@ -159,7 +159,7 @@ public:
                 if (record.accepted() || !record.request())
                     ++dropped;
                 else
-                    ++totals.dropped; // as it must be
+                    ++totals.dropped; // rightly: nobody serves it
             }
         }
         totals.failed += m_refusals;
@@ -173,8 +173,8 @@ public:
         expect(m_overtakings == 0, "requests that overtook one of their source", m_overtakings, 0);
         expect(m_threadReports == thrownInThreads, "reports by service threads", m_threadReports,
                thrownInThreads);
-        // What executors report beyond what was thrown in them is what they could not hand over.
-        // What the stop drops has no report.
+        // An executor reports what was thrown in it and what it could not hand over. There is no
+        // report of what the stop drops.
         const int unhanded = m_executorReports - thrownInExecutors;
         expect(unhanded >= 0 && (drained ? dropped == unhanded : dropped >= unhanded),
                "messages dropped", dropped, unhanded);

@@ -64,7 +64,7 @@ public:
         throw std::runtime_error("refused");
     }
 
-    /// Answers the requests that have returned and left that to another thread.
+    /// Answers the requests that have returned without an answer.
     void answerPostponed() {
         std::vector<std::unique_ptr<InvokerResponse>> postponed;
         {
@@ -75,7 +75,7 @@ public:
             try {
                 response->answer("late");
             } catch (const std::runtime_error&) {
-                // The way back takes no success: its destruction answers.
+                // Successes are refused. The destruction of the response answers with a failure.
             }
         }
     }

@@ -12,7 +12,7 @@
 #include <climits>
 #include <thread>
 
-/// Asks until it is so, for a bounded time. For what nobody is told of.
+/// Waits for a bounded time until it is so. For states that nothing announces.
 template <typename Question>
 bool eventually(Question isSo) {
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
@@ -121,7 +121,7 @@ private:
         m_handlers.release.open();
         for (LoadedExecutor& loaded : m_executors) {
             loaded.executor->waitForThreadCompletion();
-            // Then its loop has not ended because there was no more to read.
+            // If it still counts as started, a failure has ended its loop.
             if (loaded.executor->hasStarted() && loaded.channel->lastRead())
                 loaded.channel->lastRead()->endedLoop = true;
         }

@@ -14,7 +14,7 @@ enum class Kind {
     legacy
 };
 
-/// What the service code does with a message. It answers unless another thing is said.
+/// What the service code does with a message. Unless the comment says otherwise, it answers too.
 enum class Action {
     answer,
     yield,
@@ -31,17 +31,17 @@ enum class Action {
 struct MessagePlan {
     std::size_t executor;
     int source;
-    int priority; ///< may be one that no worker can have
+    int priority; ///< may be out of range
     Kind kind;
     Action action;
-    bool successFails; ///< the way back throws when given a success; it takes a failure
+    bool successFails; ///< the receiver of answers throws at a success; it takes a failure
 };
 
 struct ExecutorPlan {
     bool multiThreaded;
     bool created;   ///< the service, by the context, instead of being there
     int senders;    ///< threads that load it while it runs; 0: it finds all its messages there
-    bool endsAlone; ///< before the others and the pool
+    bool endsAlone; ///< before the other one and the pool
 };
 
 class Dice {
@@ -54,8 +54,8 @@ private:
     std::mt19937 m_random; // whose numbers are prescribed; those of distributions are not
 };
 
-/// Everything about one round that the machine's timing does not decide; the same for the same
-/// seed, on every platform. Of what happens each so many times, 0 means never.
+/// All that is decided before a round begins; the same for the same seed, on every platform. In a
+/// field "...Each" 0 means never, and n that it happens at every nth time.
 struct RoundPlan {
     explicit RoundPlan(std::uint32_t seed) : RoundPlan(Dice(seed)) {}
 
@@ -70,7 +70,7 @@ struct RoundPlan {
     std::vector<MessagePlan> messages;
     Stop stop = whileRunning;
     int stopAfter = 0;         ///< while running: when this many messages have been read
-    bool releaseFirst = false; ///< blocked requests are let go before the stop, not beside it
+    bool releaseFirst = false; ///< blocked requests go on before the stop, not at the same time
     bool answerLate = false; ///< answers that were postponed are given when the executors are gone
 
 private:
@@ -81,7 +81,8 @@ private:
         interceptorThrowsEach = dice.oneIn(2) ? 10 + dice.below(40) : 0;
         detailedLog = dice.oneIn(8);
         const bool fatal = dice.oneIn(3); // some messages end their executor's loop
-        // Not both: what a worker that cannot replace its ended thread gives up is not reported.
+        // Not both: a worker whose thread has ended and gets no new one drops requests without a
+        // report.
         const bool exits = dice.oneIn(4);
         threadStartFailsEach = !exits && dice.oneIn(4) ? 2 + dice.below(60) : 0;
 

@@ -6,7 +6,7 @@
 namespace mirel {
 namespace {
 
-/// A service of the test's own, one that may do what no executor would.
+/// The test is the service, so it can answer wrongly, which an executor would not do.
 class CallTest : public ProgramsFixture {
 protected:
     CallTest() { open(); }

@@ -80,7 +80,7 @@ TEST_F(HostTest, ASecondSignalEndsAHostWhoseServiceHangs) {
     EXPECT_EQ(call({"--kind", "legacy", "--data", "hang"}).status, 0);
     ASSERT_TRUE(host.waitFor("hanging"));
     host.signal(SIGTERM);
-    // That comes when the host no longer reads, and then signals act again.
+    // This answer shows that the host has stopped reading; from then on a signal ends it.
     EXPECT_TRUE(contains(ask("unread").output, "the service stopped before the request was read"));
     EXPECT_EQ(host.stop(SIGTERM).status, -SIGTERM);
 }

@@ -111,8 +111,8 @@ TEST_F(ZmqChannelTest, AnAnswerToACallerThatIsGoneIsCounted) {
     auto received = read();
     leaving.reset();
 
-    // The channel learns of it in its own time; a request of the other caller to and fro tells that
-    // an answer before it has been dealt with.
+    // The channel notices that a little later. When the other caller's request is answered, the
+    // channel has dealt with the answer before it.
     const auto counters = m_channel->counters();
     long given = 0;
     while (counters->answersDropped.count() == 0 && given < 100000) {
@@ -123,7 +123,7 @@ TEST_F(ZmqChannelTest, AnAnswerToACallerThatIsGoneIsCounted) {
     EXPECT_EQ(static_cast<long>(counters->answersSent), 2 * given - 1);
 }
 
-// Ends the process if it strikes on the way of the answer.
+// A cancellation that strikes while the answer is sent would end the process.
 TEST_F(ZmqChannelTest, AnAnswerLeavesWhileItsThreadIsBeingCancelled) {
     const auto caller = newCaller();
     send(*caller, request(1));

@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t kLimit = 10000;
 
-/// Speaks to the channel as a caller might that is not ours.
+/// Talks to the channel as a faulty or foreign caller might.
 class ZmqRefusalTest : public ChannelFixture {
 protected:
     ZmqRefusalTest() {
@@ -78,7 +78,7 @@ TEST_F(ZmqRefusalTest, IsCountedAndTheServiceServesOn) {
         send(frames);
         if (!failure.empty())
             expectFailure(failure);
-        // The executor sees the good one only, and the next answer is its.
+        // The executor reads only the good one, and the next answer is for that.
         send(request(2));
         auto msg = read();
         ASSERT_EQ(msg.requestId(), 2);

@@ -97,7 +97,7 @@ TEST_F(ChannelOrder, HeldBackRequestsRunInOrderWhateverTheirPriorities) {
     }
 }
 
-/// Which the address space of a 32-bit process has room for, too.
+/// A 32-bit process has address space for so many threads, too.
 TEST_F(ChannelOrder, AThousandChannelsRunSideBySide) {
     constexpr long kChannels = 1000;
     start(&service, true);
@@ -288,7 +288,7 @@ TEST_F(ChannelOrderWithoutThreads, AWorkerThatCannotTakeItsWorkIsGivenBack) {
 TEST_F(ChannelOrder, ACancelledThreadDoesNotHoldUpItsChannel) {
     for (const bool atItsEnd : {false, true}) {
         SCOPED_TRACE(atItsEnd);
-        LogCapture log("4"); // so that lines are written where a late cancellation might strike
+        LogCapture log("4"); // a late cancellation might strike where a line is written
         channel = std::make_shared<TestChannel::State>();
         Gate gate;
         TestInvoker cancelling([&](Executable*, std::string data, InvokerResponse* response) {

@@ -145,7 +145,7 @@ TEST(InlineThread, ReportsWhatInterceptorsThrow) {
     EXPECT_EQ((EventList{"point 0"}), events.all());
     EXPECT_EQ(1, destroyed);
 
-    // Once the invoker has returned, the response is not the thread's to delete: it is gone here.
+    // After the invoker has returned, the thread must not delete the response: the invoker has.
     failingPoint = 1;
     (new ServiceThread_ST(&dispatcher))
         ->executeRequest(&invoker, nullptr, "", 0, new CountedResponse(destroyed));
@@ -179,7 +179,7 @@ TEST(InlineThread, WhatTheReportingThrowsReachesTheCallerAndTheCallerGetsItsAnsw
             thread->executeRequest(&invoker, nullptr, "", 0, new CountedResponse(destroyed)), int);
     }
     EXPECT_EQ(1, destroyed);
-    delete thread; // which has not deleted itself then
+    delete thread; // an exception that leaves it keeps it from deleting itself
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// What every channel does, whatever carries its messages: with the one that has no transport.
+// What all channels have in common, tested with the one that needs no transport.
 
 #include "ServiceExecutor.h"
 #include "channels/FlowLimit.h"
@@ -18,8 +18,7 @@ using std::chrono::milliseconds;
 constexpr std::size_t kQueued = 5;
 constexpr unsigned long kLimit = 3;
 
-/// A service that is hosted as a program would host one of its own, and that lets nothing go on
-/// until its gate is open.
+/// A service on a channel with a limit. Its requests and timer events wait until the gate is open.
 class ServiceChannelTest : public testing::Test {
 protected:
     ServiceChannelTest() {
@@ -138,7 +137,7 @@ TEST_F(ServiceChannelTest, SaysWhatIsMissingAndWhatThereIs) {
     }
 }
 
-/// An author of an invoker who has not heard of requests that become another process's.
+/// An invoker that does not ask itself whether a request may run here.
 class PlainInvoker : public Invoker {
 public:
     explicit PlainInvoker(int& runs) : m_runs(runs) {}

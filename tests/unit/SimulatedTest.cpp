@@ -1,5 +1,5 @@
-// The simulated framework: that it finds what is there to be found, exactly once and every time,
-// and that time, locks and the ends of threads are what code for real threads expects.
+// The simulated framework: it must find every fault and run no order twice. Time, locks and the end
+// of a thread must be as code for real threads expects them.
 
 #include "framework/MirelException.h"
 #include "framework/Semaphore.h"
@@ -156,7 +156,7 @@ std::string mixUp(unsigned seed) {
 
 TEST(Exploration, WhatIsRunOnceStandsForAllThatRandomRunsFind) {
 #ifdef __SANITIZE_ADDRESS__
-    constexpr unsigned kPrograms = 2; // it takes its time to follow fibers
+    constexpr unsigned kPrograms = 2; // AddressSanitizer is slow with fibers
 #else
     constexpr unsigned kPrograms = 40;
 #endif
@@ -221,11 +221,11 @@ TEST(Exploration, WhatCannotBeSearchedIsRefused) {
     EXPECT_THROW(point(nullptr), MirelException) << "outside of a run";
 }
 
-/// Ways in which a run fails, with what the failure tells.
+/// A run that fails, and what the failure must say.
 struct Failing {
     const char* name;
     std::function<void()> body;
-    std::vector<std::string> told; ///< in this order
+    std::vector<std::string> told; ///< parts of the text, in this order
 };
 
 void lockInOrder(Semaphore& one, Semaphore& other, int& done) {
@@ -337,7 +337,7 @@ const std::vector<Failing>& failingRuns() {
                  woken.give();
                  ++done;
              });
-             spawn("rescuer", [&] { // whose help hides the fault where it comes
+             spawn("rescuer", [&] { // hides the fault in the runs in which it wakes the waiter
                  woken.take(-1);
                  waitUntil([&] { return looked; });
                  { const std::lock_guard lock(mutex); }
@@ -426,7 +426,7 @@ TEST_P(FailingRun, SaysWhatAndWhere) {
     const Failing& failing = failingRuns()[GetParam()];
 #ifdef __SANITIZE_ADDRESS__
     if (std::string(failing.name).ends_with("AfterItsEnd"))
-        GTEST_SKIP() << "AddressSanitizer is there first";
+        GTEST_SKIP() << "AddressSanitizer reports it first";
 #endif
     const Exploration result = explore({}, failing.body);
     leftBehind.reset();
@@ -466,7 +466,7 @@ TEST(Simulation, TimeIsVirtualAndPassesInItsOrder) {
         orders.insert(order);
     });
     EXPECT_TRUE(result) << result;
-    // Who was due earlier may still be slower than the clock, but is not due later.
+    // A thread that is due earlier may run later, but both orders must occur.
     EXPECT_TRUE(orders.contains("h2d"));
     EXPECT_TRUE(orders.contains("2hd"));
     EXPECT_LT(std::chrono::steady_clock::now() - real, 20s);
@@ -503,7 +503,7 @@ TEST(Simulation, StandardLocksWorkAndAreSteps) {
     EXPECT_TRUE(contended);
 }
 
-/// What looks like a run without end, or like a deadlock, and is none.
+/// These runs look endless or deadlocked, and are not.
 TEST(Simulation, WhoPollsOrTriesIsNotStuck) {
     for (const Search search : {Search::exhaustive, Search::random, Search::pct}) {
         const Exploration result = explore({.search = search, .preemptions = 1, .runs = 300}, [] {

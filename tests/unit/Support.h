@@ -34,7 +34,7 @@
 
 using Message = CommsChannelDataContainerMessage;
 
-constexpr std::chrono::seconds kPatience{20};
+constexpr std::chrono::seconds kPatience{20}; ///< for what must happen
 
 inline MirelThreadPriority priorityOf(int number) { return MirelThreadPriority(number); }
 
@@ -113,11 +113,11 @@ public:
                 found.push_back(line);
         return found;
     }
-    /// From now on, logging a line that contains `part` throws; nothing does with null.
+    /// From now on logging throws at each line that contains `part`. Null: at none.
     void throwOn(const char* part) { m_throwOn = part; }
 
     Events lines;
-    Events files; ///< that wrote the lines
+    Events files; ///< the source file of each line
 
 private:
     bool throwsOn(std::string_view text) const {
@@ -345,13 +345,13 @@ inline Message timerMessage(int timerId, int priority = 1) {
     return message;
 }
 
-/// Every way in which service code throws in these tests, with the tier's name in the log, the
-/// report's beginning after the class name, and what the report's cause must be.
+/// One of the kinds of exception that service code throws in these tests, and how the library must
+/// log and report it.
 struct Thrown {
-    const char* kind;
+    const char* kind; ///< as the log names it
     std::function<void()> raise;
-    const char* prefix; ///< with %s for the class that caught it
-    const char* cause;  ///< " <- ..." or empty
+    const char* prefix; ///< how the report begins; %s: the class that caught it
+    const char* cause;  ///< of the report: " <- TEXT", or empty when there is none
 };
 
 inline const std::vector<Thrown>& everyTier() {

@@ -97,7 +97,7 @@ TEST_F(ThreadPool, RefusesUnknownPrioritiesAndStaysUsable) {
     delete inlineThread;
 }
 
-/// A thread of some other kind, which notices when it is taken for a worker and written to.
+/// A thread of another class. It notices when the pool writes to it as if it were a worker.
 class OtherThread : public ServiceThreadIfc {
 public:
     OtherThread() { m_rest.fill('x'); }

@@ -41,7 +41,7 @@ TEST(Semaphore, TakeWaitsForAsLongAsItMay) {
 }
 
 TEST(Semaphore, LosesNoUnitAndNoWaiter) {
-    // Each takes its share, with timeouts that come at the same time as units do, and without.
+    // Some takers wait without a limit, others with timeouts that end while units are given.
     constexpr int kShare = 1000;
     Semaphore semaphore(0, 4 * kShare, false);
     std::vector<std::jthread> takers;
@@ -166,7 +166,7 @@ TEST_F(Threads, CopiesWaitForAnObjectThatDeletesItself) {
 }
 
 TEST_F(Threads, ThatNobodyWaitsForAreGivenBack) {
-    // Each deletes itself, possibly before its starter is back, and keeps its stack if it leaks.
+    // Each deletes itself, possibly before its starter is back. One that leaks keeps its stack.
     constexpr std::size_t kStack = 64 * 1024 * 1024;
     constexpr std::size_t kRounds = 200;
     static std::atomic<std::size_t> runs; // outlives the last thread's last access
@@ -265,8 +265,7 @@ TEST_F(Threads, RefusedStartIsTriedAgainForABoundedTime) {
 }
 
 TEST_F(Threads, HaveTheNameAndTheStackThatWereAskedFor) {
-    // Larger than any stack that the C library keeps from former threads and could use instead. It
-    // may take the guard page out of it.
+    // Larger than any stack that the C library keeps for reuse. The guard page may be a part of it.
     constexpr std::size_t kLarge = 24 * 1024 * 1024;
     struct Case {
         const char *name, *expectedName;
@@ -322,7 +321,7 @@ TEST_F(Threads, OfLowerPrioritiesYield) {
     }
 }
 
-/// Takes from this thread, and those it starts, the right to a better nice value than they have.
+/// Takes from this thread, and from those it starts, the right to lower their nice value.
 void giveUpThePrivilege() {
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct capabilities[2]{};
@@ -333,7 +332,7 @@ void giveUpThePrivilege() {
 
 using ThreadsDeathTest = Threads;
 
-// In a process of its own, which the privilege does not come back to.
+// In a process of its own, because the privilege cannot be taken back.
 TEST_F(ThreadsDeathTest, KeepTheirPriorityWithoutThePrivilege) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto run = [] {

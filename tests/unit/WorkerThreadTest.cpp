@@ -6,7 +6,7 @@
 
 namespace {
 
-/// A pool that only writes down what comes back to it.
+/// A pool that has no workers and records each thread that is returned.
 class RecordingPool : public ServiceThreadPoolIfc {
 public:
     int availableThreads(MirelThreadPriority) override { return 0; }

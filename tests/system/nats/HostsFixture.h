@@ -38,7 +38,7 @@ protected:
         return std::make_unique<Process>(joined(arguments, more), input);
     }
 
-    /// Requests that take a while; their data ends with what is to be done.
+    /// A load whose requests take a while; `what` is the end of their data.
     std::unique_ptr<Process> newLoad(const std::string& url, unsigned sources, long ofEach,
                                      const std::string& what = "work 200") const {
         return newCall(url, {"--load", std::to_string(sources * ofEach), "--sources",
@@ -52,7 +52,7 @@ protected:
     /// any.
     bool waitForProgress(unsigned long more) const { return waitFor(history().count() + more); }
 
-    /// The same, from the beginning on.
+    /// Waits until the service has run so many requests in all.
     bool waitFor(unsigned long requests) const { return waitForLines(m_history, requests); }
 
     /// Every request was run, each source's in its order.

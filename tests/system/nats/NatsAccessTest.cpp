@@ -6,7 +6,7 @@
 namespace mirel {
 namespace {
 
-/// Who is let in, and what those are told who are not.
+/// Who is let in, and what the others are told.
 class NatsAccessTest : public HostsFixture {
 protected:
     /// A host is let in with the arguments, and so is a caller.

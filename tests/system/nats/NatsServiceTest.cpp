@@ -13,7 +13,7 @@ namespace {
 
 constexpr unsigned long kUnacknowledged = 256; ///< at most, by default
 
-/// One server.
+/// A service on one server.
 class NatsServiceTest : public HostsFixture {
 protected:
     std::unique_ptr<Process> newHost(const Arguments& more = {}) const {

@@ -9,7 +9,7 @@ namespace {
 
 class NatsLedgerTest : public testing::Test {
 protected:
-    /// Of partition 1, acknowledged by their own number.
+    /// Messages of partition 1, each with its number as the subject to acknowledge to.
     void add(std::uint64_t subject, std::initializer_list<std::uint64_t> sequences) {
         for (const std::uint64_t sequence : sequences)
             m_ledger.add(1, subject, sequence, std::to_string(sequence));

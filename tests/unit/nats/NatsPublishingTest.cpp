@@ -51,7 +51,7 @@ TEST(NatsSendWindow, KeepsNoMoreWhenItRepeatsMore) {
     NatsSendWindow window(10, "inbox.");
     add(window, "a1");
     add(window, "b1");
-    std::set<std::string> replyTo; // each is kept until it comes
+    std::set<std::string> replyTo; // the window stores each until it is confirmed
     for (int attempt = 1; attempt <= 1000; ++attempt)
         for (const auto& transmission : window.overdue(start + seconds(2 * attempt)))
             replyTo.insert(transmission.replyTo);
@@ -65,7 +65,7 @@ protected:
             m_order.sent(source, id);
     }
 
-    /// What is given when these have come.
+    /// The answers that are given to the caller when these have arrived.
     std::string come(const std::string& source, std::initializer_list<long> ids) {
         for (const long id : ids)
             m_order.came(Answer{true, id, source, "", ""}, start);
@@ -86,7 +86,7 @@ TEST_F(NatsAnswerOrderTest, GivesEachSourcesAnswersInOrderAndOnce) {
     sent("b", {1});
     EXPECT_EQ(come("a", {4, 3, 3}), "");
     EXPECT_EQ(come("b", {1, 1, 2}), "b1 ")
-        << "the others are repeated, or to nothing that was sent";
+        << "the others are a repetition, and an answer to no request that was sent";
     EXPECT_EQ(come("a", {5}), "a5 a3 a4 ");
     EXPECT_EQ(come("a", {3}), "");
     EXPECT_FALSE(m_order.nextChange());
