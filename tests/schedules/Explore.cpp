@@ -11,16 +11,22 @@ using namespace mirel::simulated;
 
 namespace {
 
-constexpr unsigned kQuickRuns = 3000;
-constexpr unsigned kQuickRandomRuns = 500;
+struct Extent {
+    unsigned runs; ///< of the exhaustive search; 0: as many as it takes
+    unsigned randomRuns;
+};
+constexpr Extent kBrief{300, 50};
+constexpr Extent kQuick{3000, 500};
+constexpr Extent kFull{0, 5000};
 constexpr std::chrono::seconds kFullTime{60};
-constexpr unsigned kFullRandomRuns = 5000;
 
 std::set<std::string> reachedInRuns; ///< of the scenario; no run looks at it
 
-bool isFull() {
-    const char* const mode = std::getenv("MIREL_SCHEDULES");
-    return mode && std::string(mode) == "full";
+/// As the environment says.
+Extent extent() {
+    const char* const set = std::getenv("MIREL_SCHEDULES");
+    const std::string mode = set ? set : "quick";
+    return mode == "full" ? kFull : mode == "brief" ? kBrief : kQuick;
 }
 
 /// False when a run has failed, which has been reported then.
@@ -57,14 +63,15 @@ void exploreScenario(const std::string& name, const std::function<void()>& body,
     const Clock::time_point begin = Clock::now();
     reachedInRuns.clear();
 
-    const bool full = isFull();
+    const auto [runs, randomRuns] = extent();
+    const bool full = runs == 0;
     ExploreOptions options;
-    options.runs = full ? 0 : kQuickRuns;
+    options.runs = runs;
     Exploration exhaustive = full ? exploreFully(body) : explore(options, body);
     if (!passes(name, exhaustive) || std::getenv("MIREL_SCHEDULE"))
         return;
 
-    options.runs = full ? kFullRandomRuns : kQuickRandomRuns;
+    options.runs = randomRuns;
     for (const Search search : {Search::random, Search::pct}) {
         options.search = search;
         if (!passes(name, explore(options, body)))

@@ -9,7 +9,8 @@
 /// Explores one scenario; `body` is the body of each run. Prints one line about what was run.
 ///
 /// As the environment variable MIREL_SCHEDULES says: "quick" (the default), within a fraction of a
-/// second or a few, or "full", within about a minute.
+/// second or a few; "full", within about a minute; "brief", a tenth of the quick ones, for builds
+/// that look for something else than orders.
 ///
 /// `reaches`: what at least one run must reach (see `reached`). If none does, the scenario fails:
 /// it is not what its name says.
