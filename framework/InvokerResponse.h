@@ -40,5 +40,5 @@ public:
     bool claim();
 
 private:
-    Opaque<104> m_opaque;
+    Opaque<96> m_opaque;
 };

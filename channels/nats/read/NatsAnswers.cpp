@@ -48,11 +48,12 @@ void NatsAnswers::answer(Answer answer) {
         answer.data = tooLong("the answer", bytes.size(), most);
         bytes = encode(answer);
     }
-    tell(way->answersTo, std::move(bytes));
+    keep(way->answersTo, std::move(bytes));
     ++m_counters->answersSent;
     // The answer first: whoever dies between the two leaves a request that is run again, and not
     // one that is never answered.
     acknowledge(*way);
+    m_outbox->send();
 }
 
 bool NatsAnswers::abandon(Answer failure) {
@@ -85,6 +86,12 @@ void NatsAnswers::setLeases(const NatsLeases* leases) {
 void NatsAnswers::leaveRest() { m_leavesRest = true; }
 
 void NatsAnswers::tell(std::string answersTo, std::string bytes) {
+    keep(std::move(answersTo), std::move(bytes));
+    m_outbox->send();
+}
+
+/// Sends with what comes next, and keeps it until it is confirmed.
+void NatsAnswers::keep(std::string answersTo, std::string bytes) {
     {
         const Lock lock(m_mutex);
         const auto now = Clock::now();
@@ -92,7 +99,7 @@ void NatsAnswers::tell(std::string answersTo, std::string bytes) {
         const auto kept =
             m_unconfirmed.emplace(++m_last, Unconfirmed{std::move(answersTo), std::move(bytes), now,
                                                         now + kConfirmation, 2 * kConfirmation});
-        send(m_last, kept.first->second);
+        put(m_last, kept.first->second);
         while (m_unconfirmed.size() > kMostKept || m_keptBytes > kMostKeptBytes)
             forgetFirst();
     }
@@ -116,8 +123,8 @@ void NatsAnswers::tellForgotten() {
 }
 
 /// What cannot be sent now is repeated in its time.
-void NatsAnswers::send(std::uint64_t number, const Unconfirmed& answer) {
-    m_outbox->add({answer.answersTo, answer.bytes, m_inbox + "answers." + std::to_string(number)});
+void NatsAnswers::put(std::uint64_t number, const Unconfirmed& answer) {
+    m_outbox->put({answer.answersTo, answer.bytes, m_inbox + "answers." + std::to_string(number)});
 }
 
 void NatsAnswers::acknowledge(const std::string& callbackChannel) {
@@ -153,9 +160,10 @@ void NatsAnswers::repeat() {
             if (!connected || (now < answer.nextTime && !anew))
                 continue;
             answer.nextTime = now + std::exchange(answer.patience, 2 * answer.patience);
-            send(number, answer);
+            put(number, answer);
         }
     }
+    m_outbox->send();
     tellForgotten();
 }
 

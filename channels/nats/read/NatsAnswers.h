@@ -75,7 +75,8 @@ private:
     void acknowledge(const NatsReturn& way);
     void forgetFirst() MIREL_REQUIRES(m_mutex);
     void tellForgotten();
-    void send(std::uint64_t number, const Unconfirmed& answer);
+    void keep(std::string answersTo, std::string bytes);
+    void put(std::uint64_t number, const Unconfirmed& answer);
 
     const std::shared_ptr<NatsConnection> m_connection;
     const std::shared_ptr<NatsOutbox> m_outbox;

@@ -23,15 +23,25 @@ void NatsOutbox::stop() {
     m_added.notify_one();
 }
 
-void NatsOutbox::add(Item item) {
+void NatsOutbox::put(Item item) {
+    const Lock lock(m_mutex);
+    m_items.push_back(std::move(item));
+    ++m_addedSoFar;
+}
+
+void NatsOutbox::send() {
     {
         const Lock lock(m_mutex);
-        m_items.push_back(std::move(item));
-        ++m_addedSoFar;
-        if (m_items.size() > 1)
-            return; // the thread has been woken and has not looked yet
+        if (m_items.empty() || m_woken)
+            return;
+        m_woken = true;
     }
     m_added.notify_one();
+}
+
+void NatsOutbox::add(Item item) {
+    put(std::move(item));
+    send();
 }
 
 bool NatsOutbox::waitUntilSent(std::chrono::milliseconds patience) {
@@ -54,8 +64,9 @@ void NatsOutbox::run() {
     std::deque<Item> taken;
     Lock lock(m_mutex);
     while (!m_stop || !m_items.empty()) {
-        while (!m_stop && m_items.empty())
+        while (!m_stop && !m_woken)
             lock.wait(m_added);
+        m_woken = false; // before it looks, so that whoever adds from here on wakes it
         taken.swap(m_items);
         lock.unlock();
         for (const Item& item : taken)

@@ -35,8 +35,15 @@ public:
     /// Sends what has been added.
     ~NatsOutbox() override;
 
-    /// Any thread, which does not wait, under any lock.
+    // Any thread, which does not wait, under any lock.
+
+    /// The thread sends it in its turn.
     void add(Item item);
+
+    /// Not before something is added after it, or `send` is called: the thread is woken once for
+    /// what belongs together.
+    void put(Item item);
+    void send();
 
     /// Waits until all that has been added so far has been sent; false when that takes too long.
     bool waitUntilSent(std::chrono::milliseconds patience);
@@ -56,6 +63,8 @@ private:
     std::deque<Item> m_items MIREL_GUARDED_BY(m_mutex);
     std::uint64_t m_addedSoFar MIREL_GUARDED_BY(m_mutex) = 0;
     std::uint64_t m_sentSoFar MIREL_GUARDED_BY(m_mutex) = 0;
+    /// The thread has been told to look, and has not looked yet.
+    bool m_woken MIREL_GUARDED_BY(m_mutex) = false;
     bool m_stop MIREL_GUARDED_BY(m_mutex) = false;
 };
 
