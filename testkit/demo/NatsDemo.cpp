@@ -125,7 +125,7 @@ void NatsDemo::startHost(const std::string& name) {
     Process& host = *m_hosts.back().process;
     const auto hasItsShare = [share = kPartitions / m_hosts.size()](const std::string&,
                                                                     const std::string& errors) {
-        return occurrences(errors, "is ours") >= share;
+        return occurrences(errors, "is served here now") >= share;
     };
     require(host.waitFor("serving") && host.waitUntil(hasItsShare), name + " does not serve");
 }

@@ -17,7 +17,7 @@ matplotlib.rcParams.update({
 from matplotlib import pyplot
 
 COLOURS = ["#0072b2", "#e69f00", "#009e73", "#cc79a7"]
-_TENURE = re.compile(r"^(\S+ \S+) .*partition (\d+) (is ours|belongs to another host now)$")
+_TENURE = re.compile(r"^(\S+ \S+) .*partition (\d+) is (not )?served here (now|any more: .*)$")
 
 
 def tenures(hosts, end):
@@ -30,7 +30,7 @@ def tenures(hosts, end):
         for line in host["log"].splitlines():
             if found := _TENURE.match(line):
                 when = datetime.strptime(found[1], "%Y-%m-%d %H:%M:%S.%f").timestamp()
-                changes.append((when, int(found[2]), name if found[3] == "is ours" else None, name))
+                changes.append((when, int(found[2]), None if found[3] else name, name))
 
     result, held = [], {}  # partition -> (host, from)
     for when, partition, owner, speaker in sorted(changes, key=lambda change: change[0]):
