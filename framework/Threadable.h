@@ -5,7 +5,7 @@
 
 #include <string>
 
-/// An object with a thread body. `Threader` starts an OS thread that calls `run()`. The OS thread
+/// An object with a thread body. `Threader` finds an OS thread that calls `run()`. The OS thread
 /// may detach itself (`pthread_detach`) before it ends; who waits for it then returns when its body
 /// has ended, as there is nothing left to join.
 ///
@@ -34,14 +34,16 @@ public:
     virtual std::string type();
 
     /// Identifier of the OS thread that runs this object, a value that `pthread_detach` accepts.
-    /// Valid before `run()` begins; 0 while no thread has been started.
+    /// Valid before `run()` begins; 0 while no thread has been started. When `run()` has ended, the
+    /// OS thread may run another object, and the identifier is that one's, too.
     unsigned long threadId() const;
 
     /// Identifier of the calling thread.
     static unsigned long currentThreadId();
 
-    /// Returns when this object's OS thread has ended; at once when none was started or when it
-    /// has been waited for before. Not to be called on that thread itself.
+    /// Returns when this object's OS thread has ended or has been kept for other objects; at once
+    /// when none was started or when it has been waited for before. Does not wait for another
+    /// object. Not to be called on that thread itself.
     void waitForThreadCompletion();
 
 private:

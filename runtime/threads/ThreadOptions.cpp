@@ -2,6 +2,7 @@
 
 #include "framework/MirelException.h"
 #include "runtime/threads/Mutex.h"
+#include "runtime/threads/ThreadKeeper.h"
 
 #include <limits>
 #include <string>
@@ -11,11 +12,26 @@ namespace mirel {
 namespace {
 
 struct CurrentOptions {
+    CurrentOptions() { keep(); }
+
+    void set(const ThreadOptions& wanted) {
+        const Lock lock(mutex);
+        static_cast<ThreadOptions&>(options) = wanted;
+        ++options.version;
+        keep();
+    }
+
+    void keep() {
+        keeper.setLimits(options.version, static_cast<std::size_t>(options.keptThreads),
+                         options.keptFor);
+    }
+
     Mutex mutex;
-    ThreadOptions options MIREL_GUARDED_BY(mutex);
+    VersionedThreadOptions options MIREL_GUARDED_BY(mutex);
+    ThreadKeeper keeper;
 };
 
-/// Never destroyed: threads may be started until the process is gone.
+/// Never destroyed: threads may be started, and rest, until the process is gone.
 CurrentOptions& current() {
     static CurrentOptions& theCurrent = *new CurrentOptions;
     return theCurrent;
@@ -39,14 +55,19 @@ void setThreadOptions(const ThreadOptions& options) {
                              __FILE__, __LINE__);
     checkRange("niceStep", options.niceStep, 0, 9);
     checkRange("realTimePriority", options.realTimePriority, 0, 97);
+    checkRange("keptThreads", options.keptThreads, 0, 100'000);
+    checkRange("keptFor (ms)", options.keptFor.count(), 0, 86'400'000);
     checkRange("startPatience (ms)", options.startPatience.count(), 0, 3'600'000);
-    const Lock lock(current().mutex);
-    current().options = options;
+    current().set(options);
 }
 
-ThreadOptions threadOptions() {
+VersionedThreadOptions versionedThreadOptions() {
     const Lock lock(current().mutex);
     return current().options;
 }
+
+ThreadOptions threadOptions() { return versionedThreadOptions(); }
+
+ThreadKeeper& threadKeeper() { return current().keeper; }
 
 } // namespace mirel

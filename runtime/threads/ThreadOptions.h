@@ -27,12 +27,25 @@ struct ThreadOptions {
     /// (0 to 2). 0: off. Needs the privilege. Range 0 to 97.
     int realTimePriority = 0;
 
+    /// The OS thread of an object that has ended rests for a while and runs the next object of its
+    /// priority, because making one costs more than most requests. At most so many rest at a time,
+    /// each with its stack. 0: none does. Up to 100000.
+    int keptThreads = 512;
+
+    /// How long one rests before it ends. Up to a day.
+    std::chrono::milliseconds keptFor{10'000};
+
     /// How long a refused thread start is tried again before it is reported. Up to an hour.
     std::chrono::milliseconds startPatience{1000};
 };
 
-/// `MirelException` for a value out of range; nothing changes then.
+/// `MirelException` for a value out of range; nothing changes then. OS threads that rest end.
 void setThreadOptions(const ThreadOptions& options);
 ThreadOptions threadOptions();
+
+struct VersionedThreadOptions : ThreadOptions {
+    unsigned long version = 0; ///< another one after each `setThreadOptions`
+};
+VersionedThreadOptions versionedThreadOptions();
 
 } // namespace mirel

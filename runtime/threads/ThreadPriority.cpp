@@ -46,8 +46,10 @@ void check(const std::string& wanted, int error) {
 
 int niceValueOf(pid_t thread) { return getpriority(PRIO_PROCESS, static_cast<id_t>(thread)); }
 
+int clampedPriority(int priority) { return std::clamp(priority, 0, kHighestPriority); }
+
 void applyThreadPriority(const ThreadOptions& options, int priority) {
-    priority = std::clamp(priority, 0, kHighestPriority);
+    priority = clampedPriority(priority);
     if (options.realTimePriority > 0) {
         sched_param parameters{};
         parameters.sched_priority = options.realTimePriority + priority;

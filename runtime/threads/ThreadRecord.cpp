@@ -6,9 +6,6 @@
 
 namespace mirel {
 
-namespace {
-
-/// Whether nobody has detached the calling thread, so that it has to be joined.
 bool callingThreadIsJoinable() {
     pthread_attr_t attributes;
     if (pthread_getattr_np(pthread_self(), &attributes) != 0)
@@ -18,6 +15,8 @@ bool callingThreadIsJoinable() {
     pthread_attr_destroy(&attributes);
     return detachState == PTHREAD_CREATE_JOINABLE;
 }
+
+namespace {
 
 /// Joins a thread that is at its end. Not to be interrupted: nobody else would do it.
 void join(pthread_t thread) {
@@ -55,23 +54,17 @@ void ThreadRecord::started(unsigned long start, pthread_t thread) {
     m_thread = thread;
 }
 
-void ThreadRecord::letBegin(unsigned long start) {
-    const Lock lock(m_mutex);
-    m_begun = start;
-    m_changed.notify_all();
-}
-
-void ThreadRecord::waitToBegin(unsigned long start) {
-    Lock lock(m_mutex);
-    while (m_begun != start)
-        lock.wait(m_changed);
-}
-
 void ThreadRecord::ended(unsigned long start) {
+    endAs(callingThreadIsJoinable() ? eEnded : eGone, start);
+}
+
+void ThreadRecord::left(unsigned long start) { endAs(eGone, start); }
+
+void ThreadRecord::endAs(State state, unsigned long start) {
     const Lock lock(m_mutex);
     if (m_started != start)
         return;
-    m_state = callingThreadIsJoinable() ? eEnded : eGone;
+    m_state = state;
     m_changed.notify_all();
 }
 

@@ -7,6 +7,9 @@
 
 namespace mirel {
 
+/// Whether nobody has detached the calling thread, so that it has to be joined.
+bool callingThreadIsJoinable();
+
 /// What the framework knows of the OS thread that runs one `Threadable`; shared by the object, its
 /// copies, the starter and the OS thread, so that it outlives whichever of them goes first.
 ///
@@ -29,18 +32,16 @@ public:
     /// ended is joined. `MirelException` when there is one that runs, other than the calling one.
     unsigned long nextStart();
 
-    /// Makes `thread` the record's OS thread. It does not begin its work yet.
+    /// Makes `thread` the record's OS thread. It has not begun its work yet.
     void started(unsigned long start, pthread_t thread);
 
-    /// Lets it begin.
-    void letBegin(unsigned long start);
+    // For the OS thread. Without effect when there has been another start since.
 
-    // For the OS thread.
-
-    void waitToBegin(unsigned long start);
-
-    /// The last step of the OS thread. Without effect when there has been another start since.
+    /// The last step of the OS thread.
     void ended(unsigned long start);
+
+    /// The OS thread goes on to something else: whoever waits need not wait for its end.
+    void left(unsigned long start);
 
     // For everybody else.
 
@@ -55,13 +56,13 @@ private:
         eJoining, ///< by the one waiter that found it ended
     };
 
+    void endAs(State state, unsigned long start);
+
     Mutex m_mutex;
     std::condition_variable m_changed;
     State m_state MIREL_GUARDED_BY(m_mutex) = eGone;
     /// Number of the last start.
     unsigned long m_started MIREL_GUARDED_BY(m_mutex) = 0;
-    /// Number of the last start that was let begin.
-    unsigned long m_begun MIREL_GUARDED_BY(m_mutex) = 0;
     pthread_t m_thread MIREL_GUARDED_BY(m_mutex){};
 };
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Runs the scenarios with each build of the library that has a fault seeded (see faults/), and says
-# which scenario finds it, and after how many schedules. Fails when one is not found.
+# Runs the scenarios with each build of the library, or of the runtime's threads, that has a fault
+# seeded (see faults/), and says which scenario finds it, and after how many schedules. Fails when one is not found.
 #
 # usage: check-faults.sh BUILD [--markdown] [FAULT...]
 #
@@ -15,7 +15,8 @@ jobs=2
 here=$(realpath "$(dirname "$0")")
 build=$(realpath "$1")
 shift
-program=$build/bin/schedules_test
+schedules=$build/bin/schedules_test
+threads=$build/bin/kept_threads_steps_test
 libraries=$build/tests/schedules/faults
 
 # scenarios DIRECTORY: runs the scenarios, up to the first that fails, with the library in DIRECTORY;
@@ -24,11 +25,18 @@ scenarios() {
     LD_LIBRARY_PATH=$1 timeout "$limit" "$program" --gtest_fail_fast 2>&1
 }
 
+# A fault of the runtime is in a program of its own.
+programOf() {
+    local own=$libraries/$1/$(basename "$threads")
+    if [ -x "$own" ]; then echo "$own"; else echo "$schedules"; fi
+}
+
 # check FAULT: writes what comes of it to a file, as a line of fields separated by tabs.
 check() {
-    local fault=$1 directory=$libraries/$1 status=0 mode
+    local fault=$1 directory=$libraries/$1 status=0 mode program
+    program=$(programOf "$fault")
     # The program has a path of its own to the library, which must not come first.
-    LD_LIBRARY_PATH=$directory LD_TRACE_LOADED_OBJECTS=1 "$program" |
+    [ "$program" != "$schedules" ] || LD_LIBRARY_PATH=$directory LD_TRACE_LOADED_OBJECTS=1 "$program" |
         grep -F "=> $directory/liblibrary_in_steps.so" >/dev/null || {
         echo "$fault: the program does not load the library that has it" >&2
         exit 255 # stops xargs
@@ -70,14 +78,17 @@ case ${1:-} in
     ;;
 esac
 
-cmake --build "$build" --target schedules_test faulty_libraries -- -j$jobs --quiet
+cmake --build "$build" --target schedules_test kept_threads_steps_test faulty_libraries -- \
+    -j$jobs --quiet
 
 log=$libraries/log
-scenarios "" >"$log" || {
-    cat "$log" >&2
-    echo "$(basename "$0"): the scenarios fail without a seeded fault" >&2
-    exit 2
-}
+for program in "$schedules" "$threads"; do
+    scenarios "" >"$log" || {
+        cat "$log" >&2
+        echo "$(basename "$0"): the scenarios fail without a seeded fault" >&2
+        exit 2
+    }
+done
 
 if [ $# -eq 0 ]; then
     set -- "$here"/faults/*.patch

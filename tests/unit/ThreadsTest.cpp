@@ -4,6 +4,7 @@
 #include "runtime/threads/ThreadOptions.h"
 #include "runtime/threads/ThreadStartHook.h"
 #include "tests/unit/Support.h"
+#include "tests/unit/ThreadsSupport.h"
 
 #include <csignal>
 #include <cxxabi.h>
@@ -75,32 +76,6 @@ TEST(Semaphore, MayBeDestroyedAsSoonAsItIsTaken) {
     }
 }
 
-class Body : public Threadable {
-public:
-    explicit Body(std::function<void(Body&)> body, int priority = 1)
-        : m_body(std::move(body)),
-          m_priority(priorityOf(priority)) {}
-
-    void run() override { m_body(*this); }
-    MirelThreadPriority getThreadPriorityForPlatform() override { return m_priority; }
-
-private:
-    const std::function<void(Body&)> m_body;
-    const MirelThreadPriority m_priority;
-};
-
-unsigned long start(Threadable& threadable, const std::string& name = "") {
-    unsigned long id = 0;
-    EXPECT_EQ(Threader().createThread(id, &threadable, name, 1, 0), 0);
-    return id;
-}
-
-void runToItsEnd(std::function<void(Body&)> body, int priority = 1, const std::string& name = "") {
-    Body threadable(std::move(body), priority);
-    start(threadable, name);
-    threadable.waitForThreadCompletion();
-}
-
 /// Expects that the thread cannot be started, for a reason that contains `why`, and that nothing
 /// has changed then.
 void expectNoStart(Threadable& threadable, const std::string& why) {
@@ -144,6 +119,7 @@ TEST_F(Threads, IdentifierIsValidBeforeTheBodyBegins) {
 }
 
 TEST_F(Threads, CopiesWaitForAnObjectThatDeletesItself) {
+    mirel::setThreadOptions({.keptThreads = 0}); // so that they wait for the OS thread, too
     for (int round = 0; round < 200; ++round) {
         std::atomic<bool> gone{false};
         Gate letGo;
@@ -171,7 +147,7 @@ TEST_F(Threads, ThatNobodyWaitsForAreGivenBack) {
     constexpr std::size_t kRounds = 200;
     static std::atomic<std::size_t> runs; // outlives the last thread's last access
     runs = 0;
-    mirel::setThreadOptions({.stackSize = kStack});
+    mirel::setThreadOptions({.stackSize = kStack, .keptThreads = 0});
     std::vector<std::unique_ptr<Body>> copies; // must leave a thread alone that is gone already
     const auto addressSpaceInUse = [] {
         std::size_t pages = 0;

@@ -59,6 +59,18 @@ void addThreadOptions(CLI::App& app, HostOptions& options) {
                    "the privilege; 0: off")
         ->check(CLI::Range(0, 97))
         ->capture_default_str();
+    app.add_option("--kept-threads", options.threads.keptThreads,
+                   "Threads that may rest after a worker has ended, for the next one; 0: none")
+        ->check(CLI::Range(0, 100000))
+        ->capture_default_str();
+    app.add_option_function<int>(
+           "--kept-for",
+           [&options](int milliseconds) {
+               options.threads.keptFor = std::chrono::milliseconds(milliseconds);
+           },
+           "Milliseconds for which one rests")
+        ->check(CLI::Range(0, 86400000))
+        ->default_str(std::to_string(options.threads.keptFor.count()));
     app.add_option("--stack-size", options.threads.stackSize, "Stack of each thread, in bytes")
         ->check(CLI::Range(std::size_t{65536}, std::size_t{1} << 30))
         ->capture_default_str();
