@@ -28,5 +28,7 @@ public:
     virtual void give();
 
 private:
+    friend class CriticalSection;
+
     Opaque<16> m_opaque;
 };

@@ -51,6 +51,8 @@ call --load "$requests" --sources "$sources" --source account --priorities 0,1,2
     --interface Ledger --protocol text --data 'post {source} {n}' >"$dir/load" ||
     { cat "$dir/load" >&2; fail "the load did not go through"; }
 sed 's/^/     /' "$dir/load"
+echo "   A source's requests keep their order at any priority, so one of priority 2 also waits for"
+echo "   those of priority 0 that its source sent before it. That is why these lines are alike."
 
 echo "4. Every account must hold the sum of 1 to $each, which is $balance."
 for ((i = 1; i <= sources; ++i)); do

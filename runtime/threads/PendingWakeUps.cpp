@@ -1,14 +1,10 @@
 #include "runtime/threads/PendingWakeUps.h"
 
-#include <linux/futex.h>
-#include <sys/syscall.h>
-#include <unistd.h>
+#include "runtime/threads/Futex.h"
 
 namespace mirel {
 
-void PendingWakeUps::wakeOne(const void* address) {
-    syscall(SYS_futex, address, FUTEX_WAKE_PRIVATE, 1);
-}
+void PendingWakeUps::wakeOne(const void* address) { futexWake(address); }
 
 void PendingWakeUps::wake(const void* address) {
     if (m_locks > 0 && m_count < m_addresses.size())

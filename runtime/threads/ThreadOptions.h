@@ -24,7 +24,12 @@ struct ThreadOptions {
     bool workersYield = true;
 
     /// Runs threads under SCHED_RR instead, at this real-time priority plus the thread's priority
-    /// (0 to 2). 0: off. Needs the privilege. Range 0 to 97.
+    /// (0 to 2). 0: off. Range 0 to 97. Needs CAP_SYS_NICE, or an RLIMIT_RTPRIO that is no
+    /// lower; without it threads keep what they have, and the log says so.
+    ///
+    /// The owner of a `CriticalSection` then runs at the priority of the most important thread that
+    /// waits for it. That needs Linux 5.14, and goes for semaphores that are made after this was
+    /// set: set it before pools and executors are made.
     int realTimePriority = 0;
 
     /// The OS thread of an object that has ended rests for a while and runs the next object of its

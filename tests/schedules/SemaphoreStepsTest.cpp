@@ -3,23 +3,30 @@
 
 #include "framework/MirelException.h"
 #include "framework/Threadable.h"
+#include "runtime/threads/Futex.h"
+#include "runtime/threads/ThreadOptions.h"
 #include "simulated/Exploration.h"
 #include "simulated/Simulation.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <linux/futex.h>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
-#include <sys/syscall.h>
-#include <unistd.h>
 #include <vector>
+
+#define Semaphore RuntimeSemaphore
+#define CriticalSection RuntimeCriticalSection
+#include "runtime/threads/CriticalSection.cpp"
+#include "runtime/threads/PendingWakeUps.cpp"
+#include "runtime/threads/Semaphore.cpp"
+#include "runtime/threads/Units.cpp"
+#undef CriticalSection
+#undef Semaphore
 
 namespace {
 
@@ -27,102 +34,175 @@ using namespace mirel::simulated;
 
 struct Sleeper {
     const void* address;
+    std::uint32_t thread;
     bool woken = false;
 };
 
-std::vector<Sleeper*> sleepers; ///< of the run
+// Of the run.
+std::vector<Sleeper*> sleepers;
+std::map<unsigned long, mirel::PendingWakeUps> pendingOfThreads;
+int realTimePriority = 0;
+int sleptForAUnit = 0;
 
-/// What the kernel does: compares and goes to sleep in one step; may also wake without a reason.
-int futexWait(std::atomic<std::uint32_t>& word, std::uint32_t value, bool timed) {
-    point(&word, "futex wait");
-    if (word.load(std::memory_order_relaxed) != value) {
-        errno = EAGAIN;
-        return -1;
-    }
-    Sleeper self{&word};
+/// False when the time was over first.
+bool sleepOn(const void* address, const mirel::Deadline& deadline) {
+    Sleeper self{address, mirel::futexThread()};
     sleepers.push_back(&self);
     const bool woken =
         waitUntil([&self] { return self.woken; }, "futex sleep",
-                  timed ? std::optional(std::chrono::milliseconds(1)) : std::nullopt);
+                  deadline ? std::optional(std::chrono::milliseconds(1)) : std::nullopt);
     std::erase(sleepers, &self);
-    errno = ETIMEDOUT;
-    return woken ? 0 : -1;
+    return woken;
 }
 
-/// Looks at the address only: what was there may be gone.
-int futexWake(const void* address) {
-    point(&sleepers, "futex wake");
+/// One of those who sleep there, not woken any more; null if there is none.
+Sleeper* pickSleeper(const void* address) {
     std::vector<Sleeper*> here;
     std::copy_if(sleepers.begin(), sleepers.end(), std::back_inserter(here),
                  [&](const Sleeper* s) { return s->address == address && !s->woken; });
-    if (!here.empty())
-        here[static_cast<std::size_t>(pick(static_cast<int>(here.size())))]->woken = true;
-    return 0;
+    if (here.empty())
+        return nullptr;
+    Sleeper* const picked = here[static_cast<std::size_t>(pick(static_cast<int>(here.size())))];
+    picked->woken = true;
+    return picked;
 }
 
-template <typename Time>
-long futex(long, std::atomic<std::uint32_t>* word, int, std::uint32_t value, Time* deadline,
-           std::nullptr_t, std::uint32_t) {
-    return futexWait(*word, value, deadline != nullptr);
-}
-long futex(long, const void* address, int, int) { return futexWake(address); }
-
-} // namespace
-
-#define syscall futex
-#define Semaphore RuntimeSemaphore
-#define CriticalSection RuntimeCriticalSection
-#include "runtime/threads/CriticalSection.cpp"
-#include "runtime/threads/PendingWakeUps.cpp"
-#include "runtime/threads/Semaphore.cpp"
-#undef CriticalSection
-#undef Semaphore
-#undef syscall
-
-namespace {
-
-std::map<unsigned long, mirel::PendingWakeUps> pendingOfThreads; ///< of the run
+/// The word as the kernel sees it, to which several accesses are one step.
+std::uint32_t& valueOf(mirel::FutexWord& word) { return reinterpret_cast<std::uint32_t&>(word); }
 
 } // namespace
 
 namespace mirel {
 
+// What the kernel does: compares and goes to sleep in one step.
+
+bool futexWait(FutexWord& word, std::uint32_t value, const Deadline& deadline) {
+    point(&word, "futex wait");
+    if (valueOf(word) != value)
+        return true;
+    ++sleptForAUnit;
+    return sleepOn(&word, deadline);
+}
+
+void futexWake(const void* address) {
+    point(&sleepers, "futex wake");
+    pickSleeper(address);
+}
+
+bool futexOwn(FutexWord& word, const Deadline& deadline) {
+    point(&word, "futex own");
+    if (valueOf(word) == 0) {
+        valueOf(word) = futexThread();
+        return true;
+    }
+    valueOf(word) |= FUTEX_WAITERS;
+    return sleepOn(&word, deadline);
+}
+
+void futexDisown(FutexWord& word) {
+    point(&word, "futex disown");
+    require((valueOf(word) & FUTEX_TID_MASK) == futexThread(), "disowned by who is not the owner");
+    const Sleeper* const next = pickSleeper(&word);
+    valueOf(word) = next ? next->thread | FUTEX_WAITERS : 0;
+}
+
+std::uint32_t futexThread() { return static_cast<std::uint32_t>(Threadable::currentThreadId()); }
+bool futexHasOwners() { return true; }
+
+ThreadOptions threadOptions() { return {.realTimePriority = realTimePriority}; }
+int mostLockSpins() { return 1; }
+
 PendingWakeUps& PendingWakeUps::ofThisThread() {
     return pendingOfThreads[Threadable::currentThreadId()];
 }
-
-int mostLockSpins() { return 1; }
 
 } // namespace mirel
 
 namespace {
 
+/// Without real-time priorities, and with them.
 void expectAllSchedulesToPass(const std::function<void()>& body, unsigned preemptions = 3) {
-    const Exploration result = explore({.preemptions = preemptions}, [&body] {
-        sleepers.clear();
-        pendingOfThreads.clear();
-        body();
-    });
-    EXPECT_TRUE(result && result.covered == static_cast<int>(preemptions)) << result;
-    std::cout << result << std::endl;
+    for (realTimePriority = 0; realTimePriority < 2; ++realTimePriority) {
+        const Exploration result = explore({.preemptions = preemptions}, [&body] {
+            sleepers.clear();
+            pendingOfThreads.clear();
+            sleptForAUnit = 0;
+            body();
+        });
+        EXPECT_TRUE(result && result.covered == static_cast<int>(preemptions))
+            << "real-time priority " << realTimePriority << ": " << result;
+        std::cout << result << std::endl;
+    }
 }
 
-TEST(SemaphoreSteps, IsALock) {
-    expectAllSchedulesToPass([] {
-        RuntimeSemaphore lock(1, 1, false);
-        int inside = 0;
-        int done = 0;
-        for (int i = 0; i < 3; ++i)
-            spawn("user", [&] {
-                lock.take(-1);
+/// Holds a lock while it calls the function.
+using Way = void (*)(RuntimeSemaphore&, const std::function<void()>&);
+
+void useALock(const std::vector<Way>& ways) {
+    RuntimeSemaphore lock(1, 1, false);
+    int inside = 0;
+    int done = 0;
+    for (const Way way : ways)
+        spawn("user", [&, way] {
+            way(lock, [&] {
                 require(++inside == 1, "two inside");
                 point(&inside);
                 --inside;
-                lock.give();
+            });
+            ++done;
+        });
+    waitUntil([&] { return done == static_cast<int>(ways.size()); });
+}
+
+void bySection(RuntimeSemaphore& lock, const std::function<void()>& use) {
+    const RuntimeCriticalSection section(lock);
+    use();
+}
+
+void byHand(RuntimeSemaphore& lock, const std::function<void()>& use) {
+    lock.take(-1);
+    use();
+    lock.give();
+}
+
+void impatiently(RuntimeSemaphore& lock, const std::function<void()>& use) {
+    if (lock.take(5)) {
+        use();
+        lock.give();
+    }
+}
+
+TEST(SemaphoreSteps, IsALock) {
+    expectAllSchedulesToPass([] { useALock({byHand, byHand, byHand}); });
+    expectAllSchedulesToPass([] { useALock({bySection, byHand, impatiently}); }, 2);
+}
+
+TEST(SemaphoreSteps, WhoWaitsForASectionWaitsForItsOwner) {
+    expectAllSchedulesToPass([] {
+        useALock({bySection, bySection, bySection});
+        require(realTimePriority == 0 || sleptForAUnit == 0, "nobody's priority was raised");
+    });
+}
+
+TEST(SemaphoreSteps, IsTakenBySomebodyIfItIsGivenByAnother) {
+    for (const int timeout : {0, 5})
+        expectAllSchedulesToPass([timeout] {
+            RuntimeSemaphore lock(1, 1, false);
+            lock.take(-1);
+            int taken = 0;
+            int done = 0;
+            spawn("impatient", [&] {
+                taken += lock.take(timeout);
                 ++done;
             });
-        waitUntil([&] { return done == 3; });
-    });
+            spawn("giver", [&] {
+                lock.give();
+                taken += lock.take(0);
+                ++done;
+            });
+            waitUntil([&] { return done == 2; });
+            require(taken == 1, "the unit was refused to both, or given to both");
+        });
 }
 
 TEST(SemaphoreSteps, LosesNoUnitAtATimeout) {
@@ -173,6 +253,23 @@ TEST(SemaphoreSteps, MayBeDestroyedAsSoonAsItHasBeenTaken) {
     });
 }
 
+TEST(SemaphoreSteps, MayBeDestroyedAsSoonAsItsLastSectionIsOver) {
+    for (const Way way : {bySection, byHand})
+        expectAllSchedulesToPass([way] {
+            auto* const lock = new RuntimeSemaphore(1, 1, false);
+            bool inside = false;
+            bool done = false;
+            spawn("last", [&] {
+                bySection(*lock, [&] { inside = true; });
+                done = true;
+            });
+            waitUntil([&] { return inside; });
+            way(*lock, [] {});
+            delete lock;
+            waitUntil([&] { return done; });
+        });
+}
+
 TEST(SemaphoreSteps, WakesWhoItOwesThatWhenTheLockIsReleased) {
     expectAllSchedulesToPass([] {
         RuntimeSemaphore outer(1, 1, false);
@@ -181,11 +278,11 @@ TEST(SemaphoreSteps, WakesWhoItOwesThatWhenTheLockIsReleased) {
         int done = 0;
         spawn("worker", [&] {
             work.take(-1);
-            const RuntimeCriticalSection lock(outer);
-            ++done;
+            bySection(outer, [] {});
+            ++done; // not before it has left the lock, which may be gone then
         });
         spawn("visitor", [&] {
-            const RuntimeCriticalSection lock(inner);
+            bySection(inner, [] {});
             ++done;
         });
         {

@@ -1,5 +1,6 @@
 #include "tests/system/ProgramsFixture.h"
 
+#include <cstdio>
 #include <functional>
 #include <thread>
 
@@ -50,6 +51,42 @@ TEST_F(CallTest, ALoadFillsInSourcesAndNumbersInTurn) {
     EXPECT_EQ(seen[2], "s-3 1 at 0");
     EXPECT_EQ(seen[3], "s-1 2 at 2");
     EXPECT_EQ(seen[99], "s-1 34 at 2");
+}
+
+std::string lineWith(const std::string& text, const std::string& begin) {
+    const std::size_t at = text.find('\n' + begin);
+    return at == std::string::npos ? "" : text.substr(at + 1, text.find('\n', at + 1) - at - 1);
+}
+
+TEST_F(CallTest, ALoadComparesThePrioritiesThatItUses) {
+    std::vector<CommsChannelDataContainerMessage> low; // answered when all others have been
+    int left = 100;
+    serve([&](CommsChannelDataContainerMessage& msg) {
+        if (msg.priority() == ePriorityLow)
+            low.push_back(msg);
+        else
+            answer(msg, "");
+        if (--left == 0)
+            for (auto& each : low)
+                answer(each, "");
+    });
+    const std::string report = load({"--priorities", "0,2"}).output;
+    const std::string reportOfOne = load({"--priorities", "2,2"}).output;
+    stop();
+    long p50[3]{};
+    long max[3]{};
+    const char* const labels[] = {"latency:    ", "priority 0: ", "priority 2: "};
+    for (std::size_t i = 0; i < 3; ++i) {
+        const std::string line = lineWith(report, labels[i]);
+        const std::string format = labels[i] + std::string("p50 %ld us, p99 %*d us, max %ld us");
+        EXPECT_EQ(std::sscanf(line.c_str(), format.c_str(), &p50[i], &max[i]), 2) << report;
+        EXPECT_EQ(line.find(", p99"), lineWith(report, labels[0]).find(", p99")) << report;
+    }
+    EXPECT_LT(p50[2], p50[1]) << report;
+    EXPECT_LT(max[2], max[1]) << report;
+    EXPECT_EQ(max[0], max[1]) << report;
+    EXPECT_EQ(lineWith(report, "priority 1"), "") << report;
+    EXPECT_EQ(lineWith(reportOfOne, "priority"), "") << reportOfOne;
 }
 
 TEST_F(CallTest, ALoadFindsOutWhatIsWrongWithItsAnswers) {

@@ -1,3 +1,4 @@
+#include "framework/CriticalSection.h"
 #include "framework/Semaphore.h"
 #include "framework/Threadable.h"
 #include "framework/Threader.h"
@@ -13,6 +14,7 @@
 #include <gmock/gmock.h>
 #include <linux/capability.h>
 #include <pthread.h>
+#include <sched.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <thread>
@@ -295,6 +297,52 @@ TEST_F(Threads, OfLowerPrioritiesYield) {
         runToItsEnd([&](Body&) { runToItsEnd(look, c.priority); }, 1);
         EXPECT_EQ(seen, c.policy) << c.priority;
     }
+}
+
+/// Whether threads may have real-time priorities here.
+bool mayBeRealTime() {
+    bool may = false;
+    std::jthread([&may] {
+        const sched_param lowest{.sched_priority = 1};
+        may = pthread_setschedparam(pthread_self(), SCHED_RR, &lowest) == 0;
+    });
+    return may;
+}
+
+TEST_F(Threads, OfRealTimeLendTheirPriorityToWhoHoldsALock) {
+    if (!mayBeRealTime())
+        GTEST_SKIP() << "needs the privilege to run threads under SCHED_RR";
+    mirel::setThreadOptions({.realTimePriority = 10});
+    Semaphore lock(1, 1, false);
+    std::atomic<bool> lockIsWantedNow{false};
+    std::atomic<bool> otherHasRun{false};
+    bool otherWasFirst = true;
+    Body other([&](Body&) { otherHasRun = true; }, 1);
+    Body urgent(
+        [&](Body&) {
+            start(other); // gets the processor when this thread waits
+            lockIsWantedNow = true;
+            const CriticalSection section(lock);
+            otherWasFirst = otherHasRun;
+        },
+        2);
+    runToItsEnd(
+        [&](Body&) {
+            // On one processor from here on, as the threads that it starts.
+            cpu_set_t one;
+            CPU_ZERO(&one);
+            CPU_SET(static_cast<std::size_t>(sched_getcpu()), &one);
+            sched_setaffinity(0, sizeof one, &one);
+            const CriticalSection section(lock);
+            start(urgent);
+            while (!lockIsWantedNow)
+                sched_yield();
+        },
+        0);
+    urgent.waitForThreadCompletion();
+    other.waitForThreadCompletion();
+    EXPECT_FALSE(otherWasFirst) << "the lock's owner waited for a thread less urgent than "
+                                   "the one that waited for the lock";
 }
 
 /// Takes from this thread, and from those it starts, the right to lower their nice value.

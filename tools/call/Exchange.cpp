@@ -24,7 +24,7 @@ void Exchange::send(CommsChannelDataContainerMessage& msg) {
         ++m_outcome.unanswered;
         m_listener.unanswered(msg.sourceChannel());
     } else if (isInvokerRequest(msg)) {
-        m_waiting.emplace(m_lastId, Request{msg.sourceChannel(), Clock::now()});
+        m_waiting.emplace(m_lastId, Request{msg.sourceChannel(), msg.priority(), Clock::now()});
     } else {
         m_listener.sent(msg.sourceChannel());
     }
@@ -63,8 +63,9 @@ void Exchange::take(const Answer& answer) {
     last = std::max(last, answer.requestId);
     if (!answer.succeeded)
         ++m_outcome.failed;
+    const MirelThreadPriority priority = request->second.priority;
     m_waiting.erase(request);
-    m_listener.answered(answer, latency);
+    m_listener.answered(answer, priority, latency);
 }
 
 void Exchange::giveUpLateOnes() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "channels/Caller.h"
+#include "framework/MirelThreadPriority.h"
 
 #include <chrono>
 #include <cstddef>
@@ -22,7 +23,8 @@ public:
     public:
         virtual ~Listener() = default;
         virtual void sent(const std::string& source) = 0; ///< a message that is not answered
-        virtual void answered(const Answer& answer, Clock::duration latency) = 0;
+        virtual void answered(const Answer& answer, MirelThreadPriority priority,
+                              Clock::duration latency) = 0;
         virtual void unanswered(const std::string& source) = 0; ///< within the deadline
     };
 
@@ -52,6 +54,7 @@ public:
 private:
     struct Request {
         std::string source;
+        MirelThreadPriority priority;
         Clock::time_point sent;
     };
 

@@ -2,6 +2,7 @@
 
 #include "call/Exchange.h"
 
+#include <map>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -13,8 +14,9 @@ struct LoadReport {
     unsigned long requests = 0;
     unsigned long sources = 0;
     std::chrono::duration<double> time{};
-    std::vector<Exchange::Clock::duration> latencies; ///< of the answered requests
-    std::string firstFailure;                         ///< its text
+    /// Of the answered requests, by their priority.
+    std::map<MirelThreadPriority, std::vector<Exchange::Clock::duration>> latencies;
+    std::string firstFailure; ///< its text
     Exchange::Outcome outcome;
 };
 

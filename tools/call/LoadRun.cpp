@@ -24,11 +24,12 @@ public:
 
     void sent(const std::string&) override {}
 
-    void answered(const Answer& answer, Exchange::Clock::duration latency) override {
-        m_report.latencies.push_back(latency);
+    void answered(const Answer& answer, MirelThreadPriority priority,
+                  Exchange::Clock::duration latency) override {
+        m_report.latencies[priority].push_back(latency);
         if (!answer.succeeded && m_report.firstFailure.empty())
             m_report.firstFailure = answer.sourceChannel + ": " + answer.data;
-        m_bar.show(m_report.latencies.size());
+        m_bar.show(++m_answers);
         if (m_timeline)
             m_timeline->answered();
     }
@@ -39,6 +40,7 @@ private:
     LoadReport& m_report;
     ProgressBar& m_bar;
     std::optional<Timeline>& m_timeline;
+    unsigned long m_answers = 0;
 };
 
 std::string replaced(std::string text, std::string_view placeholder, const std::string& value) {

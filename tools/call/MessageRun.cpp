@@ -15,7 +15,7 @@ public:
 
     void sent(const std::string& source) override { std::cout << source << ": sent\n"; }
 
-    void answered(const Answer& answer, Exchange::Clock::duration) override {
+    void answered(const Answer& answer, MirelThreadPriority, Exchange::Clock::duration) override {
         std::cout << answer.sourceChannel << (answer.succeeded ? ": " : ": failed: ") << answer.data
                   << '\n';
     }
