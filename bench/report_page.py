@@ -39,10 +39,10 @@ SECTIONS = {
     "tails": "`PERCENT/COST`: requests of eight sources arrive at random, at that share of the rate"
     " that the contestant itself was just seen to reach. `arrival answer` counts from when a"
     " request was due, so with all waits.",
-    "churn": "As `throughput`, with more busy sources than kept workers. What comes from a source"
-    " without a worker gets a temporary one.",
-    "failing": "As `throughput`, with handlers that do nothing but throw at each tenth request; this"
-    " library makes a report of each.",
+    "churn": "More busy sources than kept workers, 256 requests on their way. A request gets a"
+    " temporary worker when its source has none and all that are kept work.",
+    "failing": "As `throughput`, with handlers that do nothing but throw at each tenth request;"
+    " this library makes a report of each.",
     "priorities": "16 sources in turn, 256 requests on their way, handlers that do nothing."
     " `of_sources`: each source has one of the three priorities. `of_requests`: each request of a"
     " source has another one than the former.",

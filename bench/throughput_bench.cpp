@@ -1,6 +1,5 @@
 // Requests per second from the channel's read to the answer, saturated: for each number of sources
-// and each handler, all contestants one after the other. And what it costs when there are more busy
-// sources than kept workers (`churn`), and when handlers fail (`failing`).
+// and each handler, all contestants one after the other. And when handlers fail (`failing`).
 
 #include "bench/Benchmarks.h"
 #include "bench/Contestant.h"
@@ -52,23 +51,6 @@ int main(int argc, char** argv) {
                 add("throughput", kind, sources, cost);
     for (const HandlerCost cost : {HandlerCost{0}, HandlerCost{2}})
         add("inline", {"mirel", Kind::eReaderOnly}, 1, cost);
-
-    // A pool that keeps all the workers has the same work without making any. With as many threads
-    // as ours keeps, handlers that block hold up everybody at the others; with as many as sources
-    // they are in `throughput`.
-    const std::vector<Kind> sixteen{
-        {"mirel", Kind::eAsHost},
-        {"enough_kept", Kind::eOnePerSource},
-        {"asio_16", Kind::eAsHost, &makeAsioPeer},
-        {"tbb_16", Kind::eAsHost, &makeTbbPeer},
-        {"caf_16", Kind::eAsHost, &makeCafPeer},
-        {"threads_16", Kind::eAsHost, &makeThreadPerSourcePeer},
-    };
-    for (const HandlerCost cost : {HandlerCost{0}, HandlerCost{20}})
-        for (const int sources : {64, 512})
-            for (const Kind& kind : sixteen)
-                add("churn", kind, sources, cost);
-
     for (const int sources : {8, 64}) {
         for (const Kind& kind : contestants())
             add("failing", kind, sources, {.fails = true});
