@@ -5,6 +5,7 @@
 #include "framework/Invoker.h"
 #include "framework/InvokerResponse.h"
 
+#include <stdexcept>
 #include <thread>
 
 namespace bench {
@@ -51,7 +52,11 @@ private:
 } // namespace
 
 void Request::run() {
-    invoker->handleMessage(service, data.data(), static_cast<int>(data.size()), response);
+    try {
+        invoker->handleMessage(service, data.data(), static_cast<int>(data.size()), response);
+    } catch (const std::runtime_error&) { // what the workload throws
+        delete response;                  // answered already
+    }
 }
 
 Contestant startPeer(std::unique_ptr<CommsChannelIfc> channel, Workload& workload,
@@ -62,10 +67,10 @@ Contestant startPeer(std::unique_ptr<CommsChannelIfc> channel, Workload& workloa
 Contestant Kind::start(std::unique_ptr<CommsChannelIfc> channel, Workload& workload,
                        int sources) const {
     const int cores = static_cast<int>(std::thread::hardware_concurrency());
-    const int count = threads == eOnePerSource ? sources : threads == eOnePerCore ? cores : 0;
+    const int counts[] = {sources, cores, kWorkersKept, 0}; // as `Threads` has them
     if (makePeer)
-        return startPeer(std::move(channel), workload, makePeer(count));
-    auto library = std::make_shared<MirelContestant>(count);
+        return startPeer(std::move(channel), workload, makePeer(counts[threads]));
+    auto library = std::make_shared<MirelContestant>(counts[threads]);
     library->serve(std::move(channel), workload, threads != eReaderOnly);
     return library;
 }

@@ -17,7 +17,6 @@ namespace bench {
 namespace {
 
 constexpr std::size_t kSize = 64;
-constexpr int kWorkersKept = 16; // as mirel-host does
 constexpr std::chrono::milliseconds kPatience{5000};
 constexpr const char* kServe = "--serve"; ///< of the other process: kind and URL follow
 constexpr const char* kServing = "serving";

@@ -11,6 +11,8 @@
 
 namespace bench {
 
+constexpr int kWorkersKept = 16; ///< by mirel-host, unless told otherwise
+
 /// The library: a pool, and executors that take their workers from it. Outlived by the workloads
 /// and by what the channels belong to.
 class MirelContestant {

@@ -4,10 +4,13 @@
 #include <chrono>
 #include <cstdint>
 #include <ctime>
+#include <stdexcept>
 
 namespace bench {
 
 namespace {
+
+constexpr char kFails = '!'; // the first byte of a marked request
 
 using Clock = std::chrono::steady_clock;
 
@@ -40,7 +43,13 @@ std::string HandlerCost::name() const {
 }
 
 Workload::Workload(HandlerCost cost) {
-    if (cost.microseconds == 0)
+    if (cost.fails)
+        setHandler<Service>([](Service&, std::string_view data) {
+            if (data.front() == kFails)
+                throw std::runtime_error("one of ten");
+            return "";
+        });
+    else if (cost.microseconds == 0)
         setHandler<Service>([](Service&, std::string_view) { return ""; });
     else if (cost.blocks)
         setHandler<Service>(
@@ -68,7 +77,7 @@ std::vector<CommsChannelDataContainerMessage> Workload::requests(int count, int 
         request.interface() = kInterface;
         request.protocol() = protocol;
         request.setRequestId(i);
-        request.setData(std::string(64, 'x'));
+        request.setData((i % 10 == 0 ? kFails : 'x') + std::string(63, 'x'));
     }
     return requests;
 }

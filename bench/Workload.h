@@ -14,6 +14,7 @@ namespace bench {
 struct HandlerCost {
     int microseconds = 0;
     bool blocks = false; ///< sleeps for that time instead of computing
+    bool fails = false;  ///< throws at each tenth request; takes no time else
 
     std::string name() const;
 };
@@ -42,7 +43,7 @@ public:
     mirel::ServiceContext& context() { return m_context; }
     Executable& service() { return m_service; }
 
-    /// 64 bytes each, from the sources in turn.
+    /// 64 bytes each, from the sources in turn. Each tenth is marked for handlers that fail.
     static std::vector<CommsChannelDataContainerMessage> requests(int count, int sources,
                                                                   const char* protocol = kProtocol);
 

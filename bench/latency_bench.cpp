@@ -1,7 +1,8 @@
 // How long a request takes from the channel's read to its handler and to its answer: one request
-// at a time (`closed`), and arrivals at half the rate that the contestant reaches itself (`half`).
-// And what bare threads take that wake each other. The counters are in microseconds, but for the
-// rate (a second) and the share of hand-overs that found the other thread asleep.
+// at a time (`closed`), and arrivals at a share, in percent, of the rate that the contestant
+// reaches itself, from eight sources (`tails`). And what bare threads take that wake each other.
+// The counters are in microseconds, but for the rate (a second) and the share of hand-overs that
+// found the other thread asleep.
 
 #include "bench/Benchmarks.h"
 #include "bench/Contestant.h"
@@ -65,11 +66,12 @@ Durations arrivalsAtRandom(double rate, Seconds length) {
     return arrivals;
 }
 
-void measureHalf(benchmark::State& state, const Kind& kind, HandlerCost cost, int sources) {
+void measureTails(benchmark::State& state, const Kind& kind, HandlerCost cost, int percent) {
+    constexpr int kSources = 8;
     Workload workload(cost);
-    TimedLoad load(workload, sources);
-    const auto contestant = kind.start(load.channel(), workload, sources);
-    const double rate = saturatedRate(load, cost) / 2;
+    TimedLoad load(workload, kSources);
+    const auto contestant = kind.start(load.channel(), workload, kSources);
+    const double rate = saturatedRate(load, cost) * percent / 100;
     // Longer than an iteration has to be, so that usually one is enough.
     const Durations arrivals = arrivalsAtRandom(rate, Seconds(0.6));
     std::map<std::string, Durations> samples;
@@ -144,18 +146,18 @@ void addFutex(const std::string& name, std::size_t threads, Placement placement)
 }
 
 /// Each contestant in a cell; `measure` takes the state and the kind.
-void addCell(const std::string& mode, int sources, HandlerCost cost, auto measure) {
+void addCell(const std::string& mode, int number, HandlerCost cost, auto measure) {
     for (const Kind& kind : contestants())
-        addBenchmark("latency/" + mode + "/" + std::to_string(sources) + "/" + cost.name() + "/" +
-                         kind.name,
+        addBenchmark(mode + "/" + std::to_string(number) + "/" + cost.name() + "/" + kind.name,
                      [measure, &kind](benchmark::State& state) { measure(state, kind); });
 }
 
 void addClosed(const std::string& mode, HandlerCost cost, Placement placement) {
     if (possible(placement))
-        addCell(mode, 1, cost, [cost, placement](benchmark::State& state, const Kind& kind) {
-            measureClosed(state, kind, cost, placement);
-        });
+        addCell("latency/" + mode, 1, cost,
+                [cost, placement](benchmark::State& state, const Kind& kind) {
+                    measureClosed(state, kind, cost, placement);
+                });
 }
 
 } // namespace
@@ -171,9 +173,9 @@ int main(int argc, char** argv) {
     addClosed("closed_two_cores", HandlerCost{0}, Placement::eTwoCores);
     addClosed("closed", HandlerCost{20}, Placement::eFree);
     for (const HandlerCost cost : {HandlerCost{0}, HandlerCost{20}})
-        for (const int sources : {1, 8})
-            addCell("half", sources, cost, [=](benchmark::State& state, const Kind& kind) {
-                measureHalf(state, kind, cost, sources);
+        for (const int percent : {50, 80, 95})
+            addCell("tails", percent, cost, [=](benchmark::State& state, const Kind& kind) {
+                measureTails(state, kind, cost, percent);
             });
     return runBenchmarks(argc, argv);
 }

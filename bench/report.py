@@ -26,7 +26,8 @@ from report_aims import AIMS, QUICK_AIMS, failures, names_of
 from report_figures import by_cell, figures_of, short_name
 from report_page import page
 
-PROGRAMS = "throughput_bench", "latency_bench", "growth_bench", "channel_bench", "nats_bench"
+PROGRAMS = ("throughput_bench", "latency_bench", "window_bench", "growth_bench",
+            "channel_bench", "nats_bench")  # fmt: skip
 MIN_TIME = 0.3  # seconds, of each benchmark in each round
 
 PACKAGES = ("libboost-dev", "libtbb-dev", "libcaf-dev", "libzmq3-dev", "libnats-dev",

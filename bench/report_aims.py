@@ -1,7 +1,7 @@
 """What is to be reached, and what a check accepts.
 
-All are ratios: the contestant's time over ours, so that more is better for us. docs/performance.md
-says what is in the way where an aim is not reached.
+All are ratios: the other's time over ours, so that more is better for us. docs/performance.md says
+what is in the way where an aim is not reached.
 """
 
 from dataclasses import dataclass
@@ -15,6 +15,8 @@ class Aim:
     who: str
     least: float
     floor: float  # below it the check fails: a few rounds, on a machine that does other things
+    figure: str = TIME
+    other_figure: str = ""  # the same, unless it is named
 
     @property
     def compared(self):
@@ -22,7 +24,13 @@ class Aim:
         if self.who.startswith("hand_over"):
             return ((f"{self.cell}/{OURS}", "read_handler_p50"),
                     (f"latency/futex/{self.who}", "hand_over_p50"))  # fmt: skip
-        return (f"{self.cell}/{OURS}", TIME), (f"{self.cell}/{self.who}", TIME)
+        return ((f"{self.cell}/{OURS}", self.figure),
+                (f"{self.cell}/{self.who}", self.other_figure or self.figure))  # fmt: skip
+
+    @property
+    def against(self):
+        figures = " to ".join(filter(None, (self.figure, self.other_figure)))
+        return self.who if figures == TIME else f"{self.who}, {figures}"
 
     @property
     def is_quick(self):
@@ -59,6 +67,18 @@ AIMS = [
     Aim("latency/closed/1/0us", "hand_over", 1 / 1.5, 0.5),
     Aim("latency/closed_one_core/1/0us", "hand_over_one_core", 1 / 1.5, 0.42),
     Aim("latency/closed_two_cores/1/0us", "hand_over_two_cores", 1 / 1.5, 0.5),
+    *[Aim(f"churn/{n}/{cost}", "enough_kept", 0.8, floor) for n, cost, floor in (
+        (64, "0us", 0.4), (64, "20us", 0.4), (512, "0us", 0.3), (512, "20us", 0.3))],
+    Aim("priorities/of_sources", "one_priority", 0.4, 0.3),
+    Aim("priorities/of_requests", "one_priority", 0.4, 0.1),
+    # How even the answers are: by itself.
+    Aim("priorities/of_sources", OURS, 1 / 3, 0.25, "answer_p99", "answer_p50"),
+    Aim("priorities/of_requests", OURS, 1 / 3, 0.05, "answer_p99", "answer_p50"),
+    # Handlers that do nothing leave requests waiting to be read, where priorities do not count.
+    Aim("urgency/20us", "priority_0", 3.0, 0.05, "answer_p50"),
+    Aim("urgency/20us", "priority_0", 3.0, 0.7, "answer_p99"),
+    Aim("tails/80/0us", "asio", 1.0, 0.1, "arrival_answer_p99"),
+    Aim("tails/80/20us", "asio", 1.0, 0.3, "arrival_answer_p99"),
     Aim("channel/saturated/1", "bare", 0.5, 0.22),
     Aim("channel/saturated/8", "bare", 0.5, 0.2),
     Aim("nats/saturated/8", "bare", 0.6, 0.41),
@@ -81,5 +101,5 @@ def failures(rounds, aims):
         found = aim.measured(rounds)
         if not found or found[0] < aim.floor:
             ratio = f"{found[0]:.2f}" if found else "not measured"
-            lines.append(f"{aim.cell}, {aim.who}: {ratio}, at least {aim.floor} is wanted")
+            lines.append(f"{aim.cell}, {aim.against}: {ratio}, at least {aim.floor} is wanted")
     return lines

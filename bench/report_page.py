@@ -19,6 +19,12 @@ CONTESTANTS = {
     "threads": "a thread per source with a queue: one mutex, one condition variable, a queue per"
     " source, and as many threads; a thread that is free takes a source until its queue is empty",
     "..._cores": "the same with as many threads as cores",
+    "..._16": "the same with 16 threads, as many as `mirel-host` keeps workers; in `churn/`,"
+    " `priorities/` and `urgency/` this library keeps as many",
+    "enough_kept": "this library with as many kept workers as sources",
+    "one_priority": "this library, all requests at priority 1",
+    "priority_0": "this library, the one source's requests at priority 0 as well",
+    "without_failures": "this library, no handler throws",
     "hand_over": "two threads that wake each other in turn by `FUTEX_WAKE`, without spinning",
     "bare": "`channel/`: ZeroMQ by itself, a DEALER and a ROUTER; `nats/`: a loop on the same"
     " stream that pulls, answers and acknowledges; answers are neither confirmed nor repeated",
@@ -29,8 +35,19 @@ SECTIONS = {
     " Requests of 64 bytes, from the sources in turn.",
     "inline": "The same on a single-threaded executor, which runs a request before it reads on.",
     "latency": "`closed/SOURCES/COST`: the next request is read when the former was answered."
-    " `half/SOURCES/COST`: requests arrive at random, at half of the rate that the contestant"
-    " itself was just seen to reach. `futex`: what a wake-up takes without anybody's queue.",
+    " `futex`: what a wake-up takes without anybody's queue.",
+    "tails": "`PERCENT/COST`: requests of eight sources arrive at random, at that share of the rate"
+    " that the contestant itself was just seen to reach. `arrival answer` counts from when a"
+    " request was due, so with all waits.",
+    "churn": "More busy sources than kept workers, 256 requests on their way. A request gets a"
+    " temporary worker when its source has none and all that are kept work.",
+    "failing": "As `throughput`, with handlers that do nothing but throw at each tenth request;"
+    " this library makes a report of each.",
+    "priorities": "16 sources in turn, 256 requests on their way, handlers that do nothing."
+    " `of_sources`: each source has one of the three priorities. `of_requests`: each request of a"
+    " source has another one than the former.",
+    "urgency": "`COST`: one request at a time, of priority 2, while 32 other sources keep 256"
+    " requests of priority 0 on their way.",
     "growth": "This library alone: the cost of a request by the number of sources, by the length of"
     " the backlog, and by the number of idle workers; and what workers and requests need.",
     "channel": "Requests of 64 bytes and their answers over `ipc://`, between two processes: one in"
@@ -75,7 +92,7 @@ def aims_table(aims, rounds):
     for aim in aims:
         found = aim.measured(rounds)
         reached = "yes" if found and found[0] >= aim.least else "**no**"
-        rows.append([f"`{aim.cell}`", aim.who, f"{aim.least:.2f}", span(found), reached])
+        rows.append([f"`{aim.cell}`", aim.against, f"{aim.least:.2f}", span(found), reached])
     return table(["cell", "against", "aim", "measured", "reached"], rows)
 
 
@@ -129,7 +146,7 @@ def page(about, names, rounds, aims, counts, errors):
     if errors:
         lines += ["## Not measured", "", *[f"- {error}" for error in dict.fromkeys(errors)], ""]
     lines += ["## Aims", "",
-              "The contestant's time over ours is to be at least the aim. Measured are the median"
+              "The other's time over ours is to be at least the aim. Measured are the median"
               " of the rounds and, in brackets, the smallest and the largest of them.", "",
               *aims_table(aims, rounds)]  # fmt: skip
     if counts:

@@ -1,10 +1,11 @@
 // Requests per second from the channel's read to the answer, saturated: for each number of sources
-// and each handler, all contestants one after the other.
+// and each handler, all contestants one after the other. And when handlers fail (`failing`).
 
 #include "bench/Benchmarks.h"
 #include "bench/Contestant.h"
 #include "bench/Load.h"
 #include "bench/Workload.h"
+#include "runtime/reports/LogControl.h"
 
 #include <algorithm>
 #include <string>
@@ -23,6 +24,8 @@ int batchSize(HandlerCost cost, int sources) {
 
 void measure(benchmark::State& state, const Kind& kind, int sources, HandlerCost cost) {
     Workload workload(cost);
+    if (cost.fails)
+        mirel::setLogSink([](const mirel::LogLine&) {}); // reports are made, and go nowhere
     const int count = batchSize(cost, sources);
     Load load(Workload::requests(count, sources));
     const auto contestant = kind.start(load.channel(), workload, sources);
@@ -48,5 +51,10 @@ int main(int argc, char** argv) {
                 add("throughput", kind, sources, cost);
     for (const HandlerCost cost : {HandlerCost{0}, HandlerCost{2}})
         add("inline", {"mirel", Kind::eReaderOnly}, 1, cost);
+    for (const int sources : {8, 64}) {
+        for (const Kind& kind : contestants())
+            add("failing", kind, sources, {.fails = true});
+        add("failing", {"without_failures", Kind::eOnePerSource}, sources, {});
+    }
     return runBenchmarks(argc, argv);
 }
