@@ -62,7 +62,7 @@ struct Kind {
     enum Threads {
         eOnePerSource, ///< a handler that blocks holds up nobody else
         eOnePerCore,   ///< as many blocked handlers as cores hold up everybody
-        eAsHost,       ///< as many as mirel-host keeps workers
+        eSixteen,      ///< fewer than sources
         eReaderOnly,   ///< the thread that reads handles; the library's inline path
     };
 

@@ -24,7 +24,7 @@ constexpr int kWarmUp = 2000; ///< requests before those that are measured
 
 struct MirelService {
     Workload workload;
-    MirelContestant library{kWorkersKept};
+    MirelContestant library{64}; // as mirel-host, unless told otherwise
 };
 
 class MirelCaller : public EchoCaller {

@@ -11,7 +11,7 @@
 
 namespace bench {
 
-constexpr int kWorkersKept = 16; ///< by mirel-host, unless told otherwise
+constexpr int kWorkersKept = 16; ///< where there are more sources
 
 /// The library: a pool, and executors that take their workers from it. Outlived by the workloads
 /// and by what the channels belong to.

@@ -1,7 +1,6 @@
-// A caller that keeps a number of requests on their way, and the pool that mirel-host has unless
-// told otherwise: with more busy sources than it keeps workers (`churn`), and with several
-// priorities, which only this library has. Latencies are in microseconds, from the sending to the
-// answer.
+// A caller that keeps a number of requests on their way, and a pool of 16 kept workers: with more
+// busy sources than these (`churn`), and with several priorities, which only this library has.
+// Latencies are in microseconds, from the sending to the answer.
 
 #include "bench/Contestant.h"
 #include "bench/MirelContestant.h"
@@ -76,12 +75,12 @@ void measureUrgent(benchmark::State& state, HandlerCost cost, MirelThreadPriorit
 /// sources they are in `throughput`.
 void addChurn(int sources, HandlerCost cost) {
     for (const Kind& kind : std::initializer_list<Kind>{
-             {"mirel", Kind::eAsHost},
+             {"mirel", Kind::eSixteen},
              {"enough_kept", Kind::eOnePerSource},
-             {"asio_16", Kind::eAsHost, &makeAsioPeer},
-             {"tbb_16", Kind::eAsHost, &makeTbbPeer},
-             {"caf_16", Kind::eAsHost, &makeCafPeer},
-             {"threads_16", Kind::eAsHost, &makeThreadPerSourcePeer},
+             {"asio_16", Kind::eSixteen, &makeAsioPeer},
+             {"tbb_16", Kind::eSixteen, &makeTbbPeer},
+             {"caf_16", Kind::eSixteen, &makeCafPeer},
+             {"threads_16", Kind::eSixteen, &makeThreadPerSourcePeer},
          })
         addBenchmark("churn/" + std::to_string(sources) + "/" + cost.name() + "/" + kind.name,
                      [=](benchmark::State& state) {
@@ -96,7 +95,7 @@ void addPriorities(const std::string& name, int (*priorityOf)(int)) {
     for (int i = 0; i < kSources * kPriorities; ++i)
         requests[static_cast<std::size_t>(i)].setPriority(MirelThreadPriority(priorityOf(i)));
     addBenchmark("priorities/" + name, [requests](benchmark::State& state) {
-        measureLoad(state, {"mirel", Kind::eAsHost}, kSources, HandlerCost{}, requests);
+        measureLoad(state, {"mirel", Kind::eSixteen}, kSources, HandlerCost{}, requests);
     });
 }
 

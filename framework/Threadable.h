@@ -35,7 +35,8 @@ public:
 
     /// Identifier of the OS thread that runs this object, a value that `pthread_detach` accepts.
     /// Valid before `run()` begins; 0 while no thread has been started. When `run()` has ended, the
-    /// OS thread may run another object, and the identifier is that one's, too.
+    /// OS thread may run another object, and the identifier then belongs to that one as well: who
+    /// cancels by it must be certain that `run()` has not ended.
     unsigned long threadId() const;
 
     /// Identifier of the calling thread.

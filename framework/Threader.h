@@ -22,7 +22,9 @@ public:
     /// What `run()` throws is logged. The OS thread may then be kept, and run another object later;
     /// that one finds the name, scheduling, signal mask, processors, cancellation state and
     /// floating-point environment of a new one. What `run()` leaves in `thread_local` objects and
-    /// in keys of `pthread_setspecific` stays as it is, and is destroyed when the OS thread ends.
+    /// in keys of `pthread_setspecific` stays as it is, and is destroyed when the OS thread ends;
+    /// not at all when the process ends first. A child of `fork` has none of the threads and has to
+    /// `exec`. Called inside a `CriticalSection`, `run()` may not begin before its end.
     /// `pthread_exit` and cancellation in `run()` end it.
     ///
     /// A system that refuses a thread is asked again for a bounded time; then `MirelException` is

@@ -87,6 +87,12 @@ private:
     bool m_isKept = false;
 };
 
+/// Whether a thread's scheduling follows from the options, whoever makes it.
+bool determinesScheduling(const ThreadOptions& options) {
+    return options.realTimePriority > 0 || (options.niceStep > 0 && options.workersYield &&
+                                            sched_getscheduler(getpid()) == SCHED_OTHER);
+}
+
 /// As a new thread begins. What has been asked for and has not come yet, comes here.
 void resetCancellation() {
     pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr);
@@ -101,7 +107,9 @@ OsThread::OsThread(const VersionedThreadOptions& options, int priority)
       m_priority(priority),
       m_starter(options.niceStep > 0 && options.realTimePriority == 0
                     ? std::make_unique<ThreadStarter>()
-                    : nullptr) {}
+                    : nullptr),
+      m_makers(determinesScheduling(options) ? std::nullopt
+                                             : std::optional(ThreadScheduling::ofThisThread())) {}
 
 OsThread::~OsThread() = default;
 
@@ -132,15 +140,16 @@ OsThread& OsThread::get(const VersionedThreadOptions& options, int priority,
             refused.emplace();
             deadline = now + options.startPatience;
         }
-        if (error != EAGAIN || now >= deadline)
+        // Those that rest may be what there is no room for. Their end is worth another attempt.
+        const bool makesRoom = error == EAGAIN && threadKeeper().dismissAll();
+        if (error != EAGAIN || (now >= deadline && !makesRoom))
             throw MirelException("thread \"" + name + "\" could not be started: " +
                                      std::generic_category().message(error),
                                  __FILE__, __LINE__);
-        // Those that rest may be what there is no room for.
-        threadKeeper().dismissAll();
         // An end of one of our threads is the likely reason for a better answer, but not the only
         // one: other parts of the process and of the system have threads as well.
-        refused->waitForNext(endsSeen, std::min(deadline, now + std::chrono::milliseconds(10)));
+        const Clock::time_point again = now + std::chrono::milliseconds(10);
+        refused->waitForNext(endsSeen, makesRoom ? again : std::min(deadline, again));
     }
 }
 
@@ -148,12 +157,19 @@ OsThread* OsThread::takeKept(const VersionedThreadOptions& options, int priority
     if (options.keptThreads == 0)
         return nullptr;
     auto* const kept = static_cast<OsThread*>(threadKeeper().take(priority, options.version));
-    if (!kept)
+    const auto surroundings = kept ? ThreadSurroundings::ofThisThread() : std::nullopt;
+    if (!surroundings || !kept->suitsThisStarter()) {
+        if (kept)
+            ThreadKeeper::dismiss(*kept);
         return nullptr;
-    // It has surroundings, so the system tells of them.
-    kept->m_starters = ThreadSurroundings::ofThisThread().value_or(*kept->m_surroundings);
+    }
+    kept->m_starters = *surroundings;
     std::fegetenv(&kept->m_startersFloatingPoint);
     return kept;
+}
+
+bool OsThread::suitsThisStarter() const {
+    return !m_makers || m_makers == ThreadScheduling::ofThisThread();
 }
 
 /// What the system answers.
@@ -202,8 +218,10 @@ bool OsThread::runOne() {
 }
 
 void OsThread::becomeNew() {
-    callGuarded("Threader", "the log", [&] { applyThreadPriority(m_options, m_priority); });
-    if (m_options.keptThreads == 0)
+    bool granted = false;
+    callGuarded("Threader", "the log",
+                [&] { granted = applyThreadPriority(m_options, m_priority); });
+    if (m_options.keptThreads == 0 || !granted)
         return;
     m_surroundings = ThreadSurroundings::ofThisThread();
     m_scheduling = ThreadScheduling::ofThisThread();

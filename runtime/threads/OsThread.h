@@ -28,9 +28,10 @@ struct ThreadWork {
 /// An OS thread that runs one object after the other, and rests in between. Owned by itself: it is
 /// gone when there is nothing more to do, or when an object's code ends it.
 ///
-/// An object finds what it would find in a new OS thread, whoever was there before: when an object
-/// leaves another scheduling, signal mask or set of processors than it had, or a cancellation that
-/// is still to come, the OS thread ends with it.
+/// An object finds the scheduling, signal mask, processors, cancellation state, name and
+/// floating-point environment of a new OS thread, whoever was there before: when an object leaves
+/// another scheduling, signal mask or set of processors than it had, or a cancellation that is
+/// still to come, the OS thread ends with it.
 class OsThread : public ThreadKeeper::Kept {
 public:
     /// One that has no work yet: a kept one, or a new one. Asks a system that refuses again until
@@ -51,6 +52,7 @@ private:
     OsThread(const VersionedThreadOptions& options, int priority);
 
     static OsThread* takeKept(const VersionedThreadOptions& options, int priority);
+    bool suitsThisStarter() const;
     int start();
 
     static void* main(void* self);
@@ -62,7 +64,9 @@ private:
     const VersionedThreadOptions m_options;
     const int m_priority;
     const std::unique_ptr<ThreadStarter> m_starter; ///< null if nice values are left alone
-    pthread_t m_id{};                               ///< does not change when it has been started
+    /// What the options leave alone, the thread has from its maker; none: they leave nothing.
+    const std::optional<ThreadScheduling> m_makers;
+    pthread_t m_id{}; ///< does not change when it has been started
 
     // Written by who has got the thread, before the wake-up, and then the OS thread's.
     ThreadWork m_work{};

@@ -40,8 +40,8 @@ private:
     std::condition_variable m_changed;
     unsigned long m_count MIREL_GUARDED_BY(m_mutex) = 0;
 
-    /// Read without the lock: an end that is not counted because a watch has only just begun is one
-    /// that its starter does not wait for in vain; it asks again after a while anyway.
+    /// Read without the lock: an end may go uncounted while a watch begins. Its starter asks again
+    /// after a while in any case.
     std::atomic<unsigned long> m_watches{0};
 };
 

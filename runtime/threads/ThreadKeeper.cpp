@@ -11,18 +11,24 @@ void ThreadKeeper::setLimits(unsigned long version, std::size_t most,
     dismissListed();
 }
 
-void ThreadKeeper::dismissAll() {
+bool ThreadKeeper::dismissAll() {
     const Lock lock(m_mutex);
-    dismissListed();
+    return dismissListed();
 }
 
-void ThreadKeeper::dismissListed() {
+void ThreadKeeper::dismiss(Kept& kept) {
+    kept.m_dismissed = true;
+    wake(kept);
+}
+
+bool ThreadKeeper::dismissListed() {
+    const bool any = m_count > 0;
     for (Kept*& newest : m_newest)
         while (Kept* const kept = newest) {
             unlist(*kept);
-            kept->m_dismissed = true;
-            wake(*kept);
+            dismiss(*kept);
         }
+    return any;
 }
 
 ThreadKeeper::Kept* ThreadKeeper::take(int priority, unsigned long version) {

@@ -37,8 +37,8 @@ public:
     /// those that have begun under an older `version` do not come to rest any more.
     void setLimits(unsigned long version, std::size_t most, std::chrono::milliseconds time);
 
-    /// Dismisses all that rest.
-    void dismissAll();
+    /// Dismisses all that rest. False when there is none.
+    bool dismissAll();
 
     // For who has something to do.
 
@@ -46,8 +46,9 @@ public:
     /// stack is warm. It is the caller's to wake. Null when there is none.
     Kept* take(int priority, unsigned long version);
 
-    /// Nothing of the thread is touched after that.
+    // Nothing of the thread is touched after one of these.
     static void wake(Kept& kept) { kept.m_wakeUp.give(); }
+    static void dismiss(Kept& kept);
 
     // For the OS thread.
 
@@ -63,7 +64,7 @@ public:
 
 private:
     void unlist(Kept& kept) MIREL_REQUIRES(m_mutex);
-    void dismissListed() MIREL_REQUIRES(m_mutex);
+    bool dismissListed() MIREL_REQUIRES(m_mutex);
     bool giveUp(Kept& self);
     int time();
 

@@ -21,7 +21,7 @@ struct CurrentOptions {
         keep();
     }
 
-    void keep() {
+    void keep() MIREL_REQUIRES(mutex) {
         keeper.setLimits(options.version, static_cast<std::size_t>(options.keptThreads),
                          options.keptFor);
     }

@@ -31,15 +31,18 @@ std::string inEffect() {
 
 /// Compares what the system says now with what it was asked for, because a request can also be
 /// granted in part.
-void check(const std::string& wanted, int error) {
+bool check(const std::string& wanted, int error) {
     const std::string actual = inEffect();
     static std::atomic_flag logged;
-    if (actual == wanted || logged.test_and_set())
-        return;
+    if (actual == wanted)
+        return true;
+    if (logged.test_and_set())
+        return false;
     const std::string reason = error ? std::generic_category().message(error) : "not granted";
     logAppUni("Threader", __FILE__, 3, __LINE__,
               "threads cannot run at %s (%s); this one runs at %s. Logged once for all threads.",
               wanted.c_str(), reason.c_str(), actual.c_str());
+    return false;
 }
 
 } // namespace
@@ -48,14 +51,13 @@ int niceValueOf(pid_t thread) { return getpriority(PRIO_PROCESS, static_cast<id_
 
 int clampedPriority(int priority) { return std::clamp(priority, 0, kHighestPriority); }
 
-void applyThreadPriority(const ThreadOptions& options, int priority) {
+bool applyThreadPriority(const ThreadOptions& options, int priority) {
     priority = clampedPriority(priority);
     if (options.realTimePriority > 0) {
         sched_param parameters{};
         parameters.sched_priority = options.realTimePriority + priority;
         const int error = pthread_setschedparam(pthread_self(), SCHED_RR, &parameters);
-        check("real-time priority " + std::to_string(parameters.sched_priority), error);
-        return;
+        return check("real-time priority " + std::to_string(parameters.sched_priority), error);
     }
     if (options.workersYield && sched_getscheduler(getpid()) == SCHED_OTHER) {
         // Also back to the usual policy, which a thread does not have from one that yields. Allowed
@@ -70,11 +72,12 @@ void applyThreadPriority(const ThreadOptions& options, int priority) {
         const int nice = std::min(
             niceValueOf(getpid()) + options.niceStep * (kHighestPriority - priority), kLargestNice);
         if (niceValueOf(gettid()) == nice)
-            return;
+            return true;
         const int result = setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), nice);
         const int error = result == 0 ? 0 : errno;
-        check("nice value " + std::to_string(nice), error);
+        return check("nice value " + std::to_string(nice), error);
     }
+    return true;
 }
 
 } // namespace mirel

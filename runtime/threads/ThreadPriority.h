@@ -14,7 +14,7 @@ int clampedPriority(int priority);
 
 /// Gives the calling thread the scheduling that `options` say for a priority; one outside 0 to 2
 /// counts as the nearest. What the system refuses is logged, once in the process, and the thread
-/// goes on with what it has. Throws what the log throws.
-void applyThreadPriority(const ThreadOptions& options, int priority);
+/// goes on with what it has; false then. Throws what the log throws.
+bool applyThreadPriority(const ThreadOptions& options, int priority);
 
 } // namespace mirel

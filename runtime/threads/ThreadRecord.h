@@ -37,7 +37,7 @@ public:
 
     // For the OS thread. Without effect when there has been another start since.
 
-    /// The last step of the OS thread.
+    /// The OS thread is about to end.
     void ended(unsigned long start);
 
     /// The OS thread goes on to something else: whoever waits need not wait for its end.
@@ -51,7 +51,7 @@ public:
 private:
     enum State {
         eGone,    ///< no OS thread, or none that could be joined
-        eRunning, ///< from `started` to `ended`
+        eRunning, ///< from `started` to `ended` or `left`
         eEnded,   ///< still to be joined
         eJoining, ///< by the one waiter that found it ended
     };

@@ -10,11 +10,12 @@ namespace mirel {
 
 /// What a `Semaphore` consists of: its units, and for a lock of real-time threads its owner.
 ///
-/// The units alone decide who may go on. The owner is there so that the kernel knows whose priority
-/// it has to raise. A thread that begins a section becomes the owner before it takes the unit, and
-/// gives up the ownership after it has given the unit back; so who waits for a section waits for
-/// its owner. Any other taker is the owner while it takes the unit. So whoever has got the unit,
-/// and may destroy the semaphore now, got it when the last section was quite over.
+/// The owner is there so that the kernel knows whose priority it has to raise; while a section has
+/// one, nobody else takes a unit, also if somebody else gives one. A thread that begins a section
+/// becomes the owner before it takes the unit, and gives up the ownership after it has given the
+/// unit back; so who waits for a section waits for its owner. Any other taker is the owner while it
+/// takes the unit. So whoever has got the unit, and may destroy the semaphore now, got it when the
+/// last section was quite over.
 class Units {
 public:
     Units(int initial, int maximum);

@@ -157,13 +157,16 @@ ThreadKeeper& threadKeeper() { return runtime->keeper; }
 VersionedThreadOptions versionedThreadOptions() { return runtime->options; }
 int callThreadStartHook() { return 0; }
 int clampedPriority(int priority) { return priority; }
-void applyThreadPriority(const ThreadOptions&, int) {}
+bool applyThreadPriority(const ThreadOptions&, int) { return true; }
 std::optional<ThreadSurroundings> ThreadSurroundings::ofThisThread() {
     return ThreadSurroundings();
 }
 void ThreadSurroundings::apply() const {}
 bool ThreadSurroundings::operator==(const ThreadSurroundings&) const { return true; }
-ThreadScheduling ThreadScheduling::ofThisThread() { return {.nice = thisThread().nice}; }
+ThreadScheduling ThreadScheduling::ofThisThread() {
+    const auto found = theSystem->threads.find(selfOfTheSystem());
+    return {.nice = found == theSystem->threads.end() ? 0 : found->second.nice};
+}
 ThreadStarter::ThreadStarter() = default;
 ThreadStarter::~ThreadStarter() = default;
 int ThreadStarter::start(pthread_t&, pthread_attr_t&, void* (*)(void*), void*) { return ENOSYS; }

@@ -17,7 +17,7 @@ struct HostOptions {
     ChannelSettings channel;
     ThreadOptions threads;
     bool singleThreaded = false;
-    int maxPool = 16;
+    int maxPool = 64;
     unsigned long maxUnfinished = 1000;
     std::string logLevels; ///< empty: as the environment says
 
