@@ -102,6 +102,7 @@ TEST_F(KeptThreads, BringNothingOfTheFormerObject) {
         void (*leave)();
         bool ends; ///< the OS thread, with the object
     };
+    const cpu_set_t processors = mirel::ThreadSurroundings::ofThisThread().value().processors;
     const Case cases[] = {
         {"signal mask", [] { setMask(SIG_BLOCK); }, true},
         {"processors",
@@ -111,7 +112,7 @@ TEST_F(KeptThreads, BringNothingOfTheFormerObject) {
              CPU_SET(static_cast<std::size_t>(sched_getcpu()), &first);
              sched_setaffinity(0, sizeof first, &first);
          },
-         sysconf(_SC_NPROCESSORS_ONLN) > 1},
+         CPU_COUNT(&processors) > 1},
         {"nice value", [] { setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), 17); }, true},
         {"policy",
          [] {
