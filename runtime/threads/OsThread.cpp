@@ -117,6 +117,9 @@ OsThread::~OsThread() = default;
 
 OsThread& OsThread::get(const VersionedThreadOptions& options, int priority,
                         const std::string& name) {
+    // Who holds a lock holds up those that wait for it, and these may be the threads that would
+    // have to end first.
+    const bool mayWait = !PendingWakeUps::ofThisThread().holdsLock();
     std::optional<WakeUpsAtOnce> wakeUpsAtOnce;
     std::unique_ptr<OsThread> made;
     std::optional<ThreadEnds::Watch> refused; // from the first refusal on
@@ -138,7 +141,7 @@ OsThread& OsThread::get(const VersionedThreadOptions& options, int priority,
         const Clock::time_point now = Clock::now();
         if (!refused) {
             refused.emplace();
-            deadline = now + options.startPatience;
+            deadline = mayWait ? now + options.startPatience : now;
         }
         // Those that rest may be what there is no room for. Their end is worth another attempt.
         const bool makesRoom = error == EAGAIN && threadKeeper().dismissAll();

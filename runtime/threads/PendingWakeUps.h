@@ -24,6 +24,9 @@ public:
     /// lock. Uses the address only, which need not be that of an object any more.
     void wake(const void* address);
 
+    /// Whether this thread is inside a `CriticalSection`, and no `WakeUpsAtOnce` lives.
+    bool holdsLock() const { return m_locks > 0; }
+
     void lockTaken() { ++m_locks; }
     void lockReleased() {
         if (--m_locks == 0)

@@ -40,7 +40,9 @@ struct ThreadOptions {
     /// How long one rests before it ends. Up to a day.
     std::chrono::milliseconds keptFor{10'000};
 
-    /// How long a refused thread start is tried again before it is reported. Up to an hour.
+    /// How long a refused thread start is tried again before it is reported. Up to an hour. Not at
+    /// all by a thread inside a `CriticalSection`: the threads whose end would make room may be
+    /// waiting for that lock.
     std::chrono::milliseconds startPatience{1000};
 };
 

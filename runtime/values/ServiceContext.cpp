@@ -66,6 +66,11 @@ std::string ServiceContext::whyUnserved(const std::string& serviceInterface,
     return "interface \"" + interface + "\" has no protocol \"" + protocol + "\"; it has " + there;
 }
 
+bool ServiceContext::hasService() {
+    const Lock lock(m_mutex);
+    return !m_services.empty();
+}
+
 Executable* ServiceContext::createService(ServiceExecutor*, std::string libraryName,
                                           std::string creatorName, CommsChannelIfc* channel,
                                           std::string serviceInterface) {

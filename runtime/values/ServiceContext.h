@@ -64,6 +64,9 @@ public:
     std::string whyUnserved(const std::string& serviceInterface, const std::string& interface,
                             const std::string& protocol);
 
+    /// Whether a service has been made.
+    bool hasService();
+
     Invoker* findInvoker(const std::string& interface, const std::string& protocol) override;
 
     /// Loads the library and calls the creator. Null, after a log line at level 2 that says what is

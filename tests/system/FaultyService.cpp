@@ -1,9 +1,12 @@
-// A service that fails where a host has to notice.
+// Services that fail where a host has to notice.
 
 #include "framework/Logging.h"
 #include "framework/Service.h"
+#include "runtime/threads/ThreadStartHook.h"
 #include "runtime/values/ServiceContext.h"
 
+#include <atomic>
+#include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <stdexcept>
@@ -32,6 +35,15 @@ public:
 } // namespace
 
 extern "C" Executable* makeFaultyService(mirel::ServiceSetup&) { return new FaultyService; }
+
+/// Whose process gets no more than two workers.
+extern "C" Executable* makeServiceShortOfThreads(mirel::ServiceSetup& setup) {
+    setup.context.addHandler<FaultyService>(
+        "Ledger", "text", [](FaultyService&, std::string_view) { return "done"; });
+    static std::atomic<int> started = 0;
+    mirel::setThreadStartHook([] { return started++ < 2 ? 0 : EAGAIN; });
+    return new FaultyService;
+}
 
 extern "C" Executable* throwInstead(mirel::ServiceSetup&) {
     throw std::runtime_error("no configuration");

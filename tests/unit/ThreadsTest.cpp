@@ -239,6 +239,11 @@ TEST_F(Threads, RefusedStartIsTriedAgainForABoundedTime) {
     mirel::setThreadStartHook([] { return EAGAIN; });
     expectNoStart(body, "temporarily unavailable");
     EXPECT_GE(Clock::now() - begin, 50ms);
+
+    mirel::setThreadOptions({.startPatience = std::chrono::hours(1)});
+    Semaphore lock(1, 1, false);
+    CriticalSection section(lock);
+    expectNoStart(body, "temporarily unavailable"); // at once: an end may need the lock
     body.waitForThreadCompletion();
 }
 

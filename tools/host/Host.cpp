@@ -7,6 +7,7 @@
 #include "framework/Threader.h"
 #include "host/HostOptions.h"
 #include "host/HostedExecutor.h"
+#include "host/LoopRestarts.h"
 #include "host/StopSignals.h"
 #include "host/Summary.h"
 #include "runtime/reports/LogControl.h"
@@ -57,6 +58,7 @@ int serve(const HostOptions& options) {
     const auto limit = std::make_shared<FlowLimit>(options.maxUnfinished);
     const auto begin = std::chrono::steady_clock::now();
     bool failed = false;
+    unsigned long restarts = 0;
     {
         ServiceContext context;
         LimitedPool pool(options.maxPool, nullptr, limit);
@@ -64,9 +66,10 @@ int serve(const HostOptions& options) {
         channel.explainBy([&](const std::string& interface, const std::string& protocol) {
             return context.whyUnserved(options.interface, interface, protocol);
         });
-        HostedExecutor executor(options.serviceLibrary, options.creator, options.interface,
-                                opened.release(), &context, &pool, nullptr,
-                                !options.singleThreaded);
+        LoopRestarts loopRestarts(*counters, context);
+        HostedExecutor executor([&] { return loopRestarts.startAgain(); }, options.serviceLibrary,
+                                options.creator, options.interface, opened.release(), &context,
+                                &pool, nullptr, !options.singleThreaded);
         Threader threader;
         unsigned long threadId = 0;
         executor.startThread(threader, threadId);
@@ -83,8 +86,9 @@ int serve(const HostOptions& options) {
                       << (executor.hasStarted() ? "a failure ended the service's loop"
                                                 : "the channel ended")
                       << "; the log tells more" << std::endl;
+        restarts = loopRestarts.count();
     } // the executor fails what it held back, and the channel sends the last answers
-    writeSummary(std::cout, options.interface, *counters, limit->mostWorkers(),
+    writeSummary(std::cout, options.interface, *counters, limit->mostWorkers(), restarts,
                  std::chrono::steady_clock::now() - begin);
     return failed ? 1 : 0;
 }

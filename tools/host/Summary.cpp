@@ -8,7 +8,8 @@
 namespace mirel {
 
 void writeSummary(std::ostream& out, const std::string& interface, const ChannelCounters& channel,
-                  unsigned long mostWorkers, std::chrono::duration<double> served) {
+                  unsigned long mostWorkers, unsigned long restarts,
+                  std::chrono::duration<double> served) {
     const unsigned long requests = channel.requests;
     const unsigned long answered = channel.done + channel.failed + channel.unserved;
     const unsigned long read = requests + channel.timerEvents + channel.legacyMessages;
@@ -22,6 +23,8 @@ void writeSummary(std::ostream& out, const std::string& interface, const Channel
         << channel.answersDropped.count() << " answers dropped\n"
         << "  reports:  " << publishedReports() << " published\n"
         << "  workers:  " << mostWorkers << " at most at once\n";
+    if (restarts > 0)
+        out << "  loop:     started again " << restarts << " times after failures\n";
 }
 
 } // namespace mirel

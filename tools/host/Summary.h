@@ -10,6 +10,7 @@ struct ChannelCounters;
 
 /// Writes what a host has done, to be called when everything has ended.
 void writeSummary(std::ostream& out, const std::string& interface, const ChannelCounters& channel,
-                  unsigned long mostWorkers, std::chrono::duration<double> served);
+                  unsigned long mostWorkers, unsigned long restarts,
+                  std::chrono::duration<double> served);
 
 } // namespace mirel
