@@ -3,7 +3,11 @@
 #include <algorithm>
 #include <csignal>
 #include <fstream>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <vector>
 
 namespace mirel {
 namespace {
@@ -73,6 +77,38 @@ TEST_F(HostTest, APathIsLeftToALiveHostAndTakenOverFromADeadOne) {
     EXPECT_EQ(first.stop(SIGKILL).status, -SIGKILL);
     const Host third(hostCommand(m_url));
     EXPECT_EQ(ask("journal").status, 0);
+}
+
+TEST_F(HostTest, AHangUpStopsItInOrderUnlessItIsIgnored) {
+    Host host(hostCommand(m_url));
+    EXPECT_EQ(ask("deposit anna 5").status, 0);
+    const auto stopped = host.stop(SIGHUP);
+    EXPECT_EQ(stopped.status, 0);
+    EXPECT_TRUE(contains(stopped.output, "requests: 1 done"));
+
+    Host deaf(joined({"/bin/sh", "-c", "trap '' HUP; exec \"$@\"", "sh"}, hostCommand(m_url)));
+    deaf.signal(SIGHUP);
+    EXPECT_EQ(ask("deposit anna 5").status, 0);
+    EXPECT_EQ(deaf.stop(SIGTERM).status, 0);
+}
+
+TEST_F(HostTest, MoreCallersThanTheSoftLimitOfDescriptors) {
+    Host host(joined({"/bin/sh", "-c", "ulimit -Sn 64; exec \"$@\"", "sh"}, hostCommand(m_url)));
+    const std::string path = m_url.substr(std::string("ipc://").size());
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    ASSERT_LT(path.copy(address.sun_path, sizeof address.sun_path - 1), sizeof address.sun_path);
+    std::vector<int> callers;
+    for (int i = 0; i < 100; ++i) {
+        callers.push_back(socket(AF_UNIX, SOCK_STREAM, 0));
+        EXPECT_EQ(
+            connect(callers.back(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
+            0);
+    }
+    EXPECT_EQ(ask("deposit anna 5").status, 0);
+    EXPECT_EQ(host.stop(SIGTERM).status, 0);
+    for (const int caller : callers)
+        close(caller);
 }
 
 TEST_F(HostTest, ASecondSignalEndsAHostWhoseServiceHangs) {

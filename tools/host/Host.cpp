@@ -16,12 +16,24 @@
 #include <chrono>
 #include <iostream>
 #include <memory>
+#include <sys/resource.h>
 
 namespace mirel {
 
 namespace {
 
+/// Each caller takes a descriptor. The soft limit is low for the sake of programs that use select,
+/// which this one does not.
+void raiseDescriptorLimit() {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == limit.rlim_max)
+        return;
+    limit.rlim_cur = limit.rlim_max;
+    (void)setrlimit(RLIMIT_NOFILE, &limit); // otherwise there is room for fewer
+}
+
 void setUpProcess(const HostOptions& options) {
+    raiseDescriptorLimit();
     if (!options.logLevels.empty())
         setLogLevels(options.logLevels);
     setThreadOptions(options.threads);

@@ -95,11 +95,10 @@ void checkComplete(const HostOptions& options) {
 } // namespace
 
 std::optional<int> parseHostOptions(int argc, char** argv, HostOptions& options) {
-    CLI::App app("Hosts one service until SIGINT or SIGTERM.", "mirel-host");
+    CLI::App app("Hosts one service until SIGINT, SIGTERM or SIGHUP.", "mirel-host");
     app.footer("Prints a line that begins with \"serving\" when callers can connect, and a summary "
-               "at the end.\nExit status: 0 stopped as told, 1 its loop failed or its channel "
-               "ended, 2 it could "
-               "not start.");
+               "at the end.\nExit status: 0 stopped as told, 1 its service could not be made, its "
+               "loop failed again and again, or its channel ended, 2 it could not start.");
     addServiceOptions(app, options);
     addChannelOptions(app, options);
     addThreadOptions(app, options);

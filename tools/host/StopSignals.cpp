@@ -14,6 +14,11 @@ StopSignals::StopSignals() {
     sigemptyset(&m_signals);
     sigaddset(&m_signals, SIGINT);
     sigaddset(&m_signals, SIGTERM);
+    // Who starts the host with nohup wants it to outlive the terminal. A blocked signal would come
+    // even so.
+    struct sigaction hangUp {};
+    if (sigaction(SIGHUP, nullptr, &hangUp) == 0 && hangUp.sa_handler != SIG_IGN)
+        sigaddset(&m_signals, SIGHUP);
     m_descriptor = signalfd(-1, &m_signals, SFD_CLOEXEC);
     if (m_descriptor < 0)
         throw std::system_error(errno, std::generic_category(), "signalfd");

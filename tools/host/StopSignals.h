@@ -4,7 +4,7 @@
 
 namespace mirel {
 
-/// SIGINT and SIGTERM as something to wait for.
+/// SIGINT, SIGTERM and, unless it is ignored, SIGHUP as something to wait for.
 class StopSignals {
 public:
     /// Blocks the signals for the calling thread and those that it starts from now on, so it must
