@@ -45,6 +45,10 @@ check() {
         status=0
         # Not shown: the shell's own line about a program that crashed.
         MIREL_SCHEDULES=$mode scenarios "$directory" >"$directory/log" 2>/dev/null || status=$?
+        [ $status -ne 127 ] || {
+            echo "$fault: the program does not start" >&2
+            exit 255
+        }
         [ $status -eq 0 ] || break
     done
     awk -v fault="$fault" -v status=$status -v OFS='\t' '
