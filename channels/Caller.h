@@ -1,5 +1,6 @@
 #pragma once
 
+#include "channels/Shares.h"
 #include "runtime/values/Answer.h"
 
 #include <chrono>
@@ -10,9 +11,18 @@ class CommsChannelDataContainerMessage;
 namespace mirel {
 
 /// One caller of a service in another process. Used by one thread at a time.
+///
+/// A request that the service refuses for lack of room has not run and can be sent again (see
+/// `Answer::refusal`). Until that answer was received, the service refuses what comes behind it in
+/// its source, too. So who sends all of them again, in their order, before anything new of their
+/// source, keeps that order.
 class Caller {
 public:
     virtual ~Caller() = default;
+
+    /// What may be unanswered so that a service with default limits refuses nothing while there are
+    /// few callers. Only what is about this caller counts; 0 is without limit.
+    virtual CallerShare share() const { return {}; }
 
     /// False when the message could not be handed over for `patience` because the service takes no
     /// more. `MirelException` for a message that is too large.

@@ -11,10 +11,11 @@ namespace mirel {
 namespace {
 
 constexpr int kVersion = 1;
+constexpr int kVersionWithRefusals = 2;
 
 enum Kind : int { eMessage = 0, eAnswer = 1 };
 
-// Elements of the arrays, the version and the kind included.
+// Elements of the arrays, the version and the kind included. The second version has one more each.
 constexpr std::uint32_t kMessageFields = 12;
 constexpr std::uint32_t kAnswerFields = 6;
 
@@ -58,15 +59,20 @@ public:
     FieldReader(std::string_view bytes, Kind kind, std::uint32_t fields) {
         unpack(bytes);
         const int version = integer<int>("version");
-        if (version != kVersion)
-            throw EnvelopeError("version " + std::to_string(version) + " is not understood, only " +
-                                std::to_string(kVersion));
+        if (version != kVersion && version != kVersionWithRefusals)
+            throw EnvelopeError("version " + std::to_string(version) +
+                                " is not understood, only 1 and 2");
+        m_withRefusals = version == kVersionWithRefusals;
+        if (m_withRefusals)
+            ++fields;
         if (integer<int>("kind") != kind)
             throw EnvelopeError(kind == eMessage ? "not a message" : "not an answer");
         if (m_array.size != fields)
             throw EnvelopeError(std::to_string(m_array.size) + " fields instead of " +
                                 std::to_string(fields));
     }
+
+    bool withRefusals() const { return m_withRefusals; }
 
     template <typename T>
     T integer(const char* name) {
@@ -95,7 +101,7 @@ private:
     void unpack(std::string_view bytes) {
         // One flat array with no more elements than are known, so that a few bytes that announce
         // much cannot make the decoder allocate it. Texts are referred to, not copied.
-        const msgpack::unpack_limit limit(kMessageFields, 0, bytes.size(), bytes.size(), 0, 1);
+        const msgpack::unpack_limit limit(kMessageFields + 1, 0, bytes.size(), bytes.size(), 0, 1);
         const auto refer = [](msgpack::type::object_type, std::size_t, void*) { return true; };
         std::size_t used = 0;
         try {
@@ -120,15 +126,18 @@ private:
     msgpack::zone m_zone{kUsualObjects};
     msgpack::object m_envelope; ///< in m_zone, as its elements
     msgpack::object_array m_array{};
+    bool m_withRefusals = false;
     std::uint32_t m_next = 0;
 };
 
 } // namespace
 
-std::string encode(CommsChannelDataContainerMessage& msg) {
+std::string encode(CommsChannelDataContainerMessage& msg,
+                   std::optional<std::uint64_t> refusalsKnown) {
     Appender bytes;
     Packer packer(bytes);
-    packer.pack_array(kMessageFields).pack(kVersion).pack(static_cast<int>(eMessage));
+    packer.pack_array(kMessageFields + (refusalsKnown ? 1 : 0));
+    packer.pack(refusalsKnown ? kVersionWithRefusals : kVersion).pack(static_cast<int>(eMessage));
     packer.pack(msg.msgType()).pack(static_cast<std::int64_t>(msg.requestId()));
     packText(packer, msg.sourceChannel());
     packText(packer, msg.channel());
@@ -138,22 +147,29 @@ std::string encode(CommsChannelDataContainerMessage& msg) {
     packText(packer, msg.proxyCallMode());
     packText(packer, msg.remoteContext());
     packData(packer, msg.getData());
+    if (refusalsKnown)
+        packer.pack(*refusalsKnown);
     return bytes.take();
 }
 
 std::string encode(const Answer& answer) {
     Appender bytes;
     Packer packer(bytes);
-    packer.pack_array(kAnswerFields).pack(kVersion).pack(static_cast<int>(eAnswer));
+    const bool refused = answer.refusal != 0;
+    packer.pack_array(kAnswerFields + (refused ? 1 : 0));
+    packer.pack(refused ? kVersionWithRefusals : kVersion).pack(static_cast<int>(eAnswer));
     packer.pack(answer.succeeded).pack(static_cast<std::int64_t>(answer.requestId));
     packText(packer, answer.sourceChannel);
     packData(packer, answer.data);
+    if (refused)
+        packer.pack(answer.refusal);
     return bytes.take();
 }
 
-CommsChannelDataContainerMessage decodeMessage(std::string_view bytes) {
+SentMessage decodeSent(std::string_view bytes) {
     FieldReader fields(bytes, eMessage, kMessageFields);
-    CommsChannelDataContainerMessage msg;
+    SentMessage sent;
+    CommsChannelDataContainerMessage& msg = sent.msg;
     msg.setMsgType(fields.integer<int>("message type"));
     msg.setRequestId(fields.integer<long>("request id"));
     msg.sourceChannel() = fields.text("source channel");
@@ -164,7 +180,13 @@ CommsChannelDataContainerMessage decodeMessage(std::string_view bytes) {
     msg.proxyCallMode() = fields.text("proxy call mode");
     msg.remoteContext() = fields.text("remote context");
     msg.setData(fields.data("data"));
-    return msg;
+    if (fields.withRefusals())
+        sent.refusalsKnown = fields.integer<std::uint64_t>("number of the last refusal");
+    return sent;
+}
+
+CommsChannelDataContainerMessage decodeMessage(std::string_view bytes) {
+    return decodeSent(bytes).msg;
 }
 
 Answer decodeAnswer(std::string_view bytes) {
@@ -174,6 +196,8 @@ Answer decodeAnswer(std::string_view bytes) {
     answer.requestId = fields.integer<long>("request id");
     answer.sourceChannel = fields.text("source channel");
     answer.data = fields.data("data");
+    if (fields.withRefusals())
+        answer.refusal = fields.integer<std::uint64_t>("number of the refusal");
     return answer;
 }
 

@@ -1,6 +1,5 @@
 #include "channels/ReceivedMessage.h"
 
-#include "channels/Envelope.h"
 #include "channels/RefusalCounter.h"
 #include "runtime/values/MessageRules.h"
 
@@ -14,12 +13,12 @@ std::string tooLong(const std::string& what, std::size_t bytes, std::size_t limi
            " are the limit";
 }
 
-std::optional<CommsChannelDataContainerMessage>
-decodeReceived(std::string_view bytes, std::string callbackChannel, std::size_t maxBytes,
-               RefusalCounter& refused, const std::function<void(const Answer&)>& answer) {
-    std::optional<CommsChannelDataContainerMessage> msg;
+std::optional<SentMessage> decodeReceived(std::string_view bytes, std::string callbackChannel,
+                                          std::size_t maxBytes, RefusalCounter& refused,
+                                          const std::function<void(const Answer&)>& answer) {
+    std::optional<SentMessage> sent;
     try {
-        msg = decodeMessage(bytes);
+        sent = decodeSent(bytes);
     } catch (const EnvelopeError& failure) {
         refused.refuse(std::string("it cannot be decoded: ") + failure.what());
         return std::nullopt;
@@ -27,14 +26,15 @@ decodeReceived(std::string_view bytes, std::string callbackChannel, std::size_t 
         refused.refuse("there is no memory for it");
         return std::nullopt;
     }
-    msg->callbackChannel() = std::move(callbackChannel);
+    CommsChannelDataContainerMessage& msg = sent->msg;
+    msg.callbackChannel() = std::move(callbackChannel);
     const std::string why =
-        bytes.size() > maxBytes ? tooLong("it", bytes.size(), maxBytes) : whyRefused(*msg);
+        bytes.size() > maxBytes ? tooLong("it", bytes.size(), maxBytes) : whyRefused(msg);
     if (why.empty())
-        return msg;
+        return sent;
     refused.refuse(why);
-    if (isInvokerRequest(*msg))
-        answer({false, msg->requestId(), msg->sourceChannel(), msg->callbackChannel(),
+    if (isInvokerRequest(msg))
+        answer({false, msg.requestId(), msg.sourceChannel(), msg.callbackChannel(),
                 "the request was refused: " + why});
     return std::nullopt;
 }

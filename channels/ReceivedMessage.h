@@ -1,6 +1,6 @@
 #pragma once
 
-#include "framework/CommsChannelDataContainerMessage.h"
+#include "channels/Envelope.h"
 
 #include <cstddef>
 #include <functional>
@@ -10,7 +10,6 @@
 
 namespace mirel {
 
-struct Answer;
 class RefusalCounter;
 
 /// "WHAT has N bytes and M are the limit".
@@ -18,8 +17,8 @@ std::string tooLong(const std::string& what, std::size_t bytes, std::size_t limi
 
 /// Decodes what a transport has received. Nothing when no executor should see it: then it has been
 /// counted, and `answer` called if somebody waits for an answer.
-std::optional<CommsChannelDataContainerMessage>
-decodeReceived(std::string_view bytes, std::string callbackChannel, std::size_t maxBytes,
-               RefusalCounter& refused, const std::function<void(const Answer&)>& answer);
+std::optional<SentMessage> decodeReceived(std::string_view bytes, std::string callbackChannel,
+                                          std::size_t maxBytes, RefusalCounter& refused,
+                                          const std::function<void(const Answer&)>& answer);
 
 } // namespace mirel

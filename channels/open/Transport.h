@@ -18,6 +18,8 @@ class ServiceChannel;
 struct ChannelSettings {
     std::string url;
     std::size_t maxMessageBytes = std::size_t{1} << 20; ///< of a message and of an answer
+    std::size_t maxUnfinished = 10000;                  ///< unanswered requests
+    std::size_t maxWorkers = 0;                         ///< 0: the service needs none
 
     /// May be asked while the channel is opened, and never afterwards; true ends the attempt.
     std::function<bool()> giveUp = [] { return false; };

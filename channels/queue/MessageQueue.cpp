@@ -19,7 +19,9 @@ void checkMessage(CommsChannelDataContainerMessage& msg) {
 
 } // namespace
 
-MessageQueue::MessageQueue(std::size_t capacity) : m_capacity(std::max<std::size_t>(capacity, 1)) {}
+MessageQueue::MessageQueue(std::size_t capacity, MessageLine::SenderOf senderOf)
+    : m_capacity(std::max<std::size_t>(capacity, 1)),
+      m_messages(senderOf) {}
 
 bool MessageQueue::send(CommsChannelDataContainerMessage msg) {
     checkMessage(msg);
@@ -45,7 +47,7 @@ void MessageQueue::sendWhatFits(std::deque<CommsChannelDataContainerMessage>& me
     {
         const Lock lock(m_mutex);
         while (!m_closed && !messages.empty() && !full()) {
-            m_messages.push_back(std::move(messages.front()));
+            m_messages.push(std::move(messages.front()));
             messages.pop_front();
         }
     }
@@ -62,7 +64,7 @@ bool MessageQueue::full() const { return m_messages.size() == m_capacity; }
 bool MessageQueue::append(CommsChannelDataContainerMessage& msg) {
     if (m_closed)
         return false;
-    m_messages.push_back(std::move(msg));
+    m_messages.push(std::move(msg));
     m_notEmpty.notify_one();
     return true;
 }
@@ -72,13 +74,12 @@ bool MessageQueue::read(CommsChannelDataContainerMessage& msg) {
     bool wasFull = false;
     {
         Lock lock(m_mutex);
-        while (!m_closed && m_messages.empty())
+        while (!m_closed && m_messages.size() == 0)
             lock.wait(m_notEmpty);
         if (m_closed)
             return false;
         wasFull = full();
-        msg = std::move(m_messages.front());
-        m_messages.pop_front();
+        msg = m_messages.pop();
         m_notFull.notify_one();
     }
     if (wasFull && m_onRoom)
@@ -103,7 +104,7 @@ bool MessageQueue::closed() const {
 std::deque<CommsChannelDataContainerMessage> MessageQueue::takeRest() {
     const Lock lock(m_mutex);
     m_notFull.notify_all();
-    return std::exchange(m_messages, {});
+    return m_messages.takeAll();
 }
 
 } // namespace mirel

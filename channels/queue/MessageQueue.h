@@ -1,6 +1,6 @@
 #pragma once
 
-#include "framework/CommsChannelDataContainerMessage.h"
+#include "channels/queue/MessageLine.h"
 #include "runtime/threads/Mutex.h"
 
 #include <chrono>
@@ -11,12 +11,12 @@
 
 namespace mirel {
 
-/// Bounded first-in first-out queue of messages between any number of senders and one reader.
-/// Any thread may call any function.
+/// Bounded queue of messages between any number of senders and one reader, first in, first out, or
+/// in turn (see MessageLine). Any thread may call any function.
 class MessageQueue {
 public:
     /// Holds at most `capacity` messages, at least 1.
-    explicit MessageQueue(std::size_t capacity);
+    explicit MessageQueue(std::size_t capacity, MessageLine::SenderOf senderOf = nullptr);
 
     /// Appends, waiting while the queue is full. False when the queue is or gets closed; the
     /// message has not been taken then. `MirelException` for a message that no executor should see
@@ -58,7 +58,7 @@ private:
     mutable Mutex m_mutex;
     std::condition_variable m_notEmpty;
     std::condition_variable m_notFull;
-    std::deque<CommsChannelDataContainerMessage> m_messages MIREL_GUARDED_BY(m_mutex);
+    MessageLine m_messages MIREL_GUARDED_BY(m_mutex);
     bool m_closed MIREL_GUARDED_BY(m_mutex) = false;
 };
 

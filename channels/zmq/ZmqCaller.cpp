@@ -3,6 +3,7 @@
 #include "channels/Envelope.h"
 #include "channels/RandomName.h"
 #include "channels/ReceivedMessage.h"
+#include "channels/zmq/ZmqChannelOptions.h"
 #include "channels/zmq/ZmqSecurity.h"
 #include "framework/CommsChannelDataContainerMessage.h"
 #include "framework/MirelException.h"
@@ -24,6 +25,9 @@ using std::chrono::milliseconds;
 /// Messages that ZeroMQ keeps in each direction; see the class's comment.
 constexpr int kKeptMessages = 1000;
 constexpr milliseconds kLinger{1000};
+
+/// What a service with room for 1000 workers lets one caller have.
+constexpr std::size_t kSourcesAtOnce = 700;
 
 [[noreturn]] void fail(const std::string& text) { throw MirelException(text, __FILE__, __LINE__); }
 
@@ -167,10 +171,16 @@ ZmqCaller::ZmqCaller(const ZmqCallerOptions& options)
 
 ZmqCaller::~ZmqCaller() = default;
 
+CallerShare ZmqCaller::share() const {
+    const ZmqChannelOptions service;
+    return {service.shares.caller, service.shares.source, kSourcesAtOnce,
+            service.callerAnswerBytes};
+}
+
 bool ZmqCaller::connected() { return m_connection->connected(); }
 
 bool ZmqCaller::send(CommsChannelDataContainerMessage& msg, milliseconds patience) {
-    const std::string bytes = encode(msg);
+    const std::string bytes = encode(msg, m_refusalsKnown);
     if (bytes.size() > m_maxMessageBytes)
         fail(tooLong("the message", bytes.size(), m_maxMessageBytes));
     return m_connection->send(zmq::buffer(bytes), patience);
@@ -181,7 +191,10 @@ std::optional<Answer> ZmqCaller::receive(milliseconds patience) {
     if (!m_connection->receive(bytes, patience))
         return std::nullopt;
     try {
-        return decodeAnswer(bytes.to_string_view());
+        Answer answer = decodeAnswer(bytes.to_string_view());
+        if (answer.refusal != 0)
+            m_refusalsKnown = answer.refusal;
+        return answer;
     } catch (const EnvelopeError& failure) {
         fail(std::string("the service sent something that is no answer: ") + failure.what());
     }

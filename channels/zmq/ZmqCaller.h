@@ -3,6 +3,7 @@
 #include "channels/Caller.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -29,8 +30,8 @@ struct ZmqCallerOptions {
 
 /// One caller of a service in another process. Used by one thread at a time.
 ///
-/// A caller should have at most 1000 requests on their way: a service drops answers beyond what
-/// ZeroMQ keeps for a caller that does not take them.
+/// A caller should have at most 1000 requests on their way, and no more than its `share`: a service
+/// drops answers beyond what it keeps for a caller that does not take them.
 class ZmqCaller : public Caller {
 public:
     /// Connects. `MirelException` with one clear text when there is no service within the patience,
@@ -43,6 +44,7 @@ public:
     ZmqCaller(const ZmqCaller&) = delete;
     ZmqCaller& operator=(const ZmqCaller&) = delete;
 
+    CallerShare share() const override;
     bool send(CommsChannelDataContainerMessage& msg, std::chrono::milliseconds patience) override;
     std::optional<Answer> receive(std::chrono::milliseconds patience) override;
     bool connected() override;
@@ -50,6 +52,7 @@ public:
 private:
     class Connection;
     const std::size_t m_maxMessageBytes;
+    std::uint64_t m_refusalsKnown = 0; ///< number of the last refusal received
     const std::unique_ptr<Connection> m_connection;
 };
 

@@ -2,6 +2,7 @@
 
 #include "channels/queue/MessageQueue.h"
 #include "channels/zmq/ZmqOutbox.h"
+#include "channels/zmq/ZmqReturn.h"
 #include "channels/zmq/ZmqSocketThread.h"
 
 namespace mirel {
@@ -9,7 +10,7 @@ namespace mirel {
 ZmqChannel::ZmqChannel(const ZmqChannelOptions& options)
     : ServiceChannel("ZmqChannel", options.url),
       m_outbox(std::make_shared<ZmqOutbox>(m_counters)),
-      m_queue(std::make_unique<MessageQueue>(options.queueLength)),
+      m_queue(std::make_unique<MessageQueue>(options.queueLength, &zmqReturn::caller)),
       m_thread(std::make_unique<ZmqSocketThread>(options, *m_queue, *m_outbox, *m_counters)) {
     answerBy(m_outbox);
     m_queue->onRoom([outbox = m_outbox] { outbox->wake().set(); });

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "channels/Shares.h"
+
 #include <cstddef>
 #include <string>
 
@@ -17,6 +19,14 @@ struct ZmqChannelOptions {
 
     /// Messages kept for the executor. When they are this many, callers are made to wait.
     std::size_t queueLength = 1000;
+
+    /// What may be unanswered. A request beyond it is refused at once.
+    ShareLimits shares;
+
+    /// Bytes of answers that a caller has not taken, and of all callers. One beyond them is
+    /// dropped.
+    std::size_t callerAnswerBytes = std::size_t{32} << 20;
+    std::size_t answerBytes = std::size_t{64} << 20;
 
     /// Lets `tcp://` without CURVE listen on addresses that other machines can reach. Whoever can
     /// reach the port can call the service and read along.

@@ -7,6 +7,13 @@ namespace mirel {
 using Range = TransportOption::Range;
 using Text = TransportOption::Text;
 
+namespace {
+
+constexpr Range kRequests{1, 1000000};
+constexpr Range kBytes{1000, 1 << 30};
+
+} // namespace
+
 ZmqDeclaration::ZmqDeclaration()
     : Transport("ZeroMQ", "MIREL_ZEROMQ", {"ipc://PATH", "tcp://HOST:PORT"}) {}
 
@@ -14,6 +21,17 @@ std::vector<TransportOption> ZmqDeclaration::channelOptions() {
     return {
         {"--queue", &m_channel.queueLength,
          "Messages kept for the service before callers are made to wait", Range{1, 1000000}},
+        {"--max-unfinished-bytes", &m_channel.shares.total.bytes,
+         "Bytes of unanswered requests, of all callers", kBytes},
+        {"--caller-requests", &m_channel.shares.caller.requests,
+         "Unanswered requests of one caller; what is beyond a share is refused", kRequests},
+        {"--caller-bytes", &m_channel.shares.caller.bytes, "The same in bytes", kBytes},
+        {"--source-requests", &m_channel.shares.source.requests,
+         "Unanswered requests of one source of a caller", kRequests},
+        {"--source-bytes", &m_channel.shares.source.bytes, "The same in bytes", kBytes},
+        {"--caller-answer-bytes", &m_channel.callerAnswerBytes,
+         "Bytes of answers that one caller has not taken; what is beyond is dropped", kBytes},
+        {"--answer-bytes", &m_channel.answerBytes, "The same for all callers", kBytes},
         {"--allow-plain-tcp", &m_channel.allowPlainTcpBeyondLoopback,
          "Let tcp:// without CURVE listen beyond this machine: everyone who reaches the port may "
          "call, and can read along"},

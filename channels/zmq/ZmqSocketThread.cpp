@@ -2,9 +2,11 @@
 
 #include "channels/ChannelCounters.h"
 #include "channels/Envelope.h"
+#include "channels/Printable.h"
 #include "channels/ReceivedMessage.h"
 #include "channels/queue/MessageQueue.h"
 #include "channels/zmq/ZmqOutbox.h"
+#include "channels/zmq/ZmqReturn.h"
 #include "channels/zmq/ZmqSecurity.h"
 #include "framework/Logging.h"
 #include "framework/MirelException.h"
@@ -19,6 +21,7 @@
 #include <cstdint>
 #include <cxxabi.h>
 #include <exception>
+#include <new>
 #include <utility>
 
 namespace mirel {
@@ -29,15 +32,20 @@ constexpr std::size_t kLargestLimit = std::size_t{1} << 30;
 constexpr std::int64_t kHardLimitFactor = 4;
 
 /// Messages of one caller that ZeroMQ keeps, beside the system's socket buffers.
-constexpr int kReceivedPerCaller = 100;
+constexpr std::size_t kReceivedPerCaller = 100;
+constexpr std::size_t kReceivedBytesPerCaller = std::size_t{32} << 20;
 constexpr int kAnswersPerCaller = 1000;
 
 /// ZeroMQ counts what a peer has taken in steps of half its limit, and drops an answer when it
 /// believes the limit to be reached: that it keeps so many is sure of half of the limit only.
 constexpr int kSureOfHalf = 2;
 
+constexpr const char* kNoMemory = "there is no memory for it";
+
 /// Messages taken before answers get their turn again.
 constexpr std::size_t kBatch = 100;
+
+constexpr std::chrono::milliseconds kMemoryMayBeBack{100};
 
 /// For what is under way when the channel ends: first what callers have sent, then the answers.
 constexpr std::chrono::seconds kLastInput{1};
@@ -50,9 +58,10 @@ void setLimits(zmq::socket_t& socket, const ZmqChannelOptions& options) {
         fail("the largest message must have 1 to " + std::to_string(kLargestLimit) + " bytes");
     const auto limit = static_cast<std::int64_t>(options.maxMessageBytes);
     socket.set(zmq::sockopt::maxmsgsize, kHardLimitFactor * limit);
+    const std::size_t kept =
+        std::min(options.queueLength, kReceivedBytesPerCaller / options.maxMessageBytes);
     socket.set(zmq::sockopt::rcvhwm,
-               static_cast<int>(std::min<std::size_t>(std::max<std::size_t>(options.queueLength, 1),
-                                                      kReceivedPerCaller)));
+               static_cast<int>(std::clamp<std::size_t>(kept, 1, kReceivedPerCaller)));
     socket.set(zmq::sockopt::sndhwm, kSureOfHalf * kAnswersPerCaller);
     socket.set(zmq::sockopt::linger, static_cast<int>(kLinger.count()));
     socket.set(zmq::sockopt::router_mandatory, true);
@@ -73,7 +82,9 @@ ZmqSocketThread::ZmqSocketThread(const ZmqChannelOptions& options, MessageQueue&
       m_queue(queue),
       m_outbox(outbox),
       m_counters(counters),
-      m_socket(m_context, zmq::socket_type::router) {
+      m_socket(m_context, zmq::socket_type::router),
+      m_shares(options.shares),
+      m_untaken(options.callerAnswerBytes, options.answerBytes) {
     setLimits(m_socket, options);
     secure(options);
     m_endpoint.emplace(m_socket, options);
@@ -120,7 +131,8 @@ void ZmqSocketThread::run() {
         logAppUni("ZmqChannel", __FILE__, 2, __LINE__, "%s: the channel ends: %s", url().c_str(),
                   failure.what());
         m_queue.close(); // ends the executor's loop
-        m_outbox.close();
+        for ([[maybe_unused]] const Answer& lost : m_outbox.close())
+            m_counters.answersDropped.refuse("the channel has ended");
     }
 }
 
@@ -139,7 +151,8 @@ void ZmqSocketThread::serve() {
     const auto deadline = std::chrono::steady_clock::now() + kLastInput;
     while (receiveSome() && std::chrono::steady_clock::now() < deadline) {
     }
-    send(m_outbox.close());
+    m_answers = m_outbox.close();
+    send(m_answers);
 }
 
 void ZmqSocketThread::waitForWork() {
@@ -150,18 +163,24 @@ void ZmqSocketThread::waitForWork() {
         {m_socket.handle(), 0, messages, 0},
         {m_admission ? m_admission->socket().handle() : nullptr, 0, ZMQ_POLLIN, 0},
     }};
-    zmq::poll(items.data(), m_admission ? 3 : 2, std::chrono::milliseconds(-1));
+    zmq::poll(items.data(), m_admission ? 3 : 2,
+              m_received.empty() ? std::chrono::milliseconds(-1) : kMemoryMayBeBack);
     if (items[0].revents != 0)
         m_outbox.wake().clear();
 }
 
 /// Whether there may be more to receive.
 bool ZmqSocketThread::receiveSome() {
-    const std::size_t most = std::min(kBatch, m_queue.room());
+    const std::size_t room = m_queue.room();
+    const std::size_t most = std::min(kBatch, room - std::min(room, m_received.size()));
     std::size_t received = 0;
     while (received < most && receiveOne())
         ++received;
-    queueReceived();
+    try {
+        queueReceived();
+    } catch (const std::bad_alloc&) {
+        // What has not been queued is still there, and is tried again; see waitForWork.
+    }
     return received > 0 && received == most;
 }
 
@@ -172,7 +191,11 @@ bool ZmqSocketThread::receiveOne() {
     zmq::message_t body;
     const bool hasBody = caller.more() && m_socket.recv(body, zmq::recv_flags::dontwait);
     if (hasBody && !body.more()) {
-        take(caller.to_string(), body.to_string_view());
+        try {
+            take(caller.to_string(), body.to_string_view());
+        } catch (const std::bad_alloc&) {
+            m_counters.refused.refuse(kNoMemory);
+        }
         return true;
     }
     for (zmq::message_t rest; m_socket.get(zmq::sockopt::rcvmore);)
@@ -181,13 +204,33 @@ bool ZmqSocketThread::receiveOne() {
     return true;
 }
 
-void ZmqSocketThread::take(std::string caller, std::string_view bytes) {
-    auto msg = decodeReceived(bytes, std::move(caller), m_maxMessageBytes, m_counters.refused,
-                              [this](const Answer& failure) { send(failure); });
-    if (!msg)
+void ZmqSocketThread::take(const std::string& caller, std::string_view bytes) {
+    auto sent = decodeReceived(bytes, zmqReturn::text(caller, bytes.size()), m_maxMessageBytes,
+                               m_counters.refused, [this](const Answer& why) { refuse(why); });
+    if (!sent)
         return;
-    m_received.push_back(*std::move(msg));
+    const bool isRequest = isInvokerRequest(sent->msg);
+    if (isRequest && !takeOn(caller, *sent, bytes.size()))
+        return;
+    try {
+        m_received.push_back(std::move(sent->msg));
+    } catch (...) {
+        if (isRequest)
+            m_shares.release(caller, sent->msg.sourceChannel(), bytes.size());
+        throw;
+    }
     ++m_counters.received;
+}
+
+bool ZmqSocketThread::takeOn(const std::string& caller, SentMessage& sent, std::size_t bytes) {
+    CommsChannelDataContainerMessage& msg = sent.msg;
+    const auto refusal = m_shares.takeOn(caller, msg.sourceChannel(), bytes, sent.refusalsKnown);
+    if (!refusal)
+        return true;
+    m_counters.refused.refuse(refusal->why + " (caller " + printable(caller) + ')');
+    refuse({false, msg.requestId(), msg.sourceChannel(), msg.callbackChannel(),
+            "the request was refused: " + refusal->why, refusal->number});
+    return false;
 }
 
 /// Leaves nothing in m_received: there is room for all of it, since nobody else fills the queue.
@@ -203,40 +246,59 @@ void ZmqSocketThread::answerUnread() {
     std::deque<CommsChannelDataContainerMessage> unread = m_queue.takeRest();
     for (CommsChannelDataContainerMessage& msg : std::exchange(m_received, {}))
         unread.push_back(std::move(msg));
-    for (CommsChannelDataContainerMessage& msg : unread) {
+    std::vector<Answer> failures;
+    for (CommsChannelDataContainerMessage& msg : unread)
         if (isInvokerRequest(msg))
-            send({false, msg.requestId(), msg.sourceChannel(), msg.callbackChannel(),
-                  "the service stopped before the request was read"});
+            failures.push_back({false, msg.requestId(), msg.sourceChannel(), msg.callbackChannel(),
+                                "the service stopped before the request was read"});
+    send(failures);
+}
+
+void ZmqSocketThread::send(std::vector<Answer>& answers) {
+    for (Answer& answer : answers) {
+        try {
+            send(answer);
+        } catch (const std::bad_alloc&) {
+            m_counters.answersDropped.refuse(kNoMemory);
+        }
     }
 }
 
-void ZmqSocketThread::send(const std::vector<Answer>& answers) {
-    for (const Answer& answer : answers)
-        send(answer);
+void ZmqSocketThread::send(Answer& answer) {
+    const std::size_t bytes = zmqReturn::takeSize(answer.callbackChannel);
+    m_shares.release(answer.callbackChannel, answer.sourceChannel, bytes);
+    if (answer.data.size() > m_maxMessageBytes) {
+        answer.succeeded = false;
+        answer.data = tooLong("the answer", answer.data.size(), m_maxMessageBytes);
+    }
+    transmit(answer);
 }
 
-void ZmqSocketThread::send(const Answer& answer) {
-    if (answer.data.size() <= m_maxMessageBytes)
-        transmit(answer);
-    else
-        transmit({false, answer.requestId, answer.sourceChannel, answer.callbackChannel,
-                  tooLong("the answer", answer.data.size(), m_maxMessageBytes)});
+void ZmqSocketThread::refuse(Answer failure) {
+    zmqReturn::takeSize(failure.callbackChannel);
+    transmit(failure);
 }
 
 void ZmqSocketThread::transmit(const Answer& answer) {
-    const auto bytes = encode(answer); // before the first frame: nothing may fail between the two
+    const std::string& name = answer.callbackChannel;
+    auto message = m_untaken.message(name, encode(answer));
+    if (!message) {
+        m_counters.answersDropped.refuse(printable(name) + " has taken too few of its answers (" +
+                                         "--caller-answer-bytes, --answer-bytes)");
+        return;
+    }
     try {
-        const zmq::const_buffer caller = zmq::buffer(answer.callbackChannel);
+        const zmq::const_buffer caller = zmq::buffer(name);
         if (!m_socket.send(caller, zmq::send_flags::sndmore | zmq::send_flags::dontwait)) {
-            m_counters.answersDropped.refuse("its caller does not take its answers");
+            m_counters.answersDropped.refuse(printable(name) + " does not take its answers");
             return;
         }
         ++m_counters.answersSent; // before the caller can have it
-        m_socket.send(zmq::buffer(bytes), zmq::send_flags::dontwait);
+        m_socket.send(*message, zmq::send_flags::dontwait);
     } catch (const zmq::error_t& failure) {
         if (failure.num() != EHOSTUNREACH)
             throw;
-        m_counters.answersDropped.refuse("its caller is gone");
+        m_counters.answersDropped.refuse(printable(name) + " is gone");
     }
 }
 

@@ -1,8 +1,10 @@
 #pragma once
 
+#include "channels/Shares.h"
 #include "channels/zmq/ZmqAdmission.h"
 #include "channels/zmq/ZmqChannelOptions.h"
 #include "channels/zmq/ZmqEndpoint.h"
+#include "channels/zmq/ZmqUntaken.h"
 #include "framework/CommsChannelDataContainerMessage.h"
 #include "framework/Threadable.h"
 #include "runtime/values/Answer.h"
@@ -19,6 +21,7 @@ namespace mirel {
 
 class MessageQueue;
 class ZmqOutbox;
+struct SentMessage;
 struct ChannelCounters;
 
 /// Owns the socket of a `ZmqChannel`: feeds the queue, sends what is in the outbox, and waits for
@@ -48,11 +51,13 @@ private:
     void waitForWork();
     bool receiveSome();
     bool receiveOne();
-    void take(std::string caller, std::string_view bytes);
+    void take(const std::string& caller, std::string_view bytes);
+    bool takeOn(const std::string& caller, SentMessage& sent, std::size_t bytes);
     void queueReceived();
     void answerUnread();
-    void send(const std::vector<Answer>& answers);
-    void send(const Answer& answer);
+    void send(std::vector<Answer>& answers);
+    void send(Answer& answer);
+    void refuse(Answer failure); ///< nothing was taken on
     void transmit(const Answer& answer);
 
     const std::size_t m_maxMessageBytes;
@@ -67,6 +72,8 @@ private:
     zmq::socket_t m_socket;
     std::optional<ZmqEndpoint> m_endpoint;
 
+    Shares m_shares;               ///< of the requests that were received and not answered
+    ZmqUntaken m_untaken;          ///< before m_socket is closed, and after
     std::vector<Answer> m_answers; ///< being sent; keeps its memory
 
     /// What goes into the queue together: one lock and one wake-up for all of it.

@@ -9,6 +9,8 @@ std::unique_ptr<ServiceChannel> ZmqTransport::openChannel(const ChannelSettings&
     ZmqChannelOptions options = m_channel;
     options.url = settings.url;
     options.maxMessageBytes = settings.maxMessageBytes;
+    options.shares.total.requests = settings.maxUnfinished;
+    options.shares.workers = settings.maxWorkers;
     return std::make_unique<ZmqChannel>(options);
 }
 

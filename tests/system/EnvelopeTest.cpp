@@ -96,7 +96,8 @@ std::string messageWith(std::size_t field, const std::string& bytes) {
 
 TEST(Envelope, IsRefusedWithAReason) {
     const std::pair<std::string, const char*> bad[] = {
-        {messageWith(0, "\x02"), "version 2"},
+        {messageWith(0, "\x03"), "version 3"},
+        {messageWith(0, "\x02"), "12 fields instead of 13"},
         {encode(sampleAnswer()), "not a message"},
         {"\x01", "not an array"},
         {{"\x92\x01\x00", 3}, "2 fields"},

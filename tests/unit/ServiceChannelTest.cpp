@@ -52,7 +52,7 @@ protected:
         m_pool.shutdown();
     }
 
-    const std::shared_ptr<mirel::FlowLimit> m_limit = std::make_shared<mirel::FlowLimit>(kLimit);
+    const std::shared_ptr<mirel::FlowLimit> m_limit = std::make_shared<mirel::FlowLimit>(kLimit, kLimit);
     const std::shared_ptr<mirel::MessageQueue> m_queue =
         std::make_shared<mirel::MessageQueue>(kQueued);
     Events m_answers;
@@ -102,7 +102,7 @@ bool deliversNow(mirel::FlowLimit& limit) {
 }
 
 TEST(LimitedPool, AWorkerThatEndsBeforeItHasBegunCountsNoMore) {
-    const auto limit = std::make_shared<mirel::FlowLimit>(1);
+    const auto limit = std::make_shared<mirel::FlowLimit>(1, 1);
     mirel::LimitedPool pool(1, nullptr, limit);
     pool.getThread(true); // never handed its work
     pool.shutdown();
@@ -110,7 +110,7 @@ TEST(LimitedPool, AWorkerThatEndsBeforeItHasBegunCountsNoMore) {
 }
 
 TEST(DeliveredRequests, ARequestWhoseCallerCannotBeToldIsDoneAllTheSame) {
-    const auto limit = std::make_shared<mirel::FlowLimit>(1);
+    const auto limit = std::make_shared<mirel::FlowLimit>(1, 1);
     const auto queue = std::make_shared<mirel::MessageQueue>(1);
     mirel::QueueChannel channel(queue, [](const mirel::Answer&) { throw std::bad_alloc(); });
     channel.limitBy(limit);

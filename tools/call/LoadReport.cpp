@@ -53,6 +53,8 @@ void write(std::ostream& out, LoadReport report) {
     out << "failed:     " << report.outcome.failed << '\n';
     if (!report.firstFailure.empty())
         out << "            the first: " << report.firstFailure << '\n';
+    if (report.outcome.sentAgain > 0)
+        out << "sent again: " << report.outcome.sentAgain << ", because the service had no room\n";
     out << "unanswered: " << report.outcome.unanswered << '\n' << "in order:   ";
     if (report.outcome.outOfOrder + report.outcome.unexpected == 0)
         out << "yes\n";

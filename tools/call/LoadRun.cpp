@@ -79,10 +79,8 @@ bool runLoad(const CallOptions& options) {
         ProgressBar bar(options.load);
         Measurement measurement(report, bar, timeline);
         Exchange exchange(*caller, options.window, options.deadline, measurement);
-        for (unsigned long index = 0; index < options.load; ++index) {
-            auto msg = loadRequest(options, index);
-            exchange.send(msg);
-        }
+        for (unsigned long index = 0; index < options.load; ++index)
+            exchange.send(loadRequest(options, index));
         exchange.finish();
         report.outcome = exchange.outcome();
     }

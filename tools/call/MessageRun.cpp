@@ -4,6 +4,7 @@
 #include "call/Exchange.h"
 
 #include <iostream>
+#include <utility>
 
 namespace mirel {
 
@@ -37,7 +38,7 @@ bool runMessages(const CallOptions& options,
     Exchange exchange(*caller, options.window, options.deadline, printer);
     for (CommsChannelDataContainerMessage& msg : messages) {
         msg.channel() = options.connection.url;
-        exchange.send(msg);
+        exchange.send(std::move(msg));
     }
     exchange.finish();
     const Exchange::Outcome& outcome = exchange.outcome();

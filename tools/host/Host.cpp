@@ -42,6 +42,8 @@ void setUpProcess(const HostOptions& options) {
 
 std::unique_ptr<ServiceChannel> open(const HostOptions& options, const StopSignals& signals) {
     ChannelSettings settings = options.channel;
+    settings.maxUnfinished = options.maxUnfinished;
+    settings.maxWorkers = options.singleThreaded ? 0 : options.maxWorkers;
     settings.giveUp = [&signals] { return signals.pending(); };
     return options.transports.openChannel(settings);
 }
@@ -67,7 +69,7 @@ int serve(const HostOptions& options) {
     std::unique_ptr<ServiceChannel> opened = open(options, *signals);
     ServiceChannel& channel = *opened;
     const auto counters = channel.counters();
-    const auto limit = std::make_shared<FlowLimit>(options.maxUnfinished);
+    const auto limit = std::make_shared<FlowLimit>(options.maxUnfinished, options.maxWorkers);
     const auto begin = std::chrono::steady_clock::now();
     bool failed = false;
     unsigned long restarts = 0;

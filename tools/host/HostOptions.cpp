@@ -26,9 +26,13 @@ void addServiceOptions(CLI::App& app, HostOptions& options) {
         ->check(CLI::Range(0, 10000))
         ->capture_default_str();
     app.add_option("--max-unfinished", options.maxUnfinished,
-                   "Accepted requests not answered yet, and likewise workers in use, at which the "
-                   "host stops reading until there are fewer")
+                   "Requests not answered yet. The callers' shares are parts of this")
         ->check(CLI::Range(1UL, 1000000UL))
+        ->capture_default_str();
+    app.add_option("--max-workers", options.maxWorkers,
+                   "Workers in use at which the host stops reading until there are fewer. The "
+                   "callers' shares are parts of this, too")
+        ->check(CLI::Range(1UL, 100000UL))
         ->capture_default_str();
 }
 

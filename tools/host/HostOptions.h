@@ -18,7 +18,8 @@ struct HostOptions {
     ThreadOptions threads;
     bool singleThreaded = false;
     int maxPool = 64;
-    unsigned long maxUnfinished = 1000;
+    unsigned long maxUnfinished = 10000;
+    unsigned long maxWorkers = 1000;
     std::string logLevels; ///< empty: as the environment says
 
     /// To be done instead of serving, unless empty; returns what to tell about it.

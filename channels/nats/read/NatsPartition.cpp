@@ -173,7 +173,7 @@ void NatsPartition::take(natsMsg* msg, const NatsDelivery& delivery, const std::
         m_reading.ledger.settle(m_number, waiting.sequence, kHopeless);
         return;
     }
-    waiting.msg = *std::move(decoded);
+    waiting.msg = std::move(decoded->msg);
     waiting.id = headerOf(msg, "Nats-Msg-Id");
     waiting.from += ' ' + waiting.msg.sourceChannel();
     m_waiting.push_back(std::move(waiting));
