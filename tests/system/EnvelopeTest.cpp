@@ -65,9 +65,20 @@ TEST(Envelope, KeepsEveryFieldOfAnAnswer) {
     }
 }
 
+TEST(Envelope, TellsOfRefusals) {
+    auto msg = sampleMessage();
+    const SentMessage sent = decodeSent(encode(msg, 7));
+    EXPECT_EQ(sent.refusalsKnown, 7U);
+    EXPECT_EQ(decodeSent(encode(msg)).refusalsKnown, std::nullopt);
+    Answer refusal = sampleAnswer();
+    refusal.refusal = 8;
+    EXPECT_EQ(decodeAnswer(encode(refusal)).refusal, 8U);
+    EXPECT_EQ(decodeAnswer(encode(sampleAnswer())).refusal, 0U);
+}
+
 TEST(Envelope, IsRefusedWhenCutShortOrFollowedBySomething) {
     auto msg = sampleMessage();
-    for (const std::string& good : {encode(msg), encode(sampleAnswer())}) {
+    for (const std::string& good : {encode(msg), encode(msg, 7), encode(sampleAnswer())}) {
         for (std::size_t length = 0; length < good.size(); ++length)
             EXPECT_TRUE(isRefused(good.substr(0, length))) << length;
         EXPECT_TRUE(isRefused(good + '\0'));

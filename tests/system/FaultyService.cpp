@@ -10,6 +10,8 @@
 #include <cstring>
 #include <fstream>
 #include <stdexcept>
+#include <string>
+#include <string_view>
 #include <unistd.h>
 
 namespace {
@@ -42,6 +44,22 @@ extern "C" Executable* makeServiceShortOfThreads(mirel::ServiceSetup& setup) {
         "Ledger", "text", [](FaultyService&, std::string_view) { return "done"; });
     static std::atomic<int> started = 0;
     mirel::setThreadStartHook([] { return started++ < 2 ? 0 : EAGAIN; });
+    return new FaultyService;
+}
+
+/// Echoes, hangs, and answers with as many bytes as it is asked for.
+extern "C" Executable* makeUnevenService(mirel::ServiceSetup& setup) {
+    using Data = std::string_view;
+    auto& context = setup.context;
+    context.addHandler<FaultyService>("Ledger", "echo",
+                                      [](FaultyService&, Data data) { return std::string(data); });
+    context.addHandler<FaultyService>("Ledger", "hang", [](FaultyService&, Data) -> std::string {
+        for (;;)
+            pause();
+    });
+    context.addHandler<FaultyService>("Ledger", "large", [](FaultyService&, Data data) {
+        return std::string(std::stoul(std::string(data)), 'x');
+    });
     return new FaultyService;
 }
 

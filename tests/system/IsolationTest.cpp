@@ -1,0 +1,142 @@
+// What one caller must not be able to do to another one, with the host on its defaults.
+
+#include "tests/system/ProgramsFixture.h"
+
+#include <fstream>
+#include <sstream>
+
+namespace mirel {
+namespace {
+
+constexpr std::size_t kMegabyte = std::size_t{1} << 20;
+constexpr long kMedianLimit = 50000; // microseconds
+constexpr long kMemoryLimit = 256;   // megabytes
+
+long numberBehind(const std::string& text, const std::string& word) {
+    const std::size_t at = text.find(word);
+    return at == std::string::npos ? -1 : std::stol(text.substr(at + word.size()));
+}
+
+class IsolationTest : public ProgramsFixture {
+protected:
+    void serve(const Arguments& more = {}) {
+        m_host.emplace(
+            joined({MIREL_HOST, "--library", FAULTY_LIBRARY, "--creator", "makeUnevenService",
+                    "--interface", "Ledger", "--channel", m_options.url},
+                   more));
+        ASSERT_TRUE(m_host->waitFor("serving"));
+    }
+
+    std::unique_ptr<ZmqCaller> attacker() const {
+        ZmqCallerOptions options;
+        options.url = m_options.url;
+        options.maxMessageBytes = 2 * kMegabyte;
+        return std::make_unique<ZmqCaller>(options);
+    }
+
+    /// Sends `count` requests and takes no answers.
+    static void flood(ZmqCaller& caller, long count, const std::string& protocol,
+                      const std::string& data) {
+        for (long id = 1; id <= count; ++id) {
+            auto msg = request(id, data);
+            msg.interface() = "Ledger";
+            msg.protocol() = protocol;
+            ASSERT_TRUE(caller.send(msg, kPatience)) << id;
+        }
+    }
+
+    /// Another caller is served as if nothing were.
+    void expectVictimIsServed() const {
+        const auto result = call({"--interface", "Ledger", "--protocol", "echo", "--data", "{n}",
+                                  "--load", "200", "--sources", "2", "--window", "4"});
+        EXPECT_EQ(result.status, 0) << result.output << result.errors;
+        EXPECT_LE(numberBehind(result.output, "p50 "), kMedianLimit) << result.output;
+    }
+
+    /// And the host has needed no more memory than it may, whatever the sanitizers need.
+    void expectLittleMemory() const {
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+        std::ostringstream status;
+        status << std::ifstream("/proc/" + std::to_string(m_host->pid()) + "/status").rdbuf();
+        EXPECT_LE(numberBehind(status.str(), "VmHWM:") / 1024, kMemoryLimit) << status.str();
+#endif
+    }
+
+    std::optional<Process> m_host;
+};
+
+TEST_F(IsolationTest, ASourceThatHangsHoldsUpItselfOnly) {
+    serve();
+    const auto hanging = attacker();
+    flood(*hanging, 2500, "hang", "");
+    expectVictimIsServed();
+    // Its caller's other sources, too.
+    auto other = request(6000, "mine");
+    other.sourceChannel() = "other";
+    other.interface() = "Ledger";
+    other.protocol() = "echo";
+    ASSERT_TRUE(hanging->send(other, kPatience));
+    unsigned long refused = 0;
+    for (;;) {
+        const auto answer = hanging->receive(kPatience);
+        ASSERT_TRUE(answer);
+        if (answer->requestId == 6000) {
+            EXPECT_EQ(answer->data, "mine");
+            break;
+        }
+        EXPECT_EQ(answer->refusal, ++refused);
+        EXPECT_TRUE(contains(answer->data, refused == 1 ? "1000 unanswered requests, which is its "
+                                                          "share (--source-requests); send it again"
+                                                        : "send it again"));
+    }
+    EXPECT_EQ(refused, 1500U);
+}
+
+TEST_F(IsolationTest, ManySourcesThatHangLeaveWorkersToOthers) {
+    serve({"--max-workers", "40"});
+    const auto hanging = attacker();
+    for (long id = 1; id <= 200; ++id) {
+        auto msg = request(id);
+        msg.sourceChannel() = std::to_string(id);
+        msg.interface() = "Ledger";
+        msg.protocol() = "hang";
+        ASSERT_TRUE(hanging->send(msg, kPatience));
+    }
+    expectVictimIsServed();
+    EXPECT_TRUE(contains(hanging->receive(kPatience).value().data, "--max-workers"));
+}
+
+TEST_F(IsolationTest, LargeRequestsBehindAHangingOne) {
+    serve();
+    const auto hanging = attacker();
+    flood(*hanging, 600, "hang", std::string(kMegabyte - 1000, 'x'));
+    expectVictimIsServed();
+    expectLittleMemory();
+}
+
+TEST_F(IsolationTest, AnswersThatNobodyTakes) {
+    serve();
+    const auto deaf = attacker();
+    flood(*deaf, 3000, "large", std::to_string(kMegabyte));
+    expectVictimIsServed();
+    expectLittleMemory();
+    EXPECT_TRUE(m_host->waitFor("has taken too few of its answers"));
+    const auto result = m_host->stop();
+    EXPECT_EQ(result.status, 0);
+    EXPECT_TRUE(contains(result.errors, "refused, the last one because mirel-call-"));
+}
+
+TEST_F(IsolationTest, WhatIsRefusedIsSentAgainInItsOrder) {
+    m_host.emplace(Arguments{MIREL_HOST, "--library", LEDGER_LIBRARY, "--creator", "createLedger",
+                             "--interface", "Ledger", "--channel", m_options.url,
+                             "--source-requests", "2", "--caller-requests", "5"});
+    ASSERT_TRUE(m_host->waitFor("serving"));
+    // A posting fails when it does not follow the one before it.
+    const auto result = call({"--interface", "Ledger", "--protocol", "text", "--data",
+                              "post {source} {n}", "--load", "3000", "--sources", "4"});
+    EXPECT_EQ(result.status, 0) << result.output;
+    EXPECT_GT(numberBehind(result.output, "sent again: "), 0) << result.output;
+}
+
+} // namespace
+} // namespace mirel
