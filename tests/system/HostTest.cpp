@@ -166,8 +166,8 @@ TEST_F(HostTest, AFailureThatComesWhileItStopsDoesNotKeepItFromStopping) {
     EXPECT_TRUE(contains(result.errors, "legacy messages are too much"));
 }
 
-TEST_F(HostTest, ReadsNoMoreWhileTooMuchIsUnfinished) {
-    Host host(hostCommand(m_url, {"--max-unfinished", "1"}));
+TEST_F(HostTest, HasNoMoreWorkersThanItMay) {
+    Host host(hostCommand(m_url, {"--max-workers", "1"}));
     EXPECT_EQ(ask("post {source} {n}", {"--load", "300", "--sources", "4"}).status, 0);
     EXPECT_TRUE(contains(host.stop(SIGTERM).output, "workers:  1 at most at once"));
 }
