@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <stdexcept>
@@ -32,9 +33,21 @@ public:
     }
 };
 
+/// Whose end is the process's.
+class AbortingService : public FaultyService {
+public:
+    ~AbortingService() override { std::abort(); }
+};
+
 } // namespace
 
 extern "C" Executable* makeFaultyService(mirel::ServiceSetup&) { return new FaultyService; }
+
+extern "C" Executable* makeAbortingService(mirel::ServiceSetup& setup) {
+    setup.context.addHandler<FaultyService>(
+        "Ledger", "text", [](FaultyService&, std::string_view) { return "done"; });
+    return new AbortingService;
+}
 
 /// Whose process gets no more than two workers.
 extern "C" Executable* makeServiceShortOfThreads(mirel::ServiceSetup& setup) {

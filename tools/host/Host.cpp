@@ -71,8 +71,8 @@ int serve(const HostOptions& options) {
     const auto begin = std::chrono::steady_clock::now();
     bool failed = false;
     unsigned long restarts = 0;
+    ServiceContext context; // destroys the service, at the very end: that may end the process
     {
-        ServiceContext context;
         LimitedPool pool(options.maxPool, nullptr, limit);
         channel.limitBy(limit);
         channel.explainBy([&](const std::string& interface, const std::string& protocol) {
@@ -102,6 +102,7 @@ int serve(const HostOptions& options) {
     } // the executor fails what it held back, and the channel sends the last answers
     writeSummary(std::cout, options.interface, *counters, limit->mostWorkers(), restarts,
                  std::chrono::steady_clock::now() - begin);
+    std::cout.flush();
     return failed ? 1 : 0;
 }
 
