@@ -154,6 +154,7 @@ TEST_F(HostTest, AFailureInTheLoopCostsNobodyElse) {
     const auto load = ask("x", {"--load", "2000", "--sources", "60"});
     EXPECT_EQ(load.status, 1);
     EXPECT_TRUE(contains(load.output, "unanswered: 0")) << load.output << load.errors;
+    EXPECT_TRUE(contains(load.output, "short of threads; it can be sent again"));
     EXPECT_EQ(ask("third").output, "me: done\n");
     const auto result = host.stop(SIGTERM);
     EXPECT_EQ(result.status, 0);
