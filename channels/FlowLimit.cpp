@@ -6,7 +6,9 @@
 
 namespace mirel {
 
-FlowLimit::FlowLimit(unsigned long limit) : m_limit(std::max(limit, 1UL)) {}
+FlowLimit::FlowLimit(unsigned long limit, unsigned long workers)
+    : m_limit(std::max(limit, 1UL)),
+      m_workerLimit(workers == 0 ? m_limit : workers) {}
 
 void FlowLimit::waitForRoom(const std::atomic<bool>& closed) {
     if (hasRoom())
@@ -24,7 +26,7 @@ void FlowLimit::wakeAll() {
 
 void FlowLimit::requestAccepted() noexcept { ++m_unanswered; }
 
-void FlowLimit::requestDone() { decrease(m_unanswered); }
+void FlowLimit::requestDone() { decrease(m_unanswered, m_limit); }
 
 void FlowLimit::workerTaken() {
     const unsigned long workers = ++m_workers;
@@ -33,14 +35,14 @@ void FlowLimit::workerTaken() {
     }
 }
 
-void FlowLimit::workerReturned() { decrease(m_workers); }
+void FlowLimit::workerReturned() { decrease(m_workers, m_workerLimit); }
 
 unsigned long FlowLimit::mostWorkers() const { return m_mostWorkers; }
 
-bool FlowLimit::hasRoom() const { return m_unanswered < m_limit && m_workers < m_limit; }
+bool FlowLimit::hasRoom() const { return m_unanswered < m_limit && m_workers < m_workerLimit; }
 
-void FlowLimit::decrease(std::atomic<unsigned long>& count) {
-    if (count-- >= m_limit)
+void FlowLimit::decrease(std::atomic<unsigned long>& count, unsigned long limit) {
+    if (count-- >= limit)
         wakeAll();
 }
 

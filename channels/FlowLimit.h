@@ -8,7 +8,7 @@
 namespace mirel {
 
 /// Bounds what is under way: the requests that were accepted and not answered yet, and the workers
-/// in use. While either is at the limit, the channels that share it deliver nothing, and make their
+/// in use. While either is at its limit, the channels that share it deliver nothing, and make their
 /// callers wait. Without it a multi-threaded executor would read and hold back without end.
 ///
 /// The limit is passed by what was delivered already: by one message for each channel.
@@ -18,10 +18,10 @@ class FlowLimit {
 public:
     static constexpr unsigned long kDefault = 1000;
 
-    /// At least 1.
-    explicit FlowLimit(unsigned long limit = kDefault);
+    /// At least 1 of each; `workers` 0: as many as of the requests.
+    explicit FlowLimit(unsigned long limit = kDefault, unsigned long workers = 0);
 
-    /// Waits until neither is at the limit, or until `closed`, whose change is to be followed by
+    /// Waits until neither is at its limit, or until `closed`, whose change is to be followed by
     /// `wakeAll`.
     void waitForRoom(const std::atomic<bool>& closed);
     void wakeAll();
@@ -37,11 +37,12 @@ public:
 
 private:
     bool hasRoom() const;
-    void decrease(std::atomic<unsigned long>& count);
+    void decrease(std::atomic<unsigned long>& count, unsigned long limit);
 
     const unsigned long m_limit;
+    const unsigned long m_workerLimit;
 
-    // Who lowers one of these from the limit, or from above, takes the lock afterwards and wakes
+    // Who lowers one of these from its limit, or from above, takes the lock afterwards and wakes
     // who waits. Who waits has looked at them with the lock held, so it has either seen the lower
     // count or waits already, and is woken. That needs one order of all changes and looks: the
     // default one.

@@ -43,6 +43,15 @@ public:
 
 extern "C" Executable* makeFaultyService(mirel::ServiceSetup&) { return new FaultyService; }
 
+/// Whose requests need a worker each for a while.
+extern "C" Executable* makeSlowService(mirel::ServiceSetup& setup) {
+    setup.context.addHandler<FaultyService>("Ledger", "text", [](FaultyService&, std::string_view) {
+        usleep(2000);
+        return "done";
+    });
+    return new FaultyService;
+}
+
 extern "C" Executable* makeAbortingService(mirel::ServiceSetup& setup) {
     setup.context.addHandler<FaultyService>(
         "Ledger", "text", [](FaultyService&, std::string_view) { return "done"; });

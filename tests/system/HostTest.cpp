@@ -133,6 +133,22 @@ TEST_F(HostTest, AHostWhoseServiceCannotBeMadeEndsWithOne) {
     EXPECT_TRUE(contains(result.output, "1 legacy"));
 }
 
+TEST_F(HostTest, AsksForNoMoreThreadsThanTheSystemHas) {
+    // As a user who has no other threads.
+    const Arguments limited{"/usr/bin/setpriv", "--reuid",          "54321",     "--regid", "54321",
+                            "--clear-groups",   "/usr/bin/prlimit", "--nproc=60"};
+    chmod(m_folder.path("").c_str(), 0777);
+    const std::string tryIt = std::string(MIREL_HOST) + " --help && : >" + m_folder.path("file");
+    if (getuid() != 0 || Process::run(joined(limited, {"/bin/sh", "-c", tryIt})).status != 0)
+        GTEST_SKIP() << "needs root, and programs and folders that everybody may use";
+    Host host(joined(limited, hostCommand(m_url, {}, FAULTY_LIBRARY, "makeSlowService")));
+    const auto load = ask("x", {"--load", "2000", "--sources", "300", "--priorities", "0,1,2"});
+    EXPECT_EQ(load.status, 0) << load.output << load.errors;
+    const auto result = host.stop(SIGTERM);
+    EXPECT_TRUE(contains(result.errors, "(ulimit -u) is 60 and"));
+    EXPECT_TRUE(contains(result.output, "requests: 2000 done"));
+}
+
 TEST_F(HostTest, AServiceThatCrashesAtItsEndLeavesTheSummary) {
     Host host(hostCommand(m_url, {}, FAULTY_LIBRARY, "makeAbortingService"));
     EXPECT_EQ(ask("x").status, 0);

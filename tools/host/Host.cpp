@@ -10,6 +10,7 @@
 #include "host/LoopRestarts.h"
 #include "host/StopSignals.h"
 #include "host/Summary.h"
+#include "host/ThreadNumbers.h"
 #include "runtime/reports/LogControl.h"
 #include "runtime/values/ServiceContext.h"
 
@@ -32,12 +33,16 @@ void raiseDescriptorLimit() {
     (void)setrlimit(RLIMIT_NOFILE, &limit); // otherwise there is room for fewer
 }
 
-void setUpProcess(const HostOptions& options) {
+ThreadNumbers setUpProcess(const HostOptions& options) {
     raiseDescriptorLimit();
     if (!options.logLevels.empty())
         setLogLevels(options.logLevels);
-    setThreadOptions(options.threads);
+    const ThreadNumbers numbers(options);
+    ThreadOptions threads = options.threads;
+    threads.keptThreads = numbers.keptThreads;
+    setThreadOptions(threads);
     ServiceContext::loadCreator(options.serviceLibrary, options.creator);
+    return numbers;
 }
 
 std::unique_ptr<ServiceChannel> open(const HostOptions& options, const StopSignals& signals) {
@@ -63,17 +68,17 @@ bool waitForEnd(std::unique_ptr<StopSignals> signals, const HostedExecutor& exec
 
 int serve(const HostOptions& options) {
     auto signals = std::make_unique<StopSignals>();
-    setUpProcess(options);
+    const ThreadNumbers threads = setUpProcess(options);
     std::unique_ptr<ServiceChannel> opened = open(options, *signals);
     ServiceChannel& channel = *opened;
     const auto counters = channel.counters();
-    const auto limit = std::make_shared<FlowLimit>(options.maxUnfinished);
+    const auto limit = std::make_shared<FlowLimit>(options.maxUnfinished, threads.workers);
     const auto begin = std::chrono::steady_clock::now();
     bool failed = false;
     unsigned long restarts = 0;
     ServiceContext context; // destroys the service, at the very end: that may end the process
     {
-        LimitedPool pool(options.maxPool, nullptr, limit);
+        LimitedPool pool(threads.maxPool, nullptr, limit);
         channel.limitBy(limit);
         channel.explainBy([&](const std::string& interface, const std::string& protocol) {
             return context.whyUnserved(options.interface, interface, protocol);

@@ -26,10 +26,14 @@ void addServiceOptions(CLI::App& app, HostOptions& options) {
         ->check(CLI::Range(0, 10000))
         ->capture_default_str();
     app.add_option("--max-unfinished", options.maxUnfinished,
-                   "Accepted requests not answered yet, and likewise workers in use, at which the "
-                   "host stops reading until there are fewer")
+                   "Accepted requests not answered yet at which the host stops reading until there "
+                   "are fewer")
         ->check(CLI::Range(1UL, 1000000UL))
         ->capture_default_str();
+    app.add_option("--max-workers", options.maxWorkers,
+                   "The same for workers in use; default: as --max-unfinished, or half of the "
+                   "threads that the system lets this process start, if that is less")
+        ->check(CLI::Range(1UL, 1000000UL));
 }
 
 void addChannelOptions(CLI::App& app, HostOptions& options) {
