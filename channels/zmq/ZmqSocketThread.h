@@ -66,6 +66,7 @@ private:
     std::optional<ZmqAdmission> m_admission;
     zmq::socket_t m_socket;
     std::optional<ZmqEndpoint> m_endpoint;
+    bool m_isRefusing = false; ///< what comes next belongs to a message that is refused
 
     std::vector<Answer> m_answers; ///< being sent; keeps its memory
 
