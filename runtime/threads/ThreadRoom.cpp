@@ -153,7 +153,7 @@ void ThreadRoom::readAddresses(std::size_t stackSize) {
     if (!most)
         return;
     const Number taken = valueAfter(contentsOf(self + "/status"), "VmSize:").value_or(0); // KiB
-    take("the address space in KiB", *most / 1024, taken, std::max(stackSize / 1024, Number{1}));
+    take("the address space in KiB", *most / 1024, taken, std::max<Number>(stackSize / 1024, 1));
 }
 
 } // namespace mirel

@@ -9,10 +9,12 @@
 #include <cerrno>
 #include <cstdint>
 #include <dlfcn.h>
+#include <string>
 #include <string_view>
 
 namespace {
 
+constexpr std::string_view kIpc = "ipc://";
 constexpr std::string_view kTcp = "tcp://";
 
 } // namespace
@@ -45,13 +47,20 @@ void tryNats(const std::string& url) {
     }
 }
 
+/// With a path below which no file can be made.
+std::string harmless(std::string url) {
+    if (url.starts_with(kIpc) && url.find_first_of("@*", kIpc.size()) != kIpc.size())
+        url.insert(kIpc.size(), "/dev/null/");
+    return url;
+}
+
 /// Without keys and without leave, nobody beyond this machine can connect.
 void tryZmq(const std::string& url) {
     static zmq::context_t& context = *new zmq::context_t;
     zmq::socket_t socket(context, zmq::socket_type::router);
     socket.set(zmq::sockopt::linger, 0);
     ZmqChannelOptions options;
-    options.url = url;
+    options.url = harmless(url);
     try {
         const ZmqEndpoint endpoint(socket, options);
         require(endpoint.url().starts_with("tcp://127.") ||
