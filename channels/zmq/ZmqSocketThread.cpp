@@ -165,8 +165,8 @@ bool ZmqSocketThread::receiveSome() {
     return received > 0 && received == most;
 }
 
-/// One message, or one frame of a message that is refused: that may have millions, which ZeroMQ does
-/// not bound, and answers get their turn meanwhile.
+/// One message, or one frame of a message that is refused: it may have millions, since ZeroMQ does
+/// not bound their number, and answers get their turn meanwhile.
 bool ZmqSocketThread::receiveOne() {
     zmq::message_t caller;
     if (!m_socket.recv(caller, zmq::recv_flags::dontwait))
