@@ -21,7 +21,7 @@ public:
     /// Each at least 1.
     explicit FlowLimit(unsigned long unanswered = kDefault, unsigned long workers = kDefault);
 
-    /// Waits until neither is at the limit, or until `closed`, whose change is to be followed by
+    /// Waits until neither is at its limit, or until `closed`, whose change is to be followed by
     /// `wakeAll`.
     void waitForRoom(const std::atomic<bool>& closed);
     void wakeAll();
@@ -42,7 +42,7 @@ private:
     const unsigned long m_unansweredLimit;
     const unsigned long m_workerLimit;
 
-    // Who lowers one of these from the limit, or from above, takes the lock afterwards and wakes
+    // Who lowers one of these from its limit, or from above, takes the lock afterwards and wakes
     // who waits. Who waits has looked at them with the lock held, so it has either seen the lower
     // count or waits already, and is woken. That needs one order of all changes and looks: the
     // default one.

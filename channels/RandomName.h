@@ -13,4 +13,8 @@ std::string randomNameOfProcess();
 /// Of a caller that was not given a name. Who knows it could take the caller's answers.
 std::string randomCallerName();
 
+/// Of what a caller sends that was not given a source: readable, and another one for each process.
+/// No secret.
+std::string randomSourceName();
+
 } // namespace mirel

@@ -13,6 +13,7 @@ public:
 
     std::vector<TransportOption> channelOptions() override;
     std::vector<TransportOption> callerOptions() override;
+    std::string callerName() const override { return m_caller.name; }
 
 protected:
     NatsChannelOptions m_channel;

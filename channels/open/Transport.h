@@ -56,6 +56,9 @@ public:
     virtual std::vector<TransportOption> channelOptions() = 0;
     virtual std::vector<TransportOption> callerOptions() = 0;
 
+    /// Under which a caller is known from call to call, if an option gives it a name; else empty.
+    virtual std::string callerName() const { return {}; }
+
     virtual bool built() const { return false; }
 
     /// "this program was built without ..."

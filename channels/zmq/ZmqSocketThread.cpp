@@ -184,23 +184,28 @@ bool ZmqSocketThread::receiveSome() {
     return received > 0 && received == most;
 }
 
+/// One message, or one frame of a message that is refused: it may have millions, since ZeroMQ does
+/// not bound their number, and answers get their turn meanwhile.
 bool ZmqSocketThread::receiveOne() {
     zmq::message_t caller;
     if (!m_socket.recv(caller, zmq::recv_flags::dontwait))
         return false;
-    zmq::message_t body;
-    const bool hasBody = caller.more() && m_socket.recv(body, zmq::recv_flags::dontwait);
-    if (hasBody && !body.more()) {
-        try {
-            take(caller.to_string(), body.to_string_view());
-        } catch (const std::bad_alloc&) {
-            m_counters.refused.refuse(kNoMemory);
-        }
+    if (m_isRefusing) {
+        m_isRefusing = caller.more();
         return true;
     }
-    for (zmq::message_t rest; m_socket.get(zmq::sockopt::rcvmore);)
-        static_cast<void>(m_socket.recv(rest, zmq::recv_flags::dontwait));
-    m_counters.refused.refuse("it does not consist of one frame");
+    zmq::message_t body;
+    const bool hasBody = caller.more() && m_socket.recv(body, zmq::recv_flags::dontwait);
+    m_isRefusing = body.more();
+    if (!hasBody || m_isRefusing) {
+        m_counters.refused.refuse("it does not consist of one frame");
+        return true;
+    }
+    try {
+        take(caller.to_string(), body.to_string_view());
+    } catch (const std::bad_alloc&) {
+        m_counters.refused.refuse(kNoMemory);
+    }
     return true;
 }
 

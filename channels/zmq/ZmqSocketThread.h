@@ -71,6 +71,7 @@ private:
     std::optional<ZmqAdmission> m_admission;
     zmq::socket_t m_socket;
     std::optional<ZmqEndpoint> m_endpoint;
+    bool m_isRefusing = false; ///< what comes next belongs to a message that is refused
 
     Shares m_shares;               ///< of the requests that were received and not answered
     ZmqUntaken m_untaken;          ///< before m_socket is closed, and after

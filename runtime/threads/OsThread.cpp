@@ -1,6 +1,5 @@
 #include "runtime/threads/OsThread.h"
 
-#include "framework/MirelException.h"
 #include "framework/Threadable.h"
 #include "runtime/threads/PendingWakeUps.h"
 #include "runtime/threads/ThreadEnds.h"
@@ -9,6 +8,7 @@
 #include "runtime/threads/ThreadStartHook.h"
 #include "runtime/threads/ThreadStarter.h"
 #include "runtime/values/GuardedCall.h"
+#include "runtime/values/ThreadRefused.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -146,9 +146,9 @@ OsThread& OsThread::get(const VersionedThreadOptions& options, int priority,
         // Those that rest may be what there is no room for. Their end is worth another attempt.
         const bool makesRoom = error == EAGAIN && threadKeeper().dismissAll();
         if (error != EAGAIN || (now >= deadline && !makesRoom))
-            throw MirelException("thread \"" + name + "\" could not be started: " +
-                                     std::generic_category().message(error),
-                                 __FILE__, __LINE__);
+            throw ThreadRefused("thread \"" + name + "\" could not be started: " +
+                                    std::generic_category().message(error),
+                                __FILE__, __LINE__);
         // An end of one of our threads is the likely reason for a better answer, but not the only
         // one: other parts of the process and of the system have threads as well.
         const Clock::time_point again = now + std::chrono::milliseconds(10);

@@ -35,7 +35,7 @@ struct ThreadWork {
 class OsThread : public ThreadKeeper::Kept {
 public:
     /// One that has no work yet: a kept one, or a new one. Asks a system that refuses again until
-    /// the patience is over; `MirelException` then, with `name` in its text. `priority` is 0 to 2.
+    /// the patience is over; `ThreadRefused` then, with `name` in its text. `priority` is 0 to 2.
     static OsThread& get(const VersionedThreadOptions& options, int priority,
                          const std::string& name);
 

@@ -1,6 +1,7 @@
 #include "framework/InvokerResponse.h"
 
 #include "runtime/values/AnsweringChannel.h"
+#include "runtime/values/ThreadRefused.h"
 
 #include <cxxabi.h>
 #include <memory>
@@ -9,10 +10,13 @@
 namespace {
 
 constexpr const char* kUnanswered = "the request was not answered: it failed or was dropped";
+constexpr const char* kNoThread =
+    "the request has not run, because the system is short of threads; it can be sent again";
 
 struct State {
     std::shared_ptr<mirel::AnswerSink> sink; ///< null: there is no way back
     bool answered;
+    bool mayHaveRun; ///< claimed
     long requestId;
     std::string sourceChannel;
     std::string callbackChannel;
@@ -37,7 +41,7 @@ InvokerResponse::InvokerResponse(CommsChannelIfc* channel, std::string& sourceCh
                                  std::string& callbackChannel, std::string&, std::string&,
                                  long requestId, std::string&, std::string&, int) {
     const State& state = m_opaque.make<State>(mirel::AnsweringChannel::sinkOf(channel), false,
-                                              requestId, sourceChannel, callbackChannel);
+                                              false, requestId, sourceChannel, callbackChannel);
     // Nothing may fail from here on: who has accepted a request owes it an answer.
     if (state.sink)
         state.sink->accept(requestId, callbackChannel);
@@ -51,9 +55,10 @@ InvokerResponse::~InvokerResponse() noexcept(false) {
     // Moved out, so that it goes whichever way this function is left.
     State state = std::move(m_opaque.as<State>());
     m_opaque.destroy<State>();
+    const bool refused = mirel::ThreadRefused::isUnderWay() && !state.mayHaveRun;
     try {
         state.sink->abandon({false, state.requestId, std::move(state.sourceChannel),
-                             std::move(state.callbackChannel), kUnanswered});
+                             std::move(state.callbackChannel), refused ? kNoThread : kUnanswered});
     } catch (const abi::__forced_unwind&) {
         throw;
     } catch (...) {
@@ -76,7 +81,8 @@ bool InvokerResponse::claim() {
     if (state.answered)
         return false;
     if (!state.sink || state.sink->claim(state.callbackChannel))
-        return true;
-    state.answered = true;
-    return false;
+        state.mayHaveRun = true;
+    else
+        state.answered = true;
+    return state.mayHaveRun;
 }

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <functional>
+#include <set>
 #include <thread>
 
 namespace mirel {
@@ -35,6 +36,21 @@ protected:
 
     std::thread m_service;
 };
+
+TEST_F(CallTest, WhoNamesNoSourceWaitsForNobodyElse) {
+    std::set<std::string> sources;
+    serve([&](CommsChannelDataContainerMessage& msg) {
+        sources.insert(msg.sourceChannel());
+        answer(msg, "");
+    });
+    for (int i = 0; i < 2; ++i) {
+        const auto result = call({"--interface", "I", "--protocol", "text"});
+        EXPECT_EQ(result.status, 0) << result.errors;
+        EXPECT_TRUE(contains(result.output, "mirel-call-"));
+    }
+    stop();
+    EXPECT_EQ(sources.size(), 2U);
+}
 
 TEST_F(CallTest, ALoadFillsInSourcesAndNumbersInTurn) {
     std::vector<std::string> seen;

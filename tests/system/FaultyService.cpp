@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <stdexcept>
@@ -34,9 +35,30 @@ public:
     }
 };
 
+/// Whose end is the process's.
+class AbortingService : public FaultyService {
+public:
+    ~AbortingService() override { std::abort(); }
+};
+
 } // namespace
 
 extern "C" Executable* makeFaultyService(mirel::ServiceSetup&) { return new FaultyService; }
+
+/// Whose requests need a worker each for a while.
+extern "C" Executable* makeSlowService(mirel::ServiceSetup& setup) {
+    setup.context.addHandler<FaultyService>("Ledger", "text", [](FaultyService&, std::string_view) {
+        usleep(2000);
+        return "done";
+    });
+    return new FaultyService;
+}
+
+extern "C" Executable* makeAbortingService(mirel::ServiceSetup& setup) {
+    setup.context.addHandler<FaultyService>(
+        "Ledger", "text", [](FaultyService&, std::string_view) { return "done"; });
+    return new AbortingService;
+}
 
 /// Whose process gets no more than two workers.
 extern "C" Executable* makeServiceShortOfThreads(mirel::ServiceSetup& setup) {

@@ -31,7 +31,9 @@ public:
 class HostTest : public ProgramsFixture {
 protected:
     Process::Result ask(const std::string& data, const Arguments& more = {}) const {
-        return call(joined({"--interface", "Ledger", "--protocol", "text", "--data", data}, more));
+        return call(joined(
+            {"--source", "me", "--interface", "Ledger", "--protocol", "text", "--data", data},
+            more));
     }
 
     const std::string m_url = m_options.url;
@@ -41,9 +43,9 @@ TEST_F(HostTest, ServesUntilASignalAndSumsUp) {
     const std::pair<Arguments, int> runs[] = {{{}, SIGTERM}, {{"--single-threaded"}, SIGINT}};
     for (const auto& [mode, signal] : runs) {
         Host host(hostCommand(m_url, mode));
-        EXPECT_EQ(ask("deposit anna 5").output, "mirel-call: anna 5\n");
+        EXPECT_EQ(ask("deposit anna 5").output, "me: anna 5\n");
         EXPECT_EQ(ask("withdraw anna 6").status, 1);
-        const auto rest = call({"--input", "-", "--deadline", "500"},
+        const auto rest = call({"--input", "-", "--source", "me", "--deadline", "500"},
                                R"({"kind": "legacy", "data": "note"}
 {"kind": "timer", "timerId": 7}
 
@@ -52,7 +54,7 @@ TEST_F(HostTest, ServesUntilASignalAndSumsUp) {
 {"kind": "request", "source": "no-pr", "interface": "Ledger", "protocol": "xml", "data": ""})");
         EXPECT_EQ(rest.status, 1);
         for (const char* const line :
-             {"mirel-call: sent\nmirel-call: sent\n", "mirel-call: mirel-call: note\n",
+             {"me: sent\nme: sent\n", "me: me: note\n",
               "no-if: failed: the service has no interface \"Nobody\"; it has Ledger\n",
               "no-pr: failed: interface \"Ledger\" has no protocol \"xml\"; it has text\n"})
             EXPECT_TRUE(contains(rest.output, line));
@@ -131,20 +133,45 @@ TEST_F(HostTest, AHostWhoseServiceCannotBeMadeEndsWithOne) {
     EXPECT_TRUE(contains(result.output, "1 legacy"));
 }
 
+TEST_F(HostTest, AsksForNoMoreThreadsThanTheSystemHas) {
+    // As a user who has no other threads.
+    const Arguments limited{"/usr/bin/setpriv", "--reuid",          "54321",     "--regid", "54321",
+                            "--clear-groups",   "/usr/bin/prlimit", "--nproc=60"};
+    chmod(m_folder.path("").c_str(), 0777);
+    const std::string tryIt = std::string(MIREL_HOST) + " --help && : >" + m_folder.path("file");
+    if (getuid() != 0 || Process::run(joined(limited, {"/bin/sh", "-c", tryIt})).status != 0)
+        GTEST_SKIP() << "needs root, and programs and folders that everybody may use";
+    Host host(joined(limited, hostCommand(m_url, {}, FAULTY_LIBRARY, "makeSlowService")));
+    const auto load = ask("x", {"--load", "2000", "--sources", "300", "--priorities", "0,1,2"});
+    EXPECT_EQ(load.status, 0) << load.output << load.errors;
+    const auto result = host.stop(SIGTERM);
+    EXPECT_TRUE(contains(result.errors, "(ulimit -u) is 60 and"));
+    EXPECT_TRUE(contains(result.output, "requests: 2000 done"));
+}
+
+TEST_F(HostTest, AServiceThatCrashesAtItsEndLeavesTheSummary) {
+    Host host(hostCommand(m_url, {}, FAULTY_LIBRARY, "makeAbortingService"));
+    EXPECT_EQ(ask("x").status, 0);
+    const auto result = host.stop(SIGTERM);
+    EXPECT_EQ(result.status, -SIGABRT);
+    EXPECT_TRUE(contains(result.output, "requests: 1 done"));
+}
+
 TEST_F(HostTest, AFailureInTheLoopCostsNobodyElse) {
     Host host(hostCommand(m_url, {}, FAULTY_LIBRARY, "makeServiceShortOfThreads"));
-    EXPECT_EQ(ask("first").output, "mirel-call: done\n");
+    EXPECT_EQ(ask("first").output, "me: done\n");
     std::string throwing;
     for (int i = 0; i < 30; ++i)
         throwing += "{\"kind\": \"legacy\", \"data\": \"x\"}\n";
     EXPECT_EQ(call({"--input", "-"}, throwing).status, 0);
-    EXPECT_EQ(ask("second").output, "mirel-call: done\n");
+    EXPECT_EQ(ask("second").output, "me: done\n");
 
     // Far more sources than workers that can be had: what cannot start fails, and is answered.
     const auto load = ask("x", {"--load", "2000", "--sources", "60"});
     EXPECT_EQ(load.status, 1);
     EXPECT_TRUE(contains(load.output, "unanswered: 0")) << load.output << load.errors;
-    EXPECT_EQ(ask("third").output, "mirel-call: done\n");
+    EXPECT_TRUE(contains(load.output, "short of threads; it can be sent again"));
+    EXPECT_EQ(ask("third").output, "me: done\n");
     const auto result = host.stop(SIGTERM);
     EXPECT_EQ(result.status, 0);
     EXPECT_TRUE(contains(result.errors, "legacy messages are too much"));

@@ -6,9 +6,12 @@
 #include "channels/queue/MessageQueue.h"
 #include "channels/queue/QueueChannel.h"
 #include "framework/Threader.h"
+#include "runtime/threads/ThreadStartHook.h"
 #include "runtime/values/ServiceContext.h"
+#include "runtime/values/ThreadRefused.h"
 #include "tests/unit/Support.h"
 
+#include <cerrno>
 #include <future>
 
 namespace {
@@ -135,6 +138,37 @@ TEST_F(ServiceChannelTest, SaysWhatIsMissingAndWhatThereIs) {
         expected.emplace_back(answer);
         EXPECT_EQ(expected, m_answers.waitFor(expected.size()));
     }
+}
+
+TEST_F(ServiceChannelTest, WhoIsLeftWithoutAThreadIsToldThatNothingHasRun) {
+    m_context.addInvoker(
+        "Ifc", "starts",
+        std::make_unique<TestInvoker>([](Executable*, const std::string&, InvokerResponse*) {
+            throw mirel::ThreadRefused("a thread of the service", __FILE__, __LINE__);
+        }));
+    Message itself = requestFrom("s", "");
+    itself.protocol() = "starts";
+    m_queue->send(std::move(itself));
+    m_answers.waitFor(1);
+
+    m_queue->send(requestFrom("s", "first"));
+    m_queue->send(requestFrom("s", "held back", 2));
+    Message unserved = requestFrom("s", ""); // its answer shows that the others have been read
+    unserved.interface() = "Hidden";
+    m_queue->send(std::move(unserved));
+    m_answers.waitFor(2);
+    mirel::setThreadStartHook([] { return EAGAIN; });
+    m_gate.open();
+    m_answers.waitFor(4);
+    m_queue->send(requestFrom("other", "", 2));
+    EventList expected{"s failed: the request was not answered: it failed or was dropped",
+                       "s failed: the service has no interface \"Hidden\"; it has Ifc", "s: first"};
+    for (const char* const refused : {"s", "other"})
+        expected.push_back(std::string(refused) +
+                           " failed: the request has not run, because the system is short of "
+                           "threads; it can be sent again");
+    EXPECT_EQ(expected, m_answers.waitFor(5));
+    mirel::setThreadStartHook({});
 }
 
 /// An invoker that does not ask itself whether a request may run here.

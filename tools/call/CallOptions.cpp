@@ -1,5 +1,6 @@
 #include "call/CallOptions.h"
 
+#include "channels/RandomName.h"
 #include "options/TransportOptions.h"
 
 #include <CLI/CLI.hpp>
@@ -32,14 +33,16 @@ void addConnectionOptions(CLI::App& app, CallOptions& options) {
         ->capture_default_str();
 }
 
-void addMessageOptions(CLI::App& app, CallOptions& options) {
+/// Returns --source.
+CLI::Option* addMessageOptions(CLI::App& app, CallOptions& options) {
     app.option_defaults()->group("What to send");
     app.add_option("--kind", options.kind, "What to send; only requests are answered")
         ->check(CLI::IsMember({"request", "timer", "legacy"}))
         ->capture_default_str();
-    app.add_option("--source", options.sender.source,
-                   "The source channel: requests of one source run in their order")
-        ->capture_default_str();
+    CLI::Option* const source = app.add_option(
+        "--source", options.sender.source,
+        "The source channel: requests of one source run one at a time and in their order; default: "
+        "what --caller says, or a new one, so that nobody waits for strangers");
     app.add_option("--priority", options.sender.priority, "0 (low), 1 or 2 (high)")
         ->check(CLI::Range(0, 2))
         ->capture_default_str();
@@ -48,6 +51,7 @@ void addMessageOptions(CLI::App& app, CallOptions& options) {
     app.add_option("--data", options.data, "The data of a request or legacy message");
     app.add_option("--timer-id", options.timerId, "The timer of a timer event")
         ->capture_default_str();
+    return source;
 }
 
 void addManyOptions(CLI::App& app, CallOptions& options) {
@@ -78,6 +82,13 @@ void addManyOptions(CLI::App& app, CallOptions& options) {
         ->needs(load);
 }
 
+/// A caller with a name that repeats a request repeats it under the same source, too: otherwise it
+/// would be another request.
+std::string defaultSource(const CallOptions& options) {
+    std::string name = options.transports.of(options.connection.url).callerName();
+    return name.empty() ? randomSourceName() : name;
+}
+
 void checkComplete(const CallOptions& options) {
     if (!options.input.empty() && (options.kind != "request" || !options.interface.empty() ||
                                    !options.protocol.empty() || !options.data.empty()))
@@ -99,7 +110,7 @@ std::optional<int> parseCallOptions(int argc, char** argv, CallOptions& options)
     app.footer("Exit status: 0 all requests answered successfully and in order, 1 not so, 2 wrong "
                "usage or no connection.");
     addConnectionOptions(app, options);
-    addMessageOptions(app, options);
+    const CLI::Option* const source = addMessageOptions(app, options);
     addManyOptions(app, options);
     const TransportOptions transportOptions(app, options.transports, &Transport::callerOptions);
     try {
@@ -107,6 +118,8 @@ std::optional<int> parseCallOptions(int argc, char** argv, CallOptions& options)
         checkComplete(options);
         transportOptions.check(options.connection.url);
         options.connection.patience = options.deadline;
+        if (source->count() == 0)
+            options.sender.source = defaultSource(options);
         return std::nullopt;
     } catch (const CLI::CallForHelp&) {
         std::cout << app.help();

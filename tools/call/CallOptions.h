@@ -19,7 +19,7 @@ struct CallOptions {
 
     // One message, or the pattern of a load.
     std::string kind = "request";
-    Sender sender{"mirel-call"};
+    Sender sender;
     std::string interface;
     std::string protocol;
     std::string data;

@@ -10,6 +10,7 @@
 #include "host/LoopRestarts.h"
 #include "host/StopSignals.h"
 #include "host/Summary.h"
+#include "host/ThreadNumbers.h"
 #include "runtime/reports/LogControl.h"
 #include "runtime/values/ServiceContext.h"
 
@@ -32,18 +33,23 @@ void raiseDescriptorLimit() {
     (void)setrlimit(RLIMIT_NOFILE, &limit); // otherwise there is room for fewer
 }
 
-void setUpProcess(const HostOptions& options) {
+ThreadNumbers setUpProcess(const HostOptions& options) {
     raiseDescriptorLimit();
     if (!options.logLevels.empty())
         setLogLevels(options.logLevels);
-    setThreadOptions(options.threads);
+    const ThreadNumbers numbers(options);
+    ThreadOptions threads = options.threads;
+    threads.keptThreads = numbers.keptThreads;
+    setThreadOptions(threads);
     ServiceContext::loadCreator(options.serviceLibrary, options.creator);
+    return numbers;
 }
 
-std::unique_ptr<ServiceChannel> open(const HostOptions& options, const StopSignals& signals) {
+std::unique_ptr<ServiceChannel> open(const HostOptions& options, unsigned long workers,
+                                     const StopSignals& signals) {
     ChannelSettings settings = options.channel;
     settings.maxUnfinished = options.maxUnfinished;
-    settings.maxWorkers = options.singleThreaded ? 0 : options.maxWorkers;
+    settings.maxWorkers = options.singleThreaded ? 0 : workers;
     settings.giveUp = [&signals] { return signals.pending(); };
     return options.transports.openChannel(settings);
 }
@@ -65,17 +71,17 @@ bool waitForEnd(std::unique_ptr<StopSignals> signals, const HostedExecutor& exec
 
 int serve(const HostOptions& options) {
     auto signals = std::make_unique<StopSignals>();
-    setUpProcess(options);
-    std::unique_ptr<ServiceChannel> opened = open(options, *signals);
+    const ThreadNumbers threads = setUpProcess(options);
+    std::unique_ptr<ServiceChannel> opened = open(options, threads.workers, *signals);
     ServiceChannel& channel = *opened;
     const auto counters = channel.counters();
-    const auto limit = std::make_shared<FlowLimit>(options.maxUnfinished, options.maxWorkers);
+    const auto limit = std::make_shared<FlowLimit>(options.maxUnfinished, threads.workers);
     const auto begin = std::chrono::steady_clock::now();
     bool failed = false;
     unsigned long restarts = 0;
+    ServiceContext context; // destroys the service, at the very end: that may end the process
     {
-        ServiceContext context;
-        LimitedPool pool(options.maxPool, nullptr, limit);
+        LimitedPool pool(threads.maxPool, nullptr, limit);
         channel.limitBy(limit);
         channel.explainBy([&](const std::string& interface, const std::string& protocol) {
             return context.whyUnserved(options.interface, interface, protocol);
@@ -104,6 +110,7 @@ int serve(const HostOptions& options) {
     } // the executor fails what it held back, and the channel sends the last answers
     writeSummary(std::cout, options.interface, *counters, limit->mostWorkers(), restarts,
                  std::chrono::steady_clock::now() - begin);
+    std::cout.flush();
     return failed ? 1 : 0;
 }
 

@@ -30,10 +30,10 @@ void addServiceOptions(CLI::App& app, HostOptions& options) {
         ->check(CLI::Range(1UL, 1000000UL))
         ->capture_default_str();
     app.add_option("--max-workers", options.maxWorkers,
-                   "Workers in use at which the host stops reading until there are fewer. The "
-                   "callers' shares are parts of this, too")
-        ->check(CLI::Range(1UL, 100000UL))
-        ->capture_default_str();
+                   "Workers in use at which the host stops reading until there are fewer; the "
+                   "callers' shares are parts of this, too. Default: 1000, or half of the threads "
+                   "that the system lets this process start, if that is less")
+        ->check(CLI::Range(1UL, 1000000UL));
 }
 
 void addChannelOptions(CLI::App& app, HostOptions& options) {

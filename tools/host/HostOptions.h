@@ -19,8 +19,8 @@ struct HostOptions {
     bool singleThreaded = false;
     int maxPool = 64;
     unsigned long maxUnfinished = 10000;
-    unsigned long maxWorkers = 1000;
-    std::string logLevels; ///< empty: as the environment says
+    unsigned long maxWorkers = 0; ///< 0: 1000, if the system allows it
+    std::string logLevels;        ///< empty: as the environment says
 
     /// To be done instead of serving, unless empty; returns what to tell about it.
     std::function<std::string()> instead;

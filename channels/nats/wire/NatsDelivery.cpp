@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <system_error>
 
 namespace mirel {
 
@@ -11,7 +12,8 @@ namespace {
 template <typename Number>
 bool read(std::string_view text, Number& number) {
     const char* const end = text.data() + text.size();
-    return std::from_chars(text.data(), end, number).ptr == end && !text.empty();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    return stop == end && error == std::errc();
 }
 
 /// The text up to the separator, which is removed with it.

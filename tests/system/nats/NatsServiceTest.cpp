@@ -166,7 +166,16 @@ TEST_F(NatsServiceTest, KnowsARepeatedRequestAndNoOtherOne) {
     EXPECT_EQ(callAs("anna", "source"), 1) << "the first call was answered, this is not run";
     EXPECT_EQ(callAs("anna", "other"), 0);
     EXPECT_EQ(callAs("bert", "source"), 0);
-    EXPECT_EQ(history().count(), 3U);
+    const auto callWithoutSource = [this](const Arguments& caller) {
+        return newCall(m_server.url(), joined({"--data", "x 1", "--deadline", "1000"}, caller))
+            ->finish()
+            .status;
+    };
+    EXPECT_EQ(callWithoutSource({"--caller", "carla"}), 0);
+    EXPECT_EQ(callWithoutSource({"--caller", "carla"}), 1) << "carla repeats it";
+    EXPECT_EQ(callWithoutSource({}), 0);
+    EXPECT_EQ(callWithoutSource({}), 0);
+    EXPECT_EQ(history().count(), 6U);
 }
 
 TEST_F(NatsServiceTest, AStreamThatCountsAgainFromANumberBeforeIsRead) {

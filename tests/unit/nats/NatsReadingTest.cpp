@@ -48,8 +48,9 @@ TEST(NatsReading, UnderstandsDeliveries) {
         EXPECT_EQ(delivery->consumerSequence, 40U);
         EXPECT_EQ(delivery->stored, 1700000000000000000U);
     }
-    for (const char* const subject : {"", "$JS.ACK", "$JS.ACK.service.p0-1.x.30.40.17.5",
-                                      "$JS.ACK.service.p0-1.2.30.40.17", "_INBOX.answers.17"})
+    for (const char* const subject :
+         {"", "$JS.ACK", "$JS.ACK.service.p0-1.x.30.40.17.5", "$JS.ACK.service.p0-1.2.30.40.17",
+          "_INBOX.answers.17", "$JS.ACK.service.p0-1.2.30.18446744073709551616.17.5"})
         EXPECT_FALSE(NatsDelivery::parse(subject)) << subject;
 
     const auto way = NatsReturn::parse(NatsReturn{"service.answers.anna", 3, 4, 5}.text());
@@ -59,6 +60,7 @@ TEST(NatsReading, UnderstandsDeliveries) {
     EXPECT_EQ(way->tenure, 4U);
     EXPECT_EQ(way->streamSequence, 5U);
     EXPECT_FALSE(NatsReturn::parse("service.answers.anna 3 4"));
+    EXPECT_FALSE(NatsReturn::parse("service.answers.anna 4294967296 4 5"));
 }
 
 TEST(NatsReading, KnowsWhatWasHandedOut) {
