@@ -196,8 +196,11 @@ Answer decodeAnswer(std::string_view bytes) {
     answer.requestId = fields.integer<long>("request id");
     answer.sourceChannel = fields.text("source channel");
     answer.data = fields.data("data");
-    if (fields.withRefusals())
+    if (fields.withRefusals()) {
         answer.refusal = fields.integer<std::uint64_t>("number of the refusal");
+        if (answer.refusal == 0)
+            throw EnvelopeError("refusals are numbered from 1");
+    }
     return answer;
 }
 
