@@ -27,7 +27,7 @@ constexpr std::size_t kUsualObjects = 512;
 /// Lets the packer append to a string.
 class Appender {
 public:
-    Appender() { m_bytes.reserve(kUsualBytes); }
+    explicit Appender(std::size_t dataBytes) { m_bytes.reserve(kUsualBytes + dataBytes); }
     void write(const char* bytes, std::size_t size) { m_bytes.append(bytes, size); }
     std::string take() { return std::move(m_bytes); }
 
@@ -134,7 +134,8 @@ private:
 
 std::string encode(CommsChannelDataContainerMessage& msg,
                    std::optional<std::uint64_t> refusalsKnown) {
-    Appender bytes;
+    const std::string data = msg.getData();
+    Appender bytes(data.size());
     Packer packer(bytes);
     packer.pack_array(kMessageFields + (refusalsKnown ? 1 : 0));
     packer.pack(refusalsKnown ? kVersionWithRefusals : kVersion).pack(static_cast<int>(eMessage));
@@ -146,14 +147,14 @@ std::string encode(CommsChannelDataContainerMessage& msg,
     packer.pack(static_cast<int>(msg.priority()));
     packText(packer, msg.proxyCallMode());
     packText(packer, msg.remoteContext());
-    packData(packer, msg.getData());
+    packData(packer, data);
     if (refusalsKnown)
         packer.pack(*refusalsKnown);
     return bytes.take();
 }
 
 std::string encode(const Answer& answer) {
-    Appender bytes;
+    Appender bytes(answer.data.size());
     Packer packer(bytes);
     const bool refused = answer.refusal != 0;
     packer.pack_array(kAnswerFields + (refused ? 1 : 0));

@@ -286,7 +286,7 @@ void ZmqSocketThread::refuse(Answer failure) {
 
 void ZmqSocketThread::transmit(const Answer& answer) {
     const std::string& name = answer.callbackChannel;
-    auto message = m_untaken.message(name, encode(answer));
+    auto message = m_untaken.message(answer); // whole: nothing may fail between two frames
     if (!message) {
         m_counters.answersDropped.refuse(printable(name) + " has taken too few of its answers (" +
                                          "--caller-answer-bytes, --answer-bytes)");

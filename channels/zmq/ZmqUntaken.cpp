@@ -1,5 +1,7 @@
 #include "channels/zmq/ZmqUntaken.h"
 
+#include "channels/Envelope.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -26,20 +28,20 @@ ZmqUntaken::ZmqUntaken(std::size_t perCaller, std::size_t total)
       m_total(std::make_shared<Bytes>(0)),
       m_manyCallers(kManyCallers) {}
 
-std::optional<zmq::message_t> ZmqUntaken::message(const std::string& caller, std::string bytes) {
+std::optional<zmq::message_t> ZmqUntaken::message(const Answer& answer) {
     if (m_callers.size() >= m_manyCallers)
         forgetIdleCallers();
-    std::shared_ptr<Bytes>& ofCaller = m_callers[caller];
+    std::shared_ptr<Bytes>& ofCaller = m_callers[answer.callbackChannel];
     if (!ofCaller)
         ofCaller = std::make_shared<Bytes>(0);
-    const std::size_t size = bytes.size() + kEach;
-    const std::size_t total = *m_total + size;
-    if (total > m_limit || *ofCaller + size > std::min(m_perCaller, m_limit - total))
+    const std::size_t least = answer.data.size() + answer.sourceChannel.size() + kEach;
+    const std::size_t total = *m_total + least;
+    if (total > m_limit || *ofCaller + least > std::min(m_perCaller, m_limit - total))
         return std::nullopt;
-    auto lent = std::make_unique<Lent>(Lent{std::move(bytes), m_total, ofCaller});
+    auto lent = std::make_unique<Lent>(Lent{encode(answer), m_total, ofCaller});
     // The constructor either fails or will give it back.
     zmq::message_t message(lent->bytes.data(), lent->bytes.size(), &giveBack, lent.get());
-    lent.release();
+    const std::size_t size = lent.release()->bytes.size() + kEach;
     *m_total += size;
     *ofCaller += size;
     return message;

@@ -10,6 +10,8 @@
 
 namespace mirel {
 
+struct Answer;
+
 /// Keeps book of the bytes of answers that ZeroMQ has and their callers have not taken. Used by one
 /// thread; ZeroMQ's threads give back.
 ///
@@ -18,9 +20,10 @@ class ZmqUntaken {
 public:
     ZmqUntaken(std::size_t perCaller, std::size_t total);
 
-    /// The answer as a message that counts until ZeroMQ has passed it to the system or dropped it.
-    /// Nothing when there is no room for it.
-    std::optional<zmq::message_t> message(const std::string& caller, std::string bytes);
+    /// The answer to its callback channel as a message that counts until ZeroMQ has passed it to
+    /// the system or dropped it. Nothing when there is no room for it; then it is not encoded
+    /// either, so that answers that pile up are soon gone.
+    std::optional<zmq::message_t> message(const Answer& answer);
 
 private:
     using Bytes = std::atomic<std::size_t>;

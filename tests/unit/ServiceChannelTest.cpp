@@ -55,7 +55,8 @@ protected:
         m_pool.shutdown();
     }
 
-    const std::shared_ptr<mirel::FlowLimit> m_limit = std::make_shared<mirel::FlowLimit>(kLimit, kLimit);
+    const std::shared_ptr<mirel::FlowLimit> m_limit =
+        std::make_shared<mirel::FlowLimit>(kLimit, kLimit);
     const std::shared_ptr<mirel::MessageQueue> m_queue =
         std::make_shared<mirel::MessageQueue>(kQueued);
     Events m_answers;
