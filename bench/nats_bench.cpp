@@ -13,7 +13,6 @@
 #include "channels/nats/wire/NatsAddress.h"
 #include "channels/nats/wire/NatsConnection.h"
 #include "channels/nats/wire/NatsHandles.h"
-#include "channels/nats/wire/NatsInbox.h"
 #include "channels/nats/wire/NatsStream.h"
 #include "testkit/NatsCluster.h"
 #include "testkit/TemporaryFolder.h"
@@ -49,13 +48,13 @@ mirel::NatsSubscription subscribe(mirel::NatsConnection& connection, const std::
     return mirel::NatsSubscription(made);
 }
 
-/// Answers SERVICE.requests.0.CALLER to SERVICE.answers.CALLER.answer.
+/// Answers SERVICE.requests.0.CALLER.CALLER.CALLER.CALLER to SERVICE.answers.CALLER.answer.
 class BareService {
 public:
     explicit BareService(const mirel::NatsChannelOptions& options)
         : m_options(options),
           m_connection(m_options.connection),
-          m_inbox(mirel::newInbox() + "pull"),
+          m_inbox(m_connection.newInbox() + "pull"),
           m_consumer(m_connection, m_options, 0) {
         mirel::provideStream(m_connection, m_options.stream, m_options.connection);
         m_consumer.renew();
@@ -176,7 +175,8 @@ private:
     }
 
     mirel::NatsConnection m_connection;
-    const std::string m_subject = m_connection.address().requests(0, kCaller, kCaller, kCaller);
+    const std::string m_subject = m_connection.address().requests(
+        0, mirel::NatsAddress::caller(kCaller, kCaller), kCaller, kCaller);
     const std::string m_prefix = m_connection.address().answers(kCaller) + ".";
     const std::vector<std::string> m_requests;
     std::vector<Source> m_sources;

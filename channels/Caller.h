@@ -36,6 +36,10 @@ public:
     /// Whether the service can be reached now. A connection that is lost is looked for again; what
     /// is sent meanwhile is kept.
     virtual bool connected() = 0;
+
+    /// Messages so far that came like answers and were none, or answered nothing that was sent.
+    /// They cost nobody else's answer.
+    virtual unsigned long skipped() const { return 0; }
 };
 
 } // namespace mirel

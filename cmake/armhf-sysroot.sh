@@ -5,8 +5,8 @@
 set -euo pipefail
 [ $# -eq 1 ] || { echo "usage: $0 DIRECTORY" >&2; exit 2; }
 
-packages=(libnats-dev libspdlog-dev libmsgpack-cxx-dev cppzmq-dev libcli11-dev
-    nlohmann-json3-dev libgmock-dev)
+packages=(libnats-dev libssl-dev libspdlog-dev libmsgpack-cxx-dev cppzmq-dev
+    libcli11-dev nlohmann-json3-dev libgmock-dev)
 # Said to be installed, so that they are not fetched: the cross compiler has a C and a C++ library
 # of its own, and the rest is needed for what we do not do with these packages.
 given=(libc6 libc6-dev libgcc-s1 libstdc++6

@@ -13,7 +13,8 @@ constexpr int kDay = 24 * 60 * 60 * 1000; ///< in milliseconds
 /// Those of both sides.
 std::vector<TransportOption> connectionOptions(NatsConnectionOptions& options) {
     return {
-        {"--user", &options.user, "The user's name on the NATS server", Text{"NAME"}},
+        {"--user", &options.user, "The user's name on the NATS server, by which its permissions go",
+         Text{"NAME"}},
         {"--password-file", &options.passwordFile, "File whose first line is the user's password",
          Text{"FILE"}},
         {"--credentials", &options.credentialsFile,
@@ -61,7 +62,8 @@ std::vector<TransportOption> NatsDeclaration::callerOptions() {
     std::vector<TransportOption> options = connectionOptions(m_caller.connection);
     options.push_back({"--caller", &m_caller.name,
                        "Your name: a request repeated under the same name and number within two "
-                       "minutes does not run twice; default: a new one",
+                       "minutes does not run twice, if your password, credentials or key are the "
+                       "same, too; default: a new one",
                        Text{"NAME"}});
     return options;
 }

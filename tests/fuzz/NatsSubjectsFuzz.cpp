@@ -1,4 +1,5 @@
-// What NATS says about a delivery, the way back of an answer, and the subject of a request.
+// What NATS says about a delivery, the way back of an answer, the subject of a request, and what a
+// caller confirms.
 
 #include "channels/nats/wire/NatsAddress.h"
 #include "channels/nats/wire/NatsDelivery.h"
@@ -31,7 +32,7 @@ void tryReturn(const std::string& text) {
     requireNumbers(text, {way->partition, way->tenure, way->streamSequence});
     const auto again = NatsReturn::parse(way->text());
     require(again && again->text() == way->text(), "what is written can be read");
-    require(again->answersTo == way->answersTo, "it leads to the same caller");
+    require(again->caller == way->caller, "it leads to the same caller");
 }
 
 void tryRequest(const std::string& text) {
@@ -40,12 +41,24 @@ void tryRequest(const std::string& text) {
     if (!request)
         return;
     requireNumbers(text, {request->partition});
-    require(request->caller.find('.') == std::string::npos, "a caller is one token");
-    if (!NatsAddress::isToken(request->caller))
+    const std::size_t point = request->caller.find('.');
+    require(point != std::string::npos && point == request->caller.rfind('.'),
+            "a caller is two tokens");
+    if (!NatsAddress::isToken(request->caller.substr(0, point)) ||
+        !NatsAddress::isToken(request->caller.substr(point + 1)))
         return;
     const auto again = address.parseRequest(
         address.requests(static_cast<unsigned>(request->partition), request->caller, "r", "l"));
     require(again && again->caller == request->caller, "a caller's requests are its own");
+    require(NatsAddress::callerOfConfirmations(NatsAddress::confirmations(request->caller) + "0") ==
+                request->caller,
+            "and so are its confirmations");
+}
+
+void tryConfirmations(const std::string& text) {
+    static_cast<void>(NatsAddress::callerOfConfirmations(text));
+    for (const std::uint64_t number : readConfirmations(text))
+        requireNumbers(text, {number});
 }
 
 } // namespace
@@ -56,5 +69,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     mirel::tryDelivery(text);
     mirel::tryReturn(text);
     mirel::tryRequest(text);
+    mirel::tryConfirmations(text);
     return 0;
 }

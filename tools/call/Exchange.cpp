@@ -103,6 +103,7 @@ void Exchange::takeAnswers(milliseconds patience) {
         take(*answer);
         patience = milliseconds(0);
     }
+    m_outcome.skipped = m_caller.skipped();
     // Only now: an answer may have waited here while we were sending.
     giveUpLateOnes();
     sendRefused();

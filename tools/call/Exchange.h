@@ -37,6 +37,7 @@ public:
         unsigned long unanswered = 0; ///< or not even taken by the service
         unsigned long outOfOrder = 0; ///< answered after a later request of their source
         unsigned long unexpected = 0; ///< answers to nothing, doubled or late
+        unsigned long skipped = 0;    ///< see `Caller::skipped`; strangers' doing, and no fault
         unsigned long sentAgain = 0;  ///< requests, each time
 
         bool good() const { return failed + unanswered + outOfOrder + unexpected == 0; }

@@ -61,6 +61,8 @@ void write(std::ostream& out, LoadReport report) {
     else
         out << "no (" << report.outcome.outOfOrder << " overtaken, " << report.outcome.unexpected
             << " answers to nothing)\n";
+    if (report.outcome.skipped != 0)
+        out << "skipped:    " << report.outcome.skipped << " messages that are no answers\n";
 }
 
 } // namespace mirel

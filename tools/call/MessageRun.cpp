@@ -45,6 +45,8 @@ bool runMessages(const CallOptions& options,
     if (outcome.outOfOrder + outcome.unexpected != 0)
         std::cout << "out of order: " << outcome.outOfOrder
                   << ", answers to nothing: " << outcome.unexpected << '\n';
+    if (outcome.skipped != 0)
+        std::cout << "skipped " << outcome.skipped << " messages that are no answers\n";
     return outcome.good();
 }
 

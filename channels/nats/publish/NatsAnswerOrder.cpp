@@ -13,22 +13,27 @@ constexpr std::chrono::seconds kPatience{4}; ///< several times as long as until
 
 void NatsAnswerOrder::sent(const std::string& source, long requestId) {
     m_sources[source].unanswered.push_back(requestId);
+    const bool any = m_first <= m_last;
+    m_first = any ? std::min(m_first, requestId) : requestId;
+    m_last = any ? std::max(m_last, requestId) : requestId;
 }
 
-void NatsAnswerOrder::came(Answer answer, Time now) {
+bool NatsAnswerOrder::came(Answer answer, Time now) {
+    const bool possible = answer.requestId >= m_first && answer.requestId <= m_last;
     const auto found = m_sources.find(answer.sourceChannel);
     if (found == m_sources.end())
-        return;
+        return possible;
     Source& source = found->second;
     if (std::find(source.unanswered.begin(), source.unanswered.end(), answer.requestId) ==
         source.unanswered.end())
-        return;
+        return possible;
     const long id = answer.requestId;
     if (source.waiting.try_emplace(id, Waiting{std::move(answer), now + kPatience}).second)
         ++m_waiting;
     release(source);
     if (source.unanswered.empty())
         m_sources.erase(found);
+    return true;
 }
 
 /// What is answered at the front is ready.

@@ -22,8 +22,8 @@ public:
 
     void sent(const std::string& source, long requestId);
 
-    /// An answer has come, perhaps once more, or to nothing that was sent.
-    void came(Answer answer, Time now);
+    /// An answer has come, perhaps once more. False when nothing was sent that it could answer.
+    [[nodiscard]] bool came(Answer answer, Time now);
 
     /// The next answer that need not wait.
     std::optional<Answer> next(Time now);
@@ -42,6 +42,11 @@ private:
     };
 
     void release(Source& source);
+
+    /// Smallest and largest number that was sent. Between them an answer that nobody waits for is
+    /// taken for one that has come before: not all of those are kept.
+    long m_first = 0;
+    long m_last = -1;
 
     std::unordered_map<std::string, Source> m_sources; ///< those with unanswered requests
     std::size_t m_waiting = 0;                         ///< answers in all of them

@@ -3,6 +3,7 @@
 #include "channels/Envelope.h"
 #include "channels/RandomName.h"
 #include "channels/ReceivedMessage.h"
+#include "channels/nats/publish/NatsMessageIds.h"
 #include "channels/nats/publish/NatsPublisher.h"
 #include "channels/nats/wire/NatsConnection.h"
 #include "channels/nats/wire/NatsStream.h"
@@ -48,8 +49,13 @@ const std::string& checked(const std::string& name) {
 
 NatsCaller::NatsCaller(const NatsCallerOptions& options)
     : m_options(options),
-      m_name(checked(options.name).empty() ? randomCallerName() : options.name),
+      m_name(NatsAddress::caller(options.connection.user, checked(options.name).empty()
+                                                              ? randomCallerName()
+                                                              : options.name)),
       m_run(randomName()),
+      m_ids(std::make_unique<const NatsMessageIds>(
+          options.name.empty() ? NatsMessageIds::unrepeatable()
+                               : NatsMessageIds::repeatable(options.connection))),
       m_connection(std::make_unique<NatsConnection>(options.connection)) {
     m_partitions = partitionsOf(*m_connection, options.connection);
     natsSubscription* made = nullptr;
@@ -97,9 +103,9 @@ bool NatsCaller::send(CommsChannelDataContainerMessage& msg, std::chrono::millis
 /// one source apart; nothing tells other messages apart.
 std::string NatsCaller::idOf(CommsChannelDataContainerMessage& msg) {
     if (!isInvokerRequest(msg))
-        return m_name + "." + m_run + "." + std::to_string(++m_unanswerable);
-    return m_name + "." + hexadecimal(stableHash(msg.sourceChannel())) + "." +
-           std::to_string(msg.requestId());
+        return m_ids->of(m_name + " " + m_run + " " + std::to_string(++m_unanswerable));
+    return m_ids->of(m_name + " request " + std::to_string(msg.requestId()) + " of " +
+                     msg.sourceChannel());
 }
 
 void NatsCaller::checkConnection() {
@@ -137,24 +143,35 @@ std::optional<Answer> NatsCaller::receive(std::chrono::milliseconds patience) {
 
 void NatsCaller::confirmTaken() {
     for (const auto& [where, numbers] : m_toConfirm)
-        if (!where.empty())
-            m_connection->publish(where + "0", numbers);
+        m_connection->publish(where + "0", numbers);
     m_toConfirm.clear();
     m_unconfirmed = 0;
 }
 
+/// Whoever may publish can have sent this, or had the server send it.
 void NatsCaller::take(natsMsg* msg) {
-    // ...answers.NUMBER
-    const std::string confirmTo = natsMsg_GetReply(msg) ? natsMsg_GetReply(msg) : "";
+    try {
+        Answer answer = decodeAnswer(bytesOf(msg));
+        // Also if it is to nothing: it may be one to a former process of this name.
+        if (const char* const confirmTo = natsMsg_GetReply(msg))
+            confirmLater(confirmTo);
+        if (!m_order.came(std::move(answer), std::chrono::steady_clock::now()))
+            ++m_skipped;
+    } catch (const EnvelopeError&) {
+        ++m_skipped;
+    }
+}
+
+/// If that is where a host wants it: nobody shall make us publish where he could not himself.
+void NatsCaller::confirmLater(std::string_view confirmTo) {
     const std::size_t number = confirmTo.rfind('.') + 1;
-    m_toConfirm[confirmTo.substr(0, number)] += confirmTo.substr(number) + ' ';
+    const std::string_view where = confirmTo.substr(0, number);
+    if (!where.starts_with(m_connection->address().hosts()) ||
+        !where.ends_with(NatsAddress::confirmations(m_name)))
+        return;
+    m_toConfirm[std::string(where)].append(confirmTo.substr(number)).append(1, ' ');
     if (++m_unconfirmed >= kConfirmedAtOnce)
         confirmTaken();
-    try {
-        m_order.came(decodeAnswer(bytesOf(msg)), std::chrono::steady_clock::now());
-    } catch (const EnvelopeError& failure) {
-        fail(std::string("the service sent something that is no answer: ") + failure.what());
-    }
 }
 
 } // namespace mirel

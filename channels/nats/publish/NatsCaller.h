@@ -12,6 +12,7 @@
 namespace mirel {
 
 class NatsConnection;
+class NatsMessageIds;
 class NatsPublisher;
 
 /// A caller of a service whose requests are kept by NATS JetStream. What `send` has taken is
@@ -32,15 +33,19 @@ public:
     /// Whether a server is there; a service may be not.
     bool connected() override;
 
+    unsigned long skipped() const override { return m_skipped; }
+
 private:
     void take(natsMsg* msg);
+    void confirmLater(std::string_view confirmTo);
     void confirmTaken();
     std::string idOf(CommsChannelDataContainerMessage& msg);
     void checkConnection();
 
     const NatsCallerOptions m_options;
-    const std::string m_name;
-    const std::string m_run;          ///< tells this process from others of the same name
+    const std::string m_name; ///< USER.NAME, see NatsAddress
+    const std::string m_run;  ///< tells this process from others of the same name
+    const std::unique_ptr<const NatsMessageIds> m_ids;
     unsigned long m_unanswerable = 0; ///< timer events and legacy messages so far
     const std::unique_ptr<NatsConnection> m_connection;
     unsigned m_partitions = 0;
@@ -48,6 +53,7 @@ private:
     NatsAnswerOrder m_order;
     std::map<std::string, std::string> m_toConfirm; ///< numbers of answers, by where to tell them
     std::size_t m_unconfirmed = 0;                  ///< numbers in there
+    unsigned long m_skipped = 0;
     std::unique_ptr<NatsPublisher> m_publisher;
 };
 

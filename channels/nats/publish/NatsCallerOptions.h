@@ -11,8 +11,10 @@ struct NatsCallerOptions {
     NatsConnectionOptions connection;
 
     /// Under which answers come back and requests are known to the server: letters, digits, - and
-    /// _. A caller that comes back under its name and repeats a request with its id does not make
-    /// it run twice, within two minutes. Empty: a new one.
+    /// _. A caller that comes back under its name, with the same password, credentials or key, and
+    /// repeats a request with its number, does not make it run twice, within two minutes. Without
+    /// authentication others can have the server take such a request for a repeated one. Empty: a
+    /// new one.
     std::string name;
 
     /// Largest message sent, as encoded, in bytes; the server has its own limit.

@@ -1,7 +1,6 @@
 #include "channels/nats/publish/NatsPublisher.h"
 
 #include "channels/nats/wire/NatsConnection.h"
-#include "channels/nats/wire/NatsInbox.h"
 #include "framework/Logging.h"
 #include "framework/Threader.h"
 #include "runtime/threads/PendingWakeUps.h"
@@ -23,7 +22,7 @@ constexpr milliseconds kLast{2000};
 
 NatsPublisher::NatsPublisher(NatsConnection& connection, std::size_t most)
     : m_connection(connection),
-      m_inbox(newInbox()),
+      m_inbox(connection.newInbox()),
       m_window(most, m_inbox) {
     subscribe();
     unsigned long threadId = 0;

@@ -48,7 +48,7 @@ void NatsAnswers::answer(Answer answer) {
         answer.data = tooLong("the answer", bytes.size(), most);
         bytes = encode(answer);
     }
-    keep(way->answersTo, std::move(bytes));
+    keep(way->caller, std::move(bytes));
     ++m_counters->answersSent;
     // The answer first: whoever dies between the two leaves a request that is run again, and not
     // one that is never answered.
@@ -85,19 +85,19 @@ void NatsAnswers::setLeases(const NatsLeases* leases) {
 
 void NatsAnswers::leaveRest() { m_leavesRest = true; }
 
-void NatsAnswers::tell(std::string answersTo, std::string bytes) {
-    keep(std::move(answersTo), std::move(bytes));
+void NatsAnswers::tell(std::string caller, std::string bytes) {
+    keep(std::move(caller), std::move(bytes));
     m_outbox->send();
 }
 
 /// Sends with what comes next, and keeps it until it is confirmed.
-void NatsAnswers::keep(std::string answersTo, std::string bytes) {
+void NatsAnswers::keep(std::string caller, std::string bytes) {
     {
         const Lock lock(m_mutex);
         const auto now = Clock::now();
         m_keptBytes += bytes.size();
         const auto kept =
-            m_unconfirmed.emplace(++m_last, Unconfirmed{std::move(answersTo), std::move(bytes), now,
+            m_unconfirmed.emplace(++m_last, Unconfirmed{std::move(caller), std::move(bytes), now,
                                                         now + kConfirmation, 2 * kConfirmation});
         put(m_last, kept.first->second);
         while (m_unconfirmed.size() > kMostKept || m_keptBytes > kMostKeptBytes)
@@ -124,7 +124,8 @@ void NatsAnswers::tellForgotten() {
 
 /// What cannot be sent now is repeated in its time.
 void NatsAnswers::put(std::uint64_t number, const Unconfirmed& answer) {
-    m_outbox->put({answer.answersTo, answer.bytes, m_inbox + "answers." + std::to_string(number)});
+    m_outbox->put({m_connection->address().answers(answer.caller), answer.bytes,
+                   m_inbox + NatsAddress::confirmations(answer.caller) + std::to_string(number)});
 }
 
 void NatsAnswers::acknowledge(const std::string& callbackChannel) {
@@ -137,10 +138,10 @@ void NatsAnswers::acknowledge(const NatsReturn& way) {
         m_outbox->add({m_inbox + "wake.0", "", {}}); // behind the acknowledgement
 }
 
-void NatsAnswers::confirmed(std::uint64_t number) {
+void NatsAnswers::confirmed(const std::string& caller, std::uint64_t number) {
     const Lock lock(m_mutex);
     const auto found = m_unconfirmed.find(number);
-    if (found == m_unconfirmed.end())
+    if (found == m_unconfirmed.end() || found->second.caller != caller)
         return;
     m_keptBytes -= found->second.bytes.size();
     m_unconfirmed.erase(found);

@@ -26,8 +26,8 @@ struct NatsReturn;
 /// and the caller puts them in their order again. Any thread.
 class NatsAnswers : public AnswerSink {
 public:
-    /// Answers ask for their confirmation at `inbox`answers.NUMBER; what comes to `inbox`answers.0
-    /// has the numbers in its body. What comes to `inbox`wake.0 wakes the channel's thread.
+    /// Answers ask for their confirmation at `inbox` and NatsAddress::confirmations. What comes to
+    /// `inbox`wake.0 wakes the channel's thread.
     NatsAnswers(std::shared_ptr<NatsConnection> connection, std::shared_ptr<NatsOutbox> outbox,
                 std::shared_ptr<NatsLedger> ledger, std::shared_ptr<ChannelCounters> counters,
                 std::size_t maxAnswerBytes, std::string inbox);
@@ -47,9 +47,10 @@ public:
     void acknowledge(const std::string& callbackChannel);
 
     /// Sends an answer, encoded, that belongs to no response.
-    void tell(std::string answersTo, std::string bytes);
+    void tell(std::string caller, std::string bytes);
 
-    void confirmed(std::uint64_t number);
+    /// By that caller (see NatsAddress), who can confirm his own answers only.
+    void confirmed(const std::string& caller, std::uint64_t number);
 
     /// Sends what has not been confirmed in time once more, or gives it up. To be called again and
     /// again, until nobody waits for an answer any more.
@@ -65,7 +66,7 @@ private:
     using Clock = std::chrono::steady_clock;
 
     struct Unconfirmed {
-        std::string answersTo;
+        std::string caller;
         std::string bytes;
         Clock::time_point given;
         Clock::time_point nextTime;
@@ -75,7 +76,7 @@ private:
     void acknowledge(const NatsReturn& way);
     void forgetFirst() MIREL_REQUIRES(m_mutex);
     void tellForgotten();
-    void keep(std::string answersTo, std::string bytes);
+    void keep(std::string caller, std::string bytes);
     void put(std::uint64_t number, const Unconfirmed& answer);
 
     const std::shared_ptr<NatsConnection> m_connection;

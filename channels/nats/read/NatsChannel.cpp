@@ -1,13 +1,13 @@
 #include "channels/nats/read/NatsChannel.h"
 
 #include "channels/ChannelCounters.h"
+#include "channels/RandomName.h"
 #include "channels/nats/read/NatsAnswers.h"
 #include "channels/nats/read/NatsLedger.h"
 #include "channels/nats/read/NatsOutbox.h"
 #include "channels/nats/read/NatsReader.h"
 #include "channels/nats/wire/NatsConnection.h"
 #include "channels/nats/wire/NatsDelivery.h"
-#include "channels/nats/wire/NatsInbox.h"
 #include "channels/queue/MessageQueue.h"
 #include "framework/CommsChannelDataContainerMessage.h"
 #include "framework/MirelException.h"
@@ -56,7 +56,7 @@ NatsChannel::NatsChannel(const NatsChannelOptions& options)
           })),
       m_queue(
           std::make_unique<MessageQueue>(options.maxUnacknowledged * options.stream.partitions)),
-      m_inbox(newInbox()),
+      m_inbox(m_connection->address().hosts() + randomName() + "."),
       m_answers(std::make_shared<NatsAnswers>(m_connection, m_outbox, m_ledger, m_counters,
                                               options.maxMessageBytes, m_inbox)) {
     answerBy(m_answers);

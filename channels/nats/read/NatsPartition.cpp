@@ -164,11 +164,10 @@ void NatsPartition::take(natsMsg* msg, const NatsDelivery& delivery, const std::
     Waiting waiting{{delivery.streamSequence, delivery.stored, natsMsg_GetSubject(msg), {}}, {}};
     m_reading.ledger.add(m_number, std::hash<std::string>()(waiting.from), waiting.sequence,
                          acknowledgeTo);
-    const std::string answersTo = m_reading.connection.address().answers(caller);
     auto decoded = decodeReceived(
-        bytesOf(msg), NatsReturn{answersTo, m_number, m_tenure, waiting.sequence}.text(),
+        bytesOf(msg), NatsReturn{caller, m_number, m_tenure, waiting.sequence}.text(),
         m_reading.options.maxMessageBytes, m_reading.counters.refused,
-        [&](const Answer& failure) { m_reading.answers.tell(answersTo, encode(failure)); });
+        [&](const Answer& failure) { m_reading.answers.tell(caller, encode(failure)); });
     if (!decoded) {
         m_reading.ledger.settle(m_number, waiting.sequence, kHopeless);
         return;
@@ -190,8 +189,10 @@ void NatsPartition::logSkipped(std::uint64_t sequence, const char* why) const {
 void NatsPartition::takeStatus(natsMsg* msg, unsigned long pull) {
     if (m_state != State::eOpen || pull != m_pull)
         return;
-    m_lastHeard = Clock::now();
     const std::string code = headerOf(msg, "Status");
+    if (code.empty())
+        return; // not said about the pull: somebody had the server answer him here
+    m_lastHeard = Clock::now();
     if (code == kTimeOut)
         m_expected = 0;
     else if (code != kHeartbeatStatus)
@@ -250,7 +251,7 @@ void NatsPartition::giveUp(Waiting& waiting) {
               msg.requestId(), text.c_str());
     storeDeadLetter(m_reading.connection, encode(msg), text, waiting.name());
     if (isInvokerRequest(msg))
-        m_reading.answers.tell(NatsReturn::parse(msg.callbackChannel()).value().answersTo,
+        m_reading.answers.tell(NatsReturn::parse(msg.callbackChannel()).value().caller,
                                encode(Answer{false, msg.requestId(), msg.sourceChannel(), "",
                                              "the request was " + text}));
     m_handedOut.add(waiting);

@@ -67,7 +67,7 @@ NatsReader::~NatsReader() {
 void NatsReader::subscribe() {
     natsSubscription* made = nullptr;
     const natsStatus status = natsConnection_SubscribeSync(&made, m_reading.connection.get(),
-                                                           (m_reading.inbox + "*.*").c_str());
+                                                           (m_reading.inbox + ">").c_str());
     m_subscription.reset(made);
     if (status != NATS_OK)
         throw NatsError(0, natsStatus_GetText(status));
@@ -170,19 +170,17 @@ void NatsReader::take(natsMsg* msg) {
     takeOwn(msg);
 }
 
-/// INBOX.PARTITION.PULL, INBOX.answers.0 with numbers in its body, or INBOX.wake.0
+/// INBOX.PARTITION.PULL, INBOX.taken.CALLER.0 with numbers in its body, or INBOX.wake.0
 void NatsReader::takeOwn(natsMsg* msg) {
     std::string_view subject = natsMsg_GetSubject(msg);
     subject.remove_prefix(std::min(subject.size(), m_reading.inbox.size()));
-    if (subject.starts_with("answers.")) {
-        // Without a body it is the server's word that the caller is not there now.
-        std::string_view numbers = bytesOf(msg);
-        while (!numbers.empty())
-            m_answers.confirmed(cutNumber(numbers));
-        return;
-    }
     if (subject.starts_with("wake."))
         return;
+    if (const auto caller = NatsAddress::callerOfConfirmations(subject)) {
+        for (const std::uint64_t number : readConfirmations(bytesOf(msg)))
+            m_answers.confirmed(*caller, number);
+        return;
+    }
     const unsigned long number = cutNumber(subject);
     if (number < m_partitions.size())
         m_partitions[number].takeStatus(msg, cutNumber(subject));

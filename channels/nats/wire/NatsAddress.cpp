@@ -13,6 +13,7 @@ namespace {
 constexpr std::string_view kPlain = "nats://";
 constexpr std::string_view kEncrypted = "tls://";
 constexpr const char* kRequests = ".requests.";
+constexpr std::string_view kTaken = "taken.";
 constexpr std::string_view kDefaultPort = ":4222";
 constexpr std::size_t kLongestName = 200; ///< the server's limit for a stream is 255
 
@@ -20,6 +21,11 @@ constexpr std::size_t kLongestName = 200; ///< the server's limit for a stream i
     throw MirelException(url + ": " + why +
                              "; an address looks like nats://HOST:PORT,HOST:PORT/SERVICE",
                          __FILE__, __LINE__);
+}
+
+bool mayBeInToken(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
+           c == '_';
 }
 
 bool hasPort(const std::string& server) {
@@ -30,10 +36,17 @@ bool hasPort(const std::string& server) {
 } // namespace
 
 bool NatsAddress::isToken(const std::string& text) {
-    return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-               c == '-' || c == '_';
-    });
+    return !text.empty() && std::all_of(text.begin(), text.end(), &mayBeInToken);
+}
+
+std::string NatsAddress::caller(const std::string& user, const std::string& name) {
+    return (user.empty() ? "-" : tokenOf(user)) + "." + name;
+}
+
+std::string NatsAddress::tokenOf(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return !mayBeInToken(c); }, '_');
+    return text;
 }
 
 NatsAddress::NatsAddress(const std::string& url) : m_url(url) {
@@ -61,7 +74,7 @@ NatsAddress::NatsAddress(const std::string& url) : m_url(url) {
 }
 
 std::string NatsAddress::requests(unsigned partition) const {
-    return requests(partition, "*", "*", "*");
+    return requests(partition, "*.*", "*", "*");
 }
 
 std::string NatsAddress::requests(unsigned partition, const std::string& caller,
@@ -81,8 +94,22 @@ std::optional<NatsAddress::Request> NatsAddress::parseRequest(std::string_view s
     if (error != std::errc() || point == end || *point != '.')
         return std::nullopt;
     subject.remove_prefix(static_cast<std::size_t>(point + 1 - subject.data()));
-    request.caller = subject.substr(0, subject.find('.'));
+    const std::size_t user = subject.find('.');
+    if (user == std::string_view::npos)
+        return std::nullopt;
+    request.caller = subject.substr(0, subject.find('.', user + 1));
     return request;
+}
+
+std::string NatsAddress::confirmations(const std::string& caller) {
+    return std::string(kTaken) + caller + ".";
+}
+
+std::optional<std::string> NatsAddress::callerOfConfirmations(std::string_view subject) {
+    if (!subject.starts_with(kTaken))
+        return std::nullopt;
+    subject.remove_prefix(kTaken.size());
+    return std::string(subject.substr(0, subject.rfind('.')));
 }
 
 } // namespace mirel

@@ -20,18 +20,22 @@ public:
     bool encrypted() const { return m_encrypted; }
 
     const std::string& stream() const { return m_service; }
-    std::string requests() const { return m_service + ".requests.*.*.*.*"; }
+    std::string requests() const { return m_service + ".requests.*.*.*.*.*"; }
     std::string requests(unsigned partition) const;
 
-    /// `run` is one process that calls under that name. `line` stands for one source, which is what
-    /// a caller sends under one source channel, in its order.
+    /// A caller as subjects have it: USER.NAME. The server's permissions go by the user's name
+    /// there, so that no user can take the place of another one's caller. "-": it has none.
+    static std::string caller(const std::string& user, const std::string& name);
+
+    /// `run` is one process of the caller. `line` stands for one source, which is what a caller
+    /// sends under one source channel, in its order.
     std::string requests(unsigned partition, const std::string& caller, const std::string& run,
                          const std::string& line) const;
 
     /// What a subject of a request says.
     struct Request {
         unsigned long partition;
-        std::string caller;
+        std::string caller; ///< USER.NAME
     };
     /// Nothing when it is no such subject of this service.
     std::optional<Request> parseRequest(std::string_view subject) const;
@@ -40,6 +44,17 @@ public:
         return m_service + ".answers." + caller;
     }
 
+    /// The beginning, up to a point and the host's name, of what a host is sent: by the server,
+    /// which delivers there, and by callers, which confirm answers there.
+    std::string hosts() const { return m_service + ".hosts."; }
+
+    /// The beginning, up to a point, of what that caller confirms answers on, behind the host
+    /// and a point. The end is the number of an answer, or 0: then the numbers are in the body.
+    static std::string confirmations(const std::string& caller);
+
+    /// Nothing when it is no such subject.
+    static std::optional<std::string> callerOfConfirmations(std::string_view subject);
+
     std::string deadLetterStream() const { return m_service + "-dead"; }
     std::string deadLetters() const { return m_service + ".dead"; }
     std::string leases() const { return m_service + "-leases"; }     ///< a bucket
@@ -47,6 +62,9 @@ public:
 
     /// Whether the text can be a token of a subject: letters, digits, - and _.
     static bool isToken(const std::string& text);
+
+    /// The text with an underscore for each character that no token may have.
+    static std::string tokenOf(std::string text);
 
 private:
     std::string m_url;

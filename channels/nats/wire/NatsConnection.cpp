@@ -1,5 +1,6 @@
 #include "channels/nats/wire/NatsConnection.h"
 
+#include "channels/RandomName.h"
 #include "channels/nats/wire/NatsHandles.h"
 #include "channels/nats/wire/NatsOptions.h"
 #include "framework/Logging.h"
@@ -22,11 +23,23 @@ constexpr std::int64_t kPingMs = 2000;
 constexpr int kPingsUnanswered = 2;
 constexpr std::int64_t kWriteMs = 2000;
 
+constexpr int kNoJetStream = 10039; ///< the server's number for an account without JetStream
+
 [[noreturn]] void fail(const std::string& text) { throw MirelException(text, __FILE__, __LINE__); }
 
-void logError(natsConnection*, natsSubscription*, natsStatus status, void*) {
-    logAppUni("NatsConnection", __FILE__, 3, __LINE__, "the connection to the server reports: %s",
-              natsStatus_GetText(status));
+/// What an answer of JetStream's interface says. `NatsError`.
+nlohmann::json read(const std::string& name, natsStatus status, natsMsg* received) {
+    if (status == NATS_NO_RESPONDERS)
+        throw NatsError(0, "JetStream is not there: either the server runs without it, or its "
+                           "cluster has no leader now");
+    if (status != NATS_OK)
+        throw NatsError(0, reasonOf(status));
+    const auto answer = nlohmann::json::parse(bytesOf(received), nullptr, false);
+    if (!answer.is_object())
+        throw NatsError(0, "the server's answer to " + name + " cannot be read");
+    if (const auto error = answer.find("error"); error != answer.end())
+        throw NatsError(error->value("err_code", 0), error->value("description", "refused"));
+    return answer;
 }
 
 /// Waits while another thread sends: not to be called under a lock.
@@ -37,9 +50,13 @@ std::size_t largestMessageOf(natsConnection* connection) {
 
 } // namespace
 
-NatsConnection::NatsConnection(const NatsConnectionOptions& wanted) : m_address(wanted.url) {
+NatsConnection::NatsConnection(const NatsConnectionOptions& wanted)
+    : m_address(wanted.url),
+      m_errors("NatsConnection", "on the connection to " + wanted.url),
+      m_inboxes(wanted.user.empty() ? "_INBOX" : "_INBOX." + NatsAddress::tokenOf(wanted.user)) {
     const NatsOptions options = newNatsOptions(m_address, wanted);
     natsOptions* const made = options.get();
+    natsOptions_SetCustomInboxPrefix(made, m_inboxes.c_str());
     natsOptions_SetMaxReconnect(made, -1);
     natsOptions_SetReconnectWait(made, kBetweenAttempts.count());
     natsOptions_SetPingInterval(made, kPingMs);
@@ -47,7 +64,7 @@ NatsConnection::NatsConnection(const NatsConnectionOptions& wanted) : m_address(
     natsOptions_SetSendAsap(made, true); // otherwise each message waits a millisecond for others
     // A server that is stopped would otherwise hold up every thread that sends, for ever.
     natsOptions_SetWriteDeadline(made, kWriteMs);
-    natsOptions_SetErrorHandler(made, &logError, nullptr);
+    natsOptions_SetErrorHandler(made, &onError, this);
     natsOptions_SetReconnectedCB(made, &onConnected, this);
     natsOptions_SetDisconnectedCB(made, &onLost, this);
     natsOptions_SetClosedCB(made, &onClosed, this);
@@ -125,6 +142,15 @@ void NatsConnection::onClosed(natsConnection*, void* self) {
     connection.m_changed.notify_all();
 }
 
+/// In the server's own words, if it has said something: which subject is not permitted, for
+/// example.
+void NatsConnection::onError(natsConnection* library, natsSubscription*, natsStatus status,
+                             void* self) {
+    const char* said = nullptr;
+    const bool ofThis = natsConnection_GetLastError(library, &said) == status && said && *said;
+    static_cast<NatsConnection*>(self)->m_errors.refuse(ofThis ? said : natsStatus_GetText(status));
+}
+
 bool NatsConnection::connected() const {
     const Lock lock(m_mutex);
     return m_connected;
@@ -158,18 +184,36 @@ nlohmann::json NatsConnection::call(const std::string& name, const nlohmann::jso
         natsConnection_Request(&received, m_connection, ("$JS.API." + name).c_str(), bytes.data(),
                                static_cast<int>(bytes.size()), patience.count());
     const NatsMessage reply(received);
-    if (status == NATS_NO_RESPONDERS)
-        throw NatsError(0, "JetStream is not there: either the server runs without it, or its "
-                           "cluster has no leader now");
+    return read(name, status, received);
+}
+
+nlohmann::json NatsConnection::callService(const std::string& name, milliseconds patience) {
+    const std::string inbox = newInbox() + "1";
+    natsSubscription* made = nullptr;
+    natsStatus status = natsConnection_SubscribeSync(&made, m_connection, inbox.c_str());
+    const NatsSubscription subscription(made);
+    if (status == NATS_OK)
+        status = natsConnection_PublishRequest(m_connection, ("$JS.API." + name).c_str(),
+                                               inbox.c_str(), nullptr, 0);
     if (status != NATS_OK)
         throw NatsError(0, reasonOf(status));
-    const auto answer = nlohmann::json::parse(bytesOf(received), nullptr, false);
-    if (!answer.is_object())
-        throw NatsError(0, "the server's answer to " + name + " cannot be read");
-    if (const auto error = answer.find("error"); error != answer.end())
-        throw NatsError(error->value("err_code", 0), error->value("description", "refused"));
-    return answer;
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    for (;;) {
+        natsMsg* received = nullptr;
+        const auto left = std::chrono::ceil<milliseconds>(
+            std::max(deadline - std::chrono::steady_clock::now(), {}));
+        status = natsSubscription_NextMsg(&received, made, left.count());
+        const NatsMessage reply(received);
+        try {
+            return read(name, status, received);
+        } catch (const NatsError& failure) {
+            if (failure.code() != kNoJetStream)
+                throw;
+        }
+    }
 }
+
+std::string NatsConnection::newInbox() const { return m_inboxes + "." + randomName() + "."; }
 
 bool NatsConnection::flush(milliseconds patience) {
     return natsConnection_FlushTimeout(m_connection, patience.count()) == NATS_OK;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "channels/RefusalCounter.h"
 #include "channels/nats/wire/NatsAddress.h"
 #include "channels/nats/wire/NatsConnectionOptions.h"
 #include "runtime/threads/Mutex.h"
@@ -66,8 +67,16 @@ public:
     nlohmann::json call(const std::string& name, const nlohmann::json& request,
                         std::chrono::milliseconds patience);
 
+    /// The same to the service's account, if that is not ours: there it answers beside our own
+    /// account, which has no JetStream, and says so.
+    nlohmann::json callService(const std::string& name, std::chrono::milliseconds patience);
+
     /// Waits until the server has all that was published; false when that takes too long.
     bool flush(std::chrono::milliseconds patience);
+
+    /// The beginning, up to a point, of subjects that nobody else uses. As all that the server
+    /// answers to, they begin with "_INBOX.USER.", so that permissions can say whose they are.
+    std::string newInbox() const;
 
     natsConnection* get() const { return m_connection; }
     const NatsAddress& address() const { return m_address; }
@@ -80,8 +89,11 @@ private:
     static void onConnected(natsConnection*, void* self);
     static void onLost(natsConnection*, void* self);
     static void onClosed(natsConnection*, void* self);
+    static void onError(natsConnection*, natsSubscription*, natsStatus status, void* self);
 
     const NatsAddress m_address;
+    RefusalCounter m_errors;                ///< that the server or the library reports
+    const std::string m_inboxes;            ///< beginning of all inboxes, without a point
     natsConnection* m_connection = nullptr; ///< owned; constant once made
 
     mutable Mutex m_mutex; ///< nothing is asked of the NATS library under it

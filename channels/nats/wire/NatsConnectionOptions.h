@@ -16,7 +16,8 @@ struct NatsConnectionOptions {
     /// Asked a few times a second meanwhile, and never afterwards; true ends the search.
     std::function<bool()> giveUp = [] { return false; };
 
-    // Authentication; empty: none. The password is the first line of its file, so that it is on no
+    // Authentication; empty: none. The user's name is also the part of subjects by which the server
+    // knows what the user may do. The password is the first line of its file, so that it is on no
     // command line.
     std::string user;
     std::string passwordFile;

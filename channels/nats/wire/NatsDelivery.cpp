@@ -46,18 +46,26 @@ std::optional<NatsDelivery> NatsDelivery::parse(std::string_view subject) {
 }
 
 std::string NatsReturn::text() const {
-    return answersTo + ' ' + std::to_string(partition) + ' ' + std::to_string(tenure) + ' ' +
+    return caller + ' ' + std::to_string(partition) + ' ' + std::to_string(tenure) + ' ' +
            std::to_string(streamSequence);
 }
 
 std::optional<NatsReturn> NatsReturn::parse(const std::string& text) {
     std::string_view rest = text;
     NatsReturn result;
-    result.answersTo = cut(rest, ' ');
+    result.caller = cut(rest, ' ');
     if (!read(cut(rest, ' '), result.partition) || !read(cut(rest, ' '), result.tenure) ||
         !read(rest, result.streamSequence))
         return std::nullopt;
     return result;
+}
+
+std::vector<std::uint64_t> readConfirmations(std::string_view bytes) {
+    std::vector<std::uint64_t> numbers;
+    while (!bytes.empty())
+        if (!read(cut(bytes, ' '), numbers.emplace_back()))
+            return {};
+    return numbers;
 }
 
 } // namespace mirel

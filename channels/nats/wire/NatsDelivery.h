@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace mirel {
 
@@ -22,11 +23,11 @@ struct NatsDelivery {
     static std::optional<NatsDelivery> parse(std::string_view subject);
 };
 
-/// What a message carries as its callback channel: where its answer goes, which message of the
+/// What a message carries as its callback channel: who gets its answer, which message of the
 /// stream it is, and by what right it was read. So an answer needs nothing else to find its way,
 /// whoever gives it.
 struct NatsReturn {
-    std::string answersTo;
+    std::string caller; ///< see NatsAddress
     unsigned partition = 0;
     unsigned long tenure = 0; ///< see NatsLeases
     std::uint64_t streamSequence = 0;
@@ -34,5 +35,10 @@ struct NatsReturn {
     std::string text() const;
     static std::optional<NatsReturn> parse(const std::string& text);
 };
+
+/// The numbers of the answers that a caller has taken, each with a blank behind it. Nothing of what
+/// is no such text: a caller could have the server answer in his place. Without a body it is the
+/// server's word that the caller is not there now.
+std::vector<std::uint64_t> readConfirmations(std::string_view bytes);
 
 } // namespace mirel

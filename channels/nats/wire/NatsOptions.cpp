@@ -5,7 +5,7 @@
 #include "framework/MirelException.h"
 
 #include <fstream>
-#include <string>
+#include <iterator>
 #include <vector>
 
 namespace mirel {
@@ -28,9 +28,12 @@ std::string firstLine(const std::string& file) {
 }
 
 void authenticate(natsOptions* options, const NatsConnectionOptions& wanted) {
-    if (wanted.user.empty() != wanted.passwordFile.empty())
-        fail("a user needs a password file, and the other way round");
-    if (!wanted.user.empty())
+    const bool hasPassword = !wanted.passwordFile.empty();
+    if (wanted.user.empty()
+            ? hasPassword
+            : !hasPassword && wanted.credentialsFile.empty() && wanted.certificateFile.empty())
+        fail("a user needs a password file, credentials or a certificate, and a password its user");
+    if (hasPassword)
         require(natsOptions_SetUserInfo(options, wanted.user.c_str(),
                                         firstLine(wanted.passwordFile).c_str()),
                 "the user");
@@ -72,6 +75,20 @@ NatsOptions newNatsOptions(const NatsAddress& address, const NatsConnectionOptio
     authenticate(made, wanted);
     encrypt(made, wanted, address.encrypted());
     return options;
+}
+
+std::string secretOf(const NatsConnectionOptions& wanted) {
+    if (!wanted.passwordFile.empty())
+        return firstLine(wanted.passwordFile);
+    const std::string& file =
+        wanted.credentialsFile.empty() ? wanted.keyFile : wanted.credentialsFile;
+    if (file.empty())
+        return {};
+    std::ifstream in(file);
+    const std::string secret{std::istreambuf_iterator<char>(in), {}};
+    if (secret.empty())
+        fail(file + ": it cannot be read");
+    return secret;
 }
 
 } // namespace mirel

@@ -50,8 +50,10 @@ json patiently(const NatsConnectionOptions& search, const std::function<bool(int
 
 bool electionPasses(int code) { return code == kNoAnswer || code == kNoLeader || code == kNoPeers; }
 
+std::string infoOn(const std::string& stream) { return "STREAM.INFO." + stream; }
+
 json infoOf(NatsConnection& connection, const std::string& stream) {
-    return connection.call("STREAM.INFO." + stream, nullptr, kCallPatience).at("config");
+    return connection.call(infoOn(stream), nullptr, kCallPatience).at("config");
 }
 
 /// Both settings of the stream as a reader of an error line wants them.
@@ -121,9 +123,10 @@ unsigned partitionsOf(NatsConnection& connection, const NatsConnectionOptions& s
     const NatsAddress& address = connection.address();
     const auto passes = [](int code) { return electionPasses(code) || code == kStreamNotFound; };
     try {
-        const std::string description = patiently(search, passes, [&] {
-                                            return infoOf(connection, address.stream());
-                                        }).value("description", "");
+        const auto info = patiently(search, passes, [&] {
+            return connection.callService(infoOn(address.stream()), kCallPatience);
+        });
+        const std::string description = info.at("config").value("description", "");
         const std::string count = description.starts_with(kDescription)
                                       ? description.substr(std::string(kDescription).size())
                                       : std::string();
@@ -140,7 +143,7 @@ unsigned partitionsOf(NatsConnection& connection, const NatsConnectionOptions& s
 }
 
 std::string createdAt(NatsConnection& connection) {
-    return connection.call("STREAM.INFO." + connection.address().stream(), nullptr, kCallPatience)
+    return connection.call(infoOn(connection.address().stream()), nullptr, kCallPatience)
         .value("created", "");
 }
 

@@ -29,6 +29,7 @@ TEST_F(NatsAccessTest, LetsInByCredentials) {
     accounts << std::ifstream(folder + "/operator.conf").rdbuf();
     const NatsServer server(m_folder.path("server"), accounts.str());
     expectLetIn(server.url(), {"--credentials", folder + "/user.creds"});
+    expectLetIn(server.url(), {"--credentials", folder + "/user.creds", "--user", "host"});
     expectRefused(server.url(), {}, "does not let us in");
     expectRefused(server.url(), {"--credentials", folder + "/none"}, "none");
 }

@@ -282,7 +282,8 @@ TEST_F(NatsServiceTest, AReaderThatFailsGivesItsPartitionsBack) {
     ASSERT_TRUE(waitForRest(2, "KV_service-leases")) << "the host's presence, and its partition";
     LogCapture log;
     log.throwOn("cannot be decoded");
-    NatsConnection(connectionOptions()).publish("service.requests.0.stranger.run.line", "garbage");
+    NatsConnection(connectionOptions())
+        .publish("service.requests.0.-.stranger.run.line", "garbage");
     CommsChannelDataContainerMessage msg;
     EXPECT_FALSE(channel.readMessage(msg));
     EXPECT_TRUE(waitForRest(0, "KV_service-leases"));
@@ -291,7 +292,7 @@ TEST_F(NatsServiceTest, AReaderThatFailsGivesItsPartitionsBack) {
 TEST_F(NatsServiceTest, RefusesWhatCannotBeARequest) {
     const auto host = newHost();
     NatsConnection stranger(connectionOptions());
-    ASSERT_TRUE(stranger.publish("service.requests.0.stranger.run.line", "garbage"));
+    ASSERT_TRUE(stranger.publish("service.requests.0.-.stranger.run.line", "garbage"));
     ASSERT_TRUE(stranger.publish("service.requests.0", "on no caller's subject"));
 
     const auto large = newCall(m_server.url(), {"--input", "-", "--max-message", "10000000"},

@@ -1,4 +1,5 @@
 #include "channels/nats/publish/NatsAnswerOrder.h"
+#include "channels/nats/publish/NatsMessageIds.h"
 #include "channels/nats/publish/NatsSendWindow.h"
 
 #include <gtest/gtest.h>
@@ -58,6 +59,13 @@ TEST(NatsSendWindow, KeepsNoMoreWhenItRepeatsMore) {
     EXPECT_EQ(replyTo.size(), 2U);
 }
 
+TEST(NatsMessageIds, CannotBeToldWithoutTheSecret) {
+    const auto one = NatsMessageIds::unrepeatable(), other = NatsMessageIds::unrepeatable();
+    EXPECT_EQ(one.of("a message"), one.of("a message"));
+    EXPECT_NE(one.of("a message"), one.of("another"));
+    EXPECT_NE(one.of("a message"), other.of("a message"));
+}
+
 class NatsAnswerOrderTest : public testing::Test {
 protected:
     void sent(const std::string& source, std::initializer_list<long> ids) {
@@ -68,7 +76,7 @@ protected:
     /// The answers that are given to the caller when these have arrived.
     std::string come(const std::string& source, std::initializer_list<long> ids) {
         for (const long id : ids)
-            m_order.came(Answer{true, id, source, "", ""}, start);
+            m_possible = m_order.came(Answer{true, id, source, "", ""}, start);
         return given(start);
     }
     std::string given(NatsAnswerOrder::Time now) {
@@ -79,6 +87,7 @@ protected:
     }
 
     NatsAnswerOrder m_order;
+    bool m_possible = false; ///< that the last one that came answers what was sent
 };
 
 TEST_F(NatsAnswerOrderTest, GivesEachSourcesAnswersInOrderAndOnce) {
@@ -89,7 +98,12 @@ TEST_F(NatsAnswerOrderTest, GivesEachSourcesAnswersInOrderAndOnce) {
         << "the others are a repetition, and an answer to no request that was sent";
     EXPECT_EQ(come("a", {5}), "a5 a3 a4 ");
     EXPECT_EQ(come("a", {3}), "");
+    EXPECT_TRUE(m_possible) << "a repetition";
     EXPECT_FALSE(m_order.nextChange());
+    for (const long never : {-1L, 0L, 6L}) {
+        EXPECT_EQ(come("a", {never}), "");
+        EXPECT_FALSE(m_possible) << never;
+    }
 }
 
 TEST_F(NatsAnswerOrderTest, WaitsForALostAnswerNotForEver) {

@@ -26,14 +26,26 @@ TEST(NatsReading, UnderstandsAddresses) {
 
 TEST(NatsReading, UnderstandsSubjectsOfRequests) {
     const NatsAddress address("nats://host/service");
-    const auto request = address.parseRequest(address.requests(12, "anna", "run", "line"));
+    const std::string caller = NatsAddress::caller("an.na@*", "nightly");
+    EXPECT_EQ(caller, "an_na__.nightly") << "one token each, whatever the user's name";
+    const auto request = address.parseRequest(address.requests(12, caller, "run", "line"));
     ASSERT_TRUE(request);
     EXPECT_EQ(request->partition, 12U);
-    EXPECT_EQ(request->caller, "anna");
-    for (const char* const other : {"service.requests.12", "service.requests.x.anna.run.line",
-                                    "service.requests.-1.anna.run.line", "service.answers.1.anna",
-                                    "other.requests.1.anna.run.line", ""})
+    EXPECT_EQ(request->caller, caller);
+    for (const char* const other :
+         {"service.requests.12", "service.requests.12.anna",
+          "service.requests.x.anna.nightly.run.line", "service.requests.-1.anna.nightly.run.line",
+          "service.answers.1.anna.nightly", "other.requests.1.anna.nightly.run.line", ""})
         EXPECT_FALSE(address.parseRequest(other)) << other;
+}
+
+TEST(NatsReading, UnderstandsConfirmations) {
+    const auto caller = NatsAddress::callerOfConfirmations("taken.anna.nightly.0");
+    EXPECT_EQ(caller.value_or(""), "anna.nightly");
+    EXPECT_FALSE(NatsAddress::callerOfConfirmations("0.17"));
+    EXPECT_EQ(readConfirmations("17 18 "), (std::vector<std::uint64_t>{17, 18}));
+    for (const char* const other : {"", "{\"stream\":\"service\", \"seq\":17}", "17 x ", "17  18 "})
+        EXPECT_TRUE(readConfirmations(other).empty()) << other;
 }
 
 TEST(NatsReading, UnderstandsDeliveries) {
@@ -53,14 +65,14 @@ TEST(NatsReading, UnderstandsDeliveries) {
           "_INBOX.answers.17", "$JS.ACK.service.p0-1.2.30.18446744073709551616.17.5"})
         EXPECT_FALSE(NatsDelivery::parse(subject)) << subject;
 
-    const auto way = NatsReturn::parse(NatsReturn{"service.answers.anna", 3, 4, 5}.text());
+    const auto way = NatsReturn::parse(NatsReturn{"anna.nightly", 3, 4, 5}.text());
     ASSERT_TRUE(way);
-    EXPECT_EQ(way->answersTo, "service.answers.anna");
+    EXPECT_EQ(way->caller, "anna.nightly");
     EXPECT_EQ(way->partition, 3U);
     EXPECT_EQ(way->tenure, 4U);
     EXPECT_EQ(way->streamSequence, 5U);
-    EXPECT_FALSE(NatsReturn::parse("service.answers.anna 3 4"));
-    EXPECT_FALSE(NatsReturn::parse("service.answers.anna 4294967296 4 5"));
+    EXPECT_FALSE(NatsReturn::parse("anna.nightly 3 4"));
+    EXPECT_FALSE(NatsReturn::parse("anna.nightly 4294967296 4 5"));
 }
 
 TEST(NatsReading, KnowsWhatWasHandedOut) {
