@@ -88,7 +88,8 @@ public:
         }
         fail(found ? "the service at " + url +
                          " refuses the connection: the CURVE keys of the two "
-                         "sides do not fit, or only one side uses CURVE"
+                         "sides do not fit, only one side uses CURVE, or it has no room for "
+                         "another caller now (its log tells)"
                    : "no service answers at " + url + " within " +
                          std::to_string(patience.count()) + " ms");
     }

@@ -2,8 +2,15 @@
 
 #include "tests/system/ProgramsFixture.h"
 
+#include <arpa/inet.h>
+#include <cstdint>
 #include <fstream>
+#include <netinet/in.h>
 #include <sstream>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <vector>
 
 namespace mirel {
 namespace {
@@ -16,6 +23,41 @@ long numberBehind(const std::string& text, const std::string& word) {
     const std::size_t at = text.find(word);
     return at == std::string::npos ? -1 : std::stol(text.substr(at + word.size()));
 }
+
+/// Connections that say nothing.
+class Connections {
+public:
+    Connections(const std::string& url, int count) {
+        sockaddr_un local{};
+        sockaddr_in loopback{};
+        const bool isIpc = url.starts_with("ipc://");
+        local.sun_family = AF_UNIX;
+        if (isIpc)
+            url.copy(local.sun_path, sizeof local.sun_path - 1, std::string("ipc://").size());
+        loopback.sin_family = AF_INET;
+        loopback.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (!isIpc)
+            loopback.sin_port =
+                htons(static_cast<std::uint16_t>(std::stoi(url.substr(url.rfind(':') + 1))));
+        const auto* const address = isIpc ? reinterpret_cast<const sockaddr*>(&local)
+                                          : reinterpret_cast<const sockaddr*>(&loopback);
+        const socklen_t size = isIpc ? sizeof local : sizeof loopback;
+        for (int i = 0; i < count; ++i) {
+            m_sockets.push_back(socket(address->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+            EXPECT_EQ(connect(m_sockets.back(), address, size), 0) << i;
+        }
+    }
+    ~Connections() {
+        for (const int each : m_sockets)
+            close(each);
+    }
+
+    Connections(const Connections&) = delete;
+    Connections& operator=(const Connections&) = delete;
+
+private:
+    std::vector<int> m_sockets;
+};
 
 class IsolationTest : public ProgramsFixture {
 protected:
@@ -136,6 +178,40 @@ TEST_F(IsolationTest, WhatIsRefusedIsSentAgainInItsOrder) {
                               "post {source} {n}", "--load", "3000", "--sources", "4"});
     EXPECT_EQ(result.status, 0) << result.output;
     EXPECT_GT(numberBehind(result.output, "sent again: "), 0) << result.output;
+}
+
+TEST_F(IsolationTest, MoreConnectionsThanDescriptors) {
+    for (const std::string& url : {m_options.url, std::string("tcp://127.0.0.1:0")}) {
+        m_host.emplace(Arguments{"/bin/sh", "-c", "ulimit -n 128; exec \"$@\"", "sh", MIREL_HOST,
+                                 "--library", FAULTY_LIBRARY, "--creator", "makeUnevenService",
+                                 "--interface", "Ledger", "--channel", url});
+        ASSERT_TRUE(m_host->waitUntil([this](const std::string& output, const std::string&) {
+            const std::size_t at = output.find(" on ") + 4;
+            const std::size_t end = output.find(", multi-threaded", at);
+            if (end != std::string::npos)
+                m_options.url = output.substr(at, end - at);
+            return end != std::string::npos;
+        }));
+        const auto victim = attacker();
+        flood(*victim, 500, "echo", "early");
+        {
+            const Connections connections(m_options.url, 150);
+            EXPECT_TRUE(m_host->waitFor("new callers: "));
+            flood(*victim, 500, "echo", "late");
+            for (long id = 1; id <= 1000; ++id) {
+                const Answer answer = receive(*victim);
+                ASSERT_EQ(answer.data, id <= 500 ? "early" : "late");
+                ASSERT_EQ(answer.requestId, id <= 500 ? id : id - 500);
+            }
+            const auto result =
+                call({"--interface", "Ledger", "--protocol", "echo", "--deadline", "1000"});
+            EXPECT_EQ(result.status, 2);
+            EXPECT_TRUE(contains(result.errors, "no room for another caller now"));
+        }
+        // Who is turned away tries again until the host has seen that they are gone.
+        expectVictimIsServed();
+        EXPECT_EQ(m_host->stop().status, 0);
+    }
 }
 
 } // namespace
