@@ -1,5 +1,7 @@
 #include "channels/zmq/ZmqAdmission.h"
 
+#include "channels/Printable.h"
+
 #include <array>
 #include <cstdint>
 #include <iterator>
@@ -16,8 +18,10 @@ enum Frame : std::size_t { eVersion, eRequest, eDomain, eAddress, eIdentity, eMe
 
 } // namespace
 
-ZmqAdmission::ZmqAdmission(zmq::context_t& context, std::set<std::string> allowedKeys)
+ZmqAdmission::ZmqAdmission(zmq::context_t& context, std::set<std::string> allowedKeys,
+                           const std::string& url)
     : m_allowedKeys(std::move(allowedKeys)),
+      m_refused("ZmqChannel", url + ": callers"),
       m_socket(context, zmq::socket_type::rep) {
     m_socket.set(zmq::sockopt::linger, 0);
     m_socket.bind("inproc://zeromq.zap.01");
@@ -29,7 +33,8 @@ void ZmqAdmission::answerQuestions() {
         if (!zmq::recv_multipart(m_socket, std::back_inserter(question), zmq::recv_flags::dontwait))
             return;
         const bool admitted = question.size() > eKey && mayConnect(question[eMechanism].to_string(),
-                                                                   question[eKey].to_string());
+                                                                   question[eKey].to_string(),
+                                                                   question[eAddress].to_string());
         const std::string request =
             question.size() > eRequest ? question[eRequest].to_string() : std::string();
         const std::array<zmq::const_buffer, 6> reply{
@@ -44,12 +49,17 @@ void ZmqAdmission::answerQuestions() {
     }
 }
 
-bool ZmqAdmission::mayConnect(const std::string& mechanism, const std::string& key) const {
+bool ZmqAdmission::mayConnect(const std::string& mechanism, const std::string& key,
+                              const std::string& address) {
     if (mechanism != "CURVE" || key.size() % 4 != 0)
         return false;
     std::vector<char> text(key.size() / 4 * 5 + 1);
     zmq_z85_encode(text.data(), reinterpret_cast<const std::uint8_t*>(key.data()), key.size());
-    return m_allowedKeys.contains(text.data());
+    if (m_allowedKeys.contains(text.data()))
+        return true;
+    m_refused.refuse(std::string("its public key, ") + text.data() +
+                     ", is not one of the allowed callers', at " + printable(address));
+    return false;
 }
 
 } // namespace mirel

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "channels/RefusalCounter.h"
+
 #include <set>
 #include <string>
 #include <zmq.hpp>
@@ -10,8 +12,10 @@ namespace mirel {
 /// Used by one thread at a time, the one that owns the channel's socket.
 class ZmqAdmission {
 public:
-    /// To be made before the channel's socket is bound; later callers would not be asked about.
-    ZmqAdmission(zmq::context_t& context, std::set<std::string> allowedKeys);
+    /// To be made before the channel's socket is bound; later callers would not be asked about. Who
+    /// is refused is counted and logged, behind the channel's address.
+    ZmqAdmission(zmq::context_t& context, std::set<std::string> allowedKeys,
+                 const std::string& url);
 
     /// Answers the questions that wait.
     void answerQuestions();
@@ -19,9 +23,11 @@ public:
     zmq::socket_t& socket() { return m_socket; }
 
 private:
-    bool mayConnect(const std::string& mechanism, const std::string& key) const;
+    bool mayConnect(const std::string& mechanism, const std::string& key,
+                    const std::string& address);
 
     const std::set<std::string> m_allowedKeys;
+    RefusalCounter m_refused;
     zmq::socket_t m_socket;
 };
 

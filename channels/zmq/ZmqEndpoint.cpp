@@ -11,6 +11,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace mirel {
@@ -55,8 +56,8 @@ bool someoneListens(const sockaddr_un& address) {
     return listens;
 }
 
-/// ZeroMQ removes whatever it finds at the path before it listens there.
-void checkPathIsFree(const std::string& url) {
+/// Of the path in `url`.
+sockaddr_un addressOf(const std::string& url) {
     const std::string path = url.substr(kIpc.size());
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -66,14 +67,7 @@ void checkPathIsFree(const std::string& url) {
         fail(url,
              "the path is longer than " + std::to_string(sizeof(address.sun_path) - 1) + " bytes");
     std::memcpy(address.sun_path, path.data(), path.size());
-
-    struct stat status {};
-    if (lstat(path.c_str(), &status) != 0)
-        return;
-    if (!S_ISSOCK(status.st_mode))
-        fail(url, "there is a file that is no socket");
-    if (someoneListens(address))
-        fail(url, "another process listens there");
+    return address;
 }
 
 /// ZeroMQ would take 65537 for 1.
@@ -104,8 +98,7 @@ bool isLoopback(const std::string& host) {
 ZmqEndpoint::ZmqEndpoint(zmq::socket_t& socket, const ZmqChannelOptions& options) {
     std::string url = options.url;
     if (startsWith(url, kIpc)) {
-        checkPathIsFree(url);
-        m_path = url.substr(kIpc.size());
+        takePath(url);
     } else if (startsWith(url, kTcp)) {
         const std::string host = hostOf(url);
         if (!isLoopback(host) && options.curveKeyFile.empty() &&
@@ -131,6 +124,24 @@ ZmqEndpoint::~ZmqEndpoint() {
     if (!m_path.empty() && lstat(m_path.c_str(), &status) == 0 && status.st_dev == m_device &&
         status.st_ino == m_inode)
         unlink(m_path.c_str());
+}
+
+/// ZeroMQ removes whatever it finds at the path before it listens there.
+void ZmqEndpoint::takePath(const std::string& url) {
+    const sockaddr_un address = addressOf(url);
+    const std::string path = address.sun_path;
+    struct stat status {};
+    if (lstat(path.c_str(), &status) == 0 && !S_ISSOCK(status.st_mode))
+        fail(url, "there is a file that is no socket");
+    // Otherwise two that start together could both find that nobody listens.
+    try {
+        m_lock.emplace(path + ".lock");
+    } catch (const std::system_error& failure) {
+        fail(url, failure.what());
+    }
+    if (!m_lock->isOurs() || someoneListens(address))
+        fail(url, "another process listens there");
+    m_path = path;
 }
 
 void ZmqEndpoint::bind(zmq::socket_t& socket, const std::string& url) {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "channels/zmq/FileLock.h"
+
+#include <optional>
 #include <string>
 #include <sys/types.h>
 #include <zmq.hpp>
@@ -9,7 +12,7 @@ namespace mirel {
 struct ZmqChannelOptions;
 
 /// The address where a socket listens. The file of an ipc socket is the user's alone, and is
-/// removed at the end.
+/// removed at the end. So is PATH.lock beside it, which keeps others from starting there meanwhile.
 class ZmqEndpoint {
 public:
     /// Makes the socket listen where the options say. `MirelException` when the address is taken,
@@ -27,9 +30,11 @@ public:
     const std::string& url() const { return m_url; }
 
 private:
+    void takePath(const std::string& url);
     void bind(zmq::socket_t& socket, const std::string& url);
 
     std::string m_url;
+    std::optional<FileLock> m_lock; ///< of m_path
 
     // The file that was made, if any; another one at its path is not ours to remove.
     std::string m_path;

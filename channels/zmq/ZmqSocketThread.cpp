@@ -105,7 +105,7 @@ void ZmqSocketThread::secure(const ZmqChannelOptions& options) {
     m_socket.set(zmq::sockopt::curve_server, true);
     m_socket.set(zmq::sockopt::curve_secretkey, readCurveKeys(options.curveKeyFile).secretKey);
     if (!options.allowedCallersFile.empty()) {
-        m_admission.emplace(m_context, readAllowedCallers(options.allowedCallersFile));
+        m_admission.emplace(m_context, readAllowedCallers(options.allowedCallersFile), options.url);
         m_socket.set(zmq::sockopt::zap_domain, "mirel");
     }
 }

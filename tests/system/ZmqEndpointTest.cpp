@@ -1,3 +1,4 @@
+#include "channels/zmq/FileLock.h"
 #include "tests/system/ChannelFixture.h"
 
 #include <cstdint>
@@ -45,6 +46,20 @@ TEST_F(ZmqEndpointTest, KeepsTheSocketFileToTheUserAndRemovesIt) {
     EXPECT_EQ(fs::status(path).permissions() & fs::perms(077), fs::perms::none);
     m_channel.reset();
     EXPECT_FALSE(fs::exists(path));
+    EXPECT_FALSE(fs::exists(path + ".lock"));
+}
+
+/// The moment between the look whether somebody listens and the bind, which two hosts could share.
+TEST_F(ZmqEndpointTest, LeavesThePathToWhoIsAboutToListenThere) {
+    const std::string lock = m_folder.path("service.lock");
+    {
+        const FileLock other(lock);
+        ASSERT_TRUE(other.isOurs());
+        EXPECT_TRUE(contains(failureOf([this] { open(); }), "another process listens there"));
+        EXPECT_TRUE(fs::exists(lock)) << "who is refused removes nothing";
+    }
+    std::ofstream(lock).close(); // left by a host that crashed
+    expectService(*newCaller(), 1);
 }
 
 TEST_F(ZmqEndpointTest, ServesOnTheLoopbackInterface) {

@@ -1,6 +1,7 @@
 #include "tests/system/ChannelFixture.h"
 
 #include "channels/zmq/ZmqSecurity.h"
+#include "runtime/reports/LogControl.h"
 
 #include <fstream>
 
@@ -51,8 +52,14 @@ TEST_F(ZmqSecurityTest, AListOfCallersLetsInThoseOnly) {
         << readPublicKey(m_folder.path("friend.pub")) << " a friend\n\n";
     m_options.allowedCallersFile = m_folder.path("allowed");
     open();
+    std::string logged;
+    LogSink former = setLogSink([&](const LogLine& line) { logged += line.text; });
     EXPECT_EQ(call("service.pub", "friend.key"), "none");
     expectRefused("service.pub", "stranger.key", "does not let this caller's key in");
+    setLogSink(std::move(former)); // returns when nobody is in it any more
+    EXPECT_TRUE(contains(logged, "callers: 1 refused, the last one because its public key, " +
+                                     readPublicKey(m_folder.path("stranger.pub")) +
+                                     ", is not one of the allowed callers', at 127.0.0.1"));
     expectRefused("service.pub", "", "does not let this caller's key in");
     expectRefused("");
     EXPECT_EQ(call("service.pub", "friend.key"), "none");
