@@ -1,6 +1,7 @@
 #include "Ledger.h"
 
 #include "framework/Logging.h"
+#include "runtime/values/BusinessFailure.h"
 
 #include <cstddef>
 #include <stdexcept>
@@ -24,7 +25,7 @@ std::string Ledger::withdraw(const std::string& account, Amount amount) {
     const auto found = m_accounts.find(account);
     const Amount funds = found == m_accounts.end() ? 0 : found->second.balance;
     if (funds < amount)
-        throw std::runtime_error(account + " is short of funds: " + std::to_string(funds));
+        throw mirel::BusinessFailure(account + " is short of funds: " + std::to_string(funds));
     return balanceText(account, found->second.balance -= amount);
 }
 

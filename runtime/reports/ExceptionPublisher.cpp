@@ -57,6 +57,19 @@ void call(Subscriber& subscriber, const MirelException& report) {
                            [&] { subscriber.function(report); });
 }
 
+/// If the mark is in another part of the text as well, more is cut, and never less.
+std::string withDataCut(std::string text, std::size_t dataBytes) {
+    const std::size_t mark = text.find(mirel::kRequestData);
+    if (mark == std::string::npos)
+        return text;
+    const std::size_t data = mark + mirel::kRequestData.size();
+    const std::size_t bytes = text.size() - data;
+    if (bytes > dataBytes)
+        text.replace(data + dataBytes, std::string::npos,
+                     "[" + std::to_string(bytes - dataBytes) + " bytes not logged]");
+    return text;
+}
+
 void endSubscription(unsigned long id) {
     std::shared_ptr<Subscriber> subscriber;
     {
@@ -118,12 +131,12 @@ void writeReportsToLog(bool on) { subscribers().writeToLog = on; }
 
 unsigned long publishedReports() { return subscribers().published; }
 
-std::string describe(const MirelException& report) {
+std::string describe(const MirelException& report, std::size_t dataBytes) {
     std::string text;
     for (const MirelException* failure = &report; failure; failure = failure->cause()) {
         if (failure != &report)
             text.append("\n caused by: ");
-        text.append(failure->message());
+        text.append(withDataCut(failure->message(), dataBytes));
         text.append(" (").append(failure->file()).append(":");
         text.append(std::to_string(failure->line())).append(")");
     }

@@ -2,6 +2,7 @@
 
 #include "framework/MirelException.h"
 #include "runtime/reports/LogControl.h"
+#include "runtime/reports/StandardErrorSink.h"
 #include "runtime/threads/CallGate.h"
 #include "runtime/threads/Mutex.h"
 #include "runtime/threads/PendingWakeUps.h"
@@ -19,7 +20,6 @@
 #include <optional>
 #include <shared_mutex>
 #include <spdlog/logger.h>
-#include <spdlog/sinks/stdout_sinks.h>
 #include <utility>
 
 namespace {
@@ -126,7 +126,7 @@ spdlog::level::level_enum spdlogLevel(int level) {
 spdlog::logger& standardError() {
     static spdlog::logger& logger = []() -> spdlog::logger& {
         auto* const theLogger =
-            new spdlog::logger("mirel", std::make_shared<spdlog::sinks::stderr_sink_mt>());
+            new spdlog::logger("mirel", std::make_shared<mirel::StandardErrorSink>());
         theLogger->set_level(spdlog::level::trace);
         theLogger->set_pattern("%Y-%m-%d %H:%M:%S.%e %-7l [%t] %v");
         return *theLogger;

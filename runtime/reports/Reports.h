@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <string>
+#include <string_view>
 
 class MirelException;
 
@@ -37,8 +39,11 @@ void writeReportsToLog(bool on);
 /// Reports published by this process so far.
 unsigned long publishedReports();
 
+/// What stands before the request's data in a report's text. They are its end.
+constexpr std::string_view kRequestData = "\n Original request to Service: ";
+
 /// The report's text followed by "\n caused by: " and the text of each cause, outermost first, each
-/// with its file and line.
-std::string describe(const MirelException& report);
+/// with its file and line. Of a request's data at most `dataBytes`.
+std::string describe(const MirelException& report, std::size_t dataBytes = std::string::npos);
 
 } // namespace mirel

@@ -4,6 +4,7 @@
 #include "framework/Invoker.h"
 #include "framework/InvokerResponse.h"
 #include "framework/MirelException.h"
+#include "runtime/values/BusinessFailure.h"
 
 #include <cstddef>
 #include <exception>
@@ -16,8 +17,8 @@ namespace mirel {
 
 /// An invoker made of a function: `handler(ServiceType&, std::string_view data)` returns the answer
 /// as something a `std::string` can be made from. What it throws is what the caller gets as a
-/// failure, and is reported as any failure of service code. The handler is called by several
-/// threads at once.
+/// failure, and is reported as any failure of service code, unless it is a `BusinessFailure`. The
+/// handler is called by several threads at once.
 template <typename ServiceType, typename Handler>
 class HandlerInvoker : public Invoker {
 public:
@@ -32,6 +33,8 @@ public:
                                      __LINE__);
             response->answer(
                 m_handler(*target, std::string_view(data, static_cast<std::size_t>(length))));
+        } catch (const BusinessFailure& failure) {
+            response->answerError(failure.what());
         } catch (const std::exception& failure) {
             // Answered here, where the text is known; the response is still the caller's to delete.
             response->answerError(failure.what());

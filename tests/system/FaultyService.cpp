@@ -3,6 +3,7 @@
 #include "framework/Logging.h"
 #include "framework/Service.h"
 #include "runtime/threads/ThreadStartHook.h"
+#include "runtime/values/BusinessFailure.h"
 #include "runtime/values/ServiceContext.h"
 
 #include <atomic>
@@ -69,12 +70,18 @@ extern "C" Executable* makeServiceShortOfThreads(mirel::ServiceSetup& setup) {
     return new FaultyService;
 }
 
-/// Echoes, hangs, and answers with as many bytes as it is asked for.
+/// Echoes, declines, fails, hangs, and answers with as many bytes as it is asked for.
 extern "C" Executable* makeUnevenService(mirel::ServiceSetup& setup) {
     using Data = std::string_view;
     auto& context = setup.context;
     context.addHandler<FaultyService>("Ledger", "echo",
                                       [](FaultyService&, Data data) { return std::string(data); });
+    context.addHandler<FaultyService>("Ledger", "decline", [](FaultyService&, Data) -> std::string {
+        throw mirel::BusinessFailure("no cover");
+    });
+    context.addHandler<FaultyService>("Ledger", "fail", [](FaultyService&, Data) -> std::string {
+        throw std::runtime_error("no account 17");
+    });
     context.addHandler<FaultyService>("Ledger", "hang", [](FaultyService&, Data) -> std::string {
         for (;;)
             pause();

@@ -44,7 +44,7 @@ TEST_F(HostTest, ServesUntilASignalAndSumsUp) {
     for (const auto& [mode, signal] : runs) {
         Host host(hostCommand(m_url, mode));
         EXPECT_EQ(ask("deposit anna 5").output, "me: anna 5\n");
-        EXPECT_EQ(ask("withdraw anna 6").status, 1);
+        EXPECT_EQ(ask("withdraw anna x").status, 1);
         const auto rest = call({"--input", "-", "--source", "me", "--deadline", "500"},
                                R"({"kind": "legacy", "data": "note"}
 {"kind": "timer", "timerId": 7}

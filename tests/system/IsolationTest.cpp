@@ -4,12 +4,15 @@
 
 #include <arpa/inet.h>
 #include <cstdint>
+#include <fcntl.h>
 #include <fstream>
 #include <netinet/in.h>
 #include <sstream>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace mirel {
@@ -212,6 +215,51 @@ TEST_F(IsolationTest, MoreConnectionsThanDescriptors) {
         expectVictimIsServed();
         EXPECT_EQ(m_host->stop().status, 0);
     }
+}
+
+TEST_F(IsolationTest, ALogThatNobodyReads) {
+    const std::string log = m_folder.path("log");
+    ASSERT_EQ(mkfifo(log.c_str(), S_IRUSR | S_IWUSR), 0);
+    const int reader = ::open(log.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    const std::string page(4096, 'x');
+    while (write(reader, page.data(), page.size()) > 0) {
+    }
+    m_host.emplace(Arguments{"/bin/sh", "-c", "exec \"$@\" 2>\"$0\"", log, MIREL_HOST, "--library",
+                             FAULTY_LIBRARY, "--creator", "makeUnevenService", "--interface",
+                             "Ledger", "--channel", m_options.url, "--log", "6"});
+    ASSERT_TRUE(m_host->waitFor("serving"));
+    EXPECT_TRUE(
+        contains(call({"--interface", "Ledger", "--protocol", "fail", "--load", "1000"}).output,
+                 "unanswered: 0"));
+    expectVictimIsServed();
+    EXPECT_EQ(m_host->stop().status, 0);
+    close(reader);
+}
+
+TEST_F(IsolationTest, FailuresThatRepeatDoNotFillTheLog) {
+    for (const auto& [option, bytes] : {std::pair("0", 0U), std::pair("6", 6U)}) {
+        serve({"--log-data", option});
+        EXPECT_TRUE(contains(call({"--interface", "Ledger", "--protocol", "fail", "--load", "3000",
+                                   "--data", "secret" + std::string(1000, 'x')})
+                                 .output,
+                             "unanswered: 0"));
+        const auto result = m_host->stop();
+        EXPECT_TRUE(contains(result.errors, "2995 more of this kind: "));
+        EXPECT_TRUE(contains(result.errors, std::string("secret").substr(0, bytes) + "[" +
+                                                std::to_string(1006 - bytes) +
+                                                " bytes not logged]"));
+        EXPECT_LT(result.errors.size(), 10000U);
+    }
+}
+
+TEST_F(IsolationTest, FailuresThatBelongToBusinessAreAnsweredAndCountedOnly) {
+    serve();
+    const auto answers = call({"--interface", "Ledger", "--protocol", "decline", "--load", "1000"});
+    EXPECT_TRUE(contains(answers.output, "no cover"));
+    const auto result = m_host->stop();
+    EXPECT_TRUE(contains(result.output, "0 done, 1000 failed"));
+    EXPECT_TRUE(contains(result.output, "reports:  0 published"));
+    EXPECT_EQ(result.errors, "");
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "channels/RefusalCounter.h"
 #include "framework/ExceptionPublisher.h"
 #include "framework/symbolInfo.h"
+#include "runtime/reports/ReportLog.h"
 #include "tests/unit/Support.h"
 
 #include <cstdlib>
@@ -126,6 +127,36 @@ TEST(Reports, AreCountedLoggedAndShownToEverySubscriber) {
                 ElementsAre("2 first (Here.cpp:1)",
                             HasSubstr("subscriber to failure reports threw"), // for the first
                             HasSubstr("NotAnException")));                    // for the second
+}
+
+TEST(ReportLog, WritesAFewOfAKindAndCountsTheRest) {
+    LogCapture log;
+    const auto start = mirel::ReportLog::Clock::time_point() + std::chrono::hours(1);
+    const auto writeAt = [&](mirel::ReportLog& reports, const std::string& text, int seconds) {
+        reports.write(MirelException(text, "place.cpp", 1), start + std::chrono::seconds(seconds));
+    };
+    {
+        mirel::ReportLog reports(0);
+        for (int i = 0; i < 20; ++i)
+            writeAt(reports, "no account " + std::to_string(i), 0);
+        EXPECT_EQ(log.with("no account").size(), 5U);
+        writeAt(reports, "another failure", 9);
+        EXPECT_EQ(log.with("more of this kind").size(), 0U);
+        writeAt(reports, "another failure", 10);
+        EXPECT_EQ(log.with("2 15 more of this kind: no account #").size(), 1U);
+        writeAt(reports, "no account 20", 10);
+        writeAt(reports, "no account 21", 10);
+        EXPECT_EQ(log.with("no account 20").size(), 1U);
+        EXPECT_EQ(log.with("no account 21").size(), 0U);
+
+        log.lines.clear();
+        for (char first = 'a'; first <= 'z'; ++first) // however many kinds there are
+            for (char second = 'a'; second <= 'z'; ++second)
+                for (int i = 0; i < 10; ++i)
+                    writeAt(reports, std::string("kind ") + first + second, 11);
+        EXPECT_LE(log.with("kind ").size(), 200U * 5);
+    }
+    EXPECT_EQ(log.with("more of this kind: failures of other kinds").size(), 1U) << "at the end";
 }
 
 TEST(Reports, SubscribersMayEndOthersAndPublish) {

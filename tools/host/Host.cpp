@@ -12,6 +12,8 @@
 #include "host/Summary.h"
 #include "host/ThreadNumbers.h"
 #include "runtime/reports/LogControl.h"
+#include "runtime/reports/ReportLog.h"
+#include "runtime/reports/Reports.h"
 #include "runtime/values/ServiceContext.h"
 
 #include <chrono>
@@ -71,6 +73,10 @@ bool waitForEnd(std::unique_ptr<StopSignals> signals, const HostedExecutor& exec
 
 int serve(const HostOptions& options) {
     auto signals = std::make_unique<StopSignals>();
+    ReportLog reportLog(options.loggedData);
+    writeReportsToLog(false);
+    const ReportSubscription reports =
+        subscribeToReports([&reportLog](const MirelException& report) { reportLog.write(report); });
     const ThreadNumbers threads = setUpProcess(options);
     std::unique_ptr<ServiceChannel> opened = open(options, threads.workers, *signals);
     ServiceChannel& channel = *opened;

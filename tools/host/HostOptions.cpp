@@ -81,6 +81,9 @@ void addThreadOptions(CLI::App& app, HostOptions& options) {
     app.add_option("--log", options.logLevels,
                    "Most detailed level logged, 2 (errors) to 6, and exceptions to it, such as "
                    "3,ServiceExecutor=6; default: the environment's MIREL_LOG, or 3");
+    app.add_option("--log-data", options.loggedData,
+                   "Bytes of a failed request's data that its report in the log has; 0: none")
+        ->capture_default_str();
 }
 
 void checkComplete(const HostOptions& options) {

@@ -21,6 +21,7 @@ struct HostOptions {
     unsigned long maxUnfinished = 10000;
     unsigned long maxWorkers = 0; ///< 0: 1000, if the system allows it
     std::string logLevels;        ///< empty: as the environment says
+    std::size_t loggedData = 0;   ///< bytes of a failed request's data
 
     /// To be done instead of serving, unless empty; returns what to tell about it.
     std::function<std::string()> instead;
