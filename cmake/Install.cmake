@@ -14,8 +14,8 @@ function(install_headers folder)
   list(TRANSFORM ARGN REPLACE "(.+)" "${folder}/\\1.h")
   install(FILES ${ARGN} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mirel/${folder})
 endfunction()
-install_headers(runtime/values Answer AnswerSink AnsweringChannel BusinessFailure ClaimingInvoker HandlerInvoker
-  InterceptorList MessageRules ServiceContext)
+install_headers(runtime/values Answer AnswerSink AnsweringChannel BusinessFailure ClaimingInvoker
+  HandlerInvoker InterceptorList MessageRules ServiceContext)
 install_headers(runtime/threads Mutex ThreadOptions ThreadStartHook)
 install_headers(runtime/reports LogControl ReportLog Reports)
 install_headers(channels Caller ChannelCounters FlowLimit LimitedPool RefusalCounter ServiceChannel)

@@ -21,7 +21,7 @@ enum Frame : std::size_t { eVersion, eRequest, eDomain, eAddress, eIdentity, eMe
 ZmqAdmission::ZmqAdmission(zmq::context_t& context, std::set<std::string> allowedKeys,
                            const std::string& url)
     : m_allowedKeys(std::move(allowedKeys)),
-      m_refused("ZmqChannel", url + ": callers"),
+      m_refused("ZmqChannel", "callers of " + url),
       m_socket(context, zmq::socket_type::rep) {
     m_socket.set(zmq::sockopt::linger, 0);
     m_socket.bind("inproc://zeromq.zap.01");

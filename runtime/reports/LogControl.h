@@ -27,8 +27,8 @@ struct LogLine {
 void setLogLevels(const std::string& text);
 
 /// Where lines go. An empty function (the default) writes them to standard error, with control
-/// characters escaped and the further lines of a text indented, and drops what nobody reads. A sink is called by several threads
-/// at once and gets the text as it is.
+/// characters escaped and the further lines of a text indented, and drops what nobody reads. A sink
+/// is called by several threads at once and gets the text as it is.
 using LogSink = std::function<void(const LogLine&)>;
 
 /// Replaces the sink and returns the one before. When this returns, no thread is inside the former

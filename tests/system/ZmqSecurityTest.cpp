@@ -57,7 +57,7 @@ TEST_F(ZmqSecurityTest, AListOfCallersLetsInThoseOnly) {
     EXPECT_EQ(call("service.pub", "friend.key"), "none");
     expectRefused("service.pub", "stranger.key", "does not let this caller's key in");
     setLogSink(std::move(former)); // returns when nobody is in it any more
-    EXPECT_TRUE(contains(logged, "callers: 1 refused, the last one because its public key, " +
+    EXPECT_TRUE(contains(logged, ": 1 refused, the last one because its public key, " +
                                      readPublicKey(m_folder.path("stranger.pub")) +
                                      ", is not one of the allowed callers', at 127.0.0.1"));
     expectRefused("service.pub", "", "does not let this caller's key in");
