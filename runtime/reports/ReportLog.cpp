@@ -5,7 +5,6 @@
 #include "runtime/reports/Reports.h"
 
 #include <algorithm>
-#include <cctype>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -37,9 +36,9 @@ std::string nameOf(const MirelException& report) {
     const std::string text = report.message();
     const std::string_view whole(text);
     std::string name;
-    for (const unsigned char c : whole.substr(0, std::min(whole.find('\n'), kLongestName)))
-        if (std::isdigit(c) == 0)
-            name += static_cast<char>(c);
+    for (const char c : whole.substr(0, std::min(whole.find('\n'), kLongestName)))
+        if (c < '0' || c > '9')
+            name += c;
         else if (!name.ends_with('#'))
             name += '#';
     name += " (" + report.file() + ":" + std::to_string(report.line()) + ")";
