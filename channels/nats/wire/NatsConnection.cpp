@@ -143,12 +143,9 @@ void NatsConnection::onClosed(natsConnection*, void* self) {
 }
 
 /// In the server's own words, if it has said something: which subject is not permitted, for
-/// example.
-void NatsConnection::onError(natsConnection* library, natsSubscription*, natsStatus status,
-                             void* self) {
-    const char* said = nullptr;
-    const bool ofThis = natsConnection_GetLastError(library, &said) == status && said && *said;
-    static_cast<NatsConnection*>(self)->m_errors.refuse(ofThis ? said : natsStatus_GetText(status));
+/// example. They are this thread's, whereas the connection's own text is written meanwhile.
+void NatsConnection::onError(natsConnection*, natsSubscription*, natsStatus status, void* self) {
+    static_cast<NatsConnection*>(self)->m_errors.refuse(reasonOf(status));
 }
 
 bool NatsConnection::connected() const {
