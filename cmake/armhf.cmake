@@ -22,7 +22,9 @@ set(ENV{PKG_CONFIG_LIBDIR} ${armhf_sysroot}/usr/lib/arm-linux-gnueabihf/pkgconfi
 set(ENV{PKG_CONFIG_SYSROOT_DIR} ${armhf_sysroot})
 
 # GCC notes at each use of some types that GCC 7 changed how they are passed: all of ours is newer.
-set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)
+# The second directory has the headers that depend on the machine (some of OpenSSL's).
+set(CMAKE_CXX_FLAGS_INIT
+  "-Wno-psabi -isystem ${armhf_sysroot}/usr/include/${CMAKE_LIBRARY_ARCHITECTURE}")
 
 # The libraries that our libraries need, for the linker and for the emulated programs.
 set(armhf_libraries

@@ -51,6 +51,10 @@ std::vector<TransportOption> NatsDeclaration::channelOptions() {
          Range{1000, kDay}},
         {"--max-unacknowledged", &m_channel.maxUnacknowledged,
          "Requests of each partition that are delivered and not acknowledged", Range{1, 100000}},
+        {"--max-of-source", &m_channel.stream.maxOfSource,
+         "Requests of one source of a caller that the server keeps; it refuses more until some are "
+         "answered. More than --max-unacknowledged lets one source stop its partition",
+         Range{1, 100000}},
         {"--max-deliveries", &m_channel.maxDeliveries,
          "A request whose host has died so often while it ran is given up", Range{2, 1000}},
     };

@@ -6,7 +6,6 @@
 #include "channels/nats/publish/NatsMessageIds.h"
 #include "channels/nats/publish/NatsPublisher.h"
 #include "channels/nats/wire/NatsConnection.h"
-#include "channels/nats/wire/NatsStream.h"
 #include "framework/CommsChannelDataContainerMessage.h"
 #include "framework/MirelException.h"
 #include "runtime/threads/PendingWakeUps.h"
@@ -57,7 +56,7 @@ NatsCaller::NatsCaller(const NatsCallerOptions& options)
           options.name.empty() ? NatsMessageIds::unrepeatable()
                                : NatsMessageIds::repeatable(options.connection))),
       m_connection(std::make_unique<NatsConnection>(options.connection)) {
-    m_partitions = partitionsOf(*m_connection, options.connection);
+    m_service = serviceAt(*m_connection, options.connection);
     natsSubscription* made = nullptr;
     const natsStatus status = natsConnection_SubscribeSync(
         &made, m_connection->get(), m_connection->address().answers(m_name).c_str());
@@ -79,6 +78,13 @@ NatsCaller::~NatsCaller() {
 
 bool NatsCaller::connected() { return m_connection->connected(); }
 
+CallerShare NatsCaller::share() const {
+    CallerShare share;
+    // An answer comes before its request has left the stream.
+    share.source.requests = m_service.maxOfSource - m_service.maxOfSource / 4;
+    return share;
+}
+
 bool NatsCaller::send(CommsChannelDataContainerMessage& msg, std::chrono::milliseconds patience) {
     std::string bytes = encode(msg);
     const std::size_t server = m_connection->largestMessage();
@@ -88,12 +94,12 @@ bool NatsCaller::send(CommsChannelDataContainerMessage& msg, std::chrono::millis
         fail(tooLong("the message", bytes.size(), most));
     checkConnection();
     const std::string source = msg.sourceChannel();
-    const bool taken =
-        m_publisher->send({source,
-                           m_connection->address().requests(partitionOf(source, m_partitions),
-                                                            m_name, m_run, lineOf(msg)),
-                           idOf(msg), std::move(bytes)},
-                          patience);
+    const bool taken = m_publisher->send(
+        {source,
+         m_connection->address().requests(partitionOf(source, m_service.partitions), m_name, m_run,
+                                          lineOf(msg)),
+         idOf(msg), std::move(bytes)},
+        patience);
     if (taken && isInvokerRequest(msg))
         m_order.sent(source, msg.requestId());
     return taken;

@@ -4,6 +4,7 @@
 #include "channels/nats/publish/NatsAnswerOrder.h"
 #include "channels/nats/publish/NatsCallerOptions.h"
 #include "channels/nats/wire/NatsHandles.h"
+#include "channels/nats/wire/NatsStream.h"
 
 #include <map>
 #include <memory>
@@ -30,6 +31,8 @@ public:
     bool send(CommsChannelDataContainerMessage& msg, std::chrono::milliseconds patience) override;
     std::optional<Answer> receive(std::chrono::milliseconds patience) override;
 
+    CallerShare share() const override;
+
     /// Whether a server is there; a service may be not.
     bool connected() override;
 
@@ -48,7 +51,7 @@ private:
     const std::unique_ptr<const NatsMessageIds> m_ids;
     unsigned long m_unanswerable = 0; ///< timer events and legacy messages so far
     const std::unique_ptr<NatsConnection> m_connection;
-    unsigned m_partitions = 0;
+    NatsService m_service;
     NatsSubscription m_answers;
     NatsAnswerOrder m_order;
     std::map<std::string, std::string> m_toConfirm; ///< numbers of answers, by where to tell them

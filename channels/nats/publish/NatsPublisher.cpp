@@ -15,14 +15,23 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr std::int64_t kTickMs = 50;
+constexpr std::int64_t kTickMs = 10;
 constexpr milliseconds kLast{2000};
+
+/// The server's words, or what they mean.
+std::string reasonIn(std::string_view refusal) {
+    if (refusal.find(":10077,") != refusal.npos)
+        return "the service keeps no more unanswered requests of their source (--max-of-source of "
+               "its hosts)";
+    return std::string(refusal);
+}
 
 } // namespace
 
 NatsPublisher::NatsPublisher(NatsConnection& connection, std::size_t most)
     : m_connection(connection),
       m_inbox(connection.newInbox()),
+      m_refusals("NatsCaller", "messages to " + connection.address().url()),
       m_window(most, m_inbox) {
     subscribe();
     unsigned long threadId = 0;
@@ -95,11 +104,8 @@ void NatsPublisher::run() {
 void NatsPublisher::take(natsMsg* msg) {
     const std::string_view bytes = bytesOf(msg);
     const bool stored = !bytes.empty() && bytes.find("\"error\"") == bytes.npos;
-    if (!stored && !bytes.empty() && !m_toldRefusal)
-        logAppUni("NatsCaller", __FILE__, 3, __LINE__,
-                  "the server does not take messages now, and is asked again: %.*s",
-                  static_cast<int>(bytes.size()), bytes.data());
-    m_toldRefusal = !stored && (m_toldRefusal || !bytes.empty());
+    if (!stored && !bytes.empty())
+        m_refusals.refuse(reasonIn(bytes) + "; they are sent again");
 
     Lock lock(m_mutex);
     if (!stored) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "channels/RefusalCounter.h"
 #include "channels/nats/publish/NatsSendWindow.h"
 #include "channels/nats/wire/NatsHandles.h"
 #include "framework/Threadable.h"
@@ -49,7 +50,7 @@ private:
 
     // The thread's.
     unsigned long m_losses = 0; ///< of the connection, that it has dealt with
-    bool m_toldRefusal = false; ///< that the server refuses
+    RefusalCounter m_refusals;  ///< the server's
 
     Mutex m_mutex; ///< nothing is sent under it
     std::condition_variable m_confirmed;

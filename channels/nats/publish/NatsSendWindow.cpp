@@ -1,14 +1,19 @@
 #include "channels/nats/publish/NatsSendWindow.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace mirel {
 
 namespace {
 
-constexpr std::chrono::milliseconds kConfirmation{
-    2000};                                              ///< after which a message is sent once more
-constexpr std::chrono::milliseconds kAfterRefusal{100}; ///< the same when it was refused
+using std::chrono::milliseconds;
+
+constexpr milliseconds kConfirmation{2000}; ///< after which a message is sent once more
+
+// The same when it was refused.
+constexpr milliseconds kFirstPause{10};
+constexpr milliseconds kLongestPause{500};
 
 } // namespace
 
@@ -29,6 +34,7 @@ std::optional<NatsSendWindow::Transmission> NatsSendWindow::add(Message message,
 NatsSendWindow::Transmission NatsSendWindow::first(Source& source, Time now) {
     source.replyTo = m_inbox + std::to_string(++m_lastReplyTo);
     source.overdueAt = now + kConfirmation;
+    source.pause = kFirstPause;
     m_awaitedBy[source.replyTo] = source.messages.front()->source;
     return {source.messages.front(), source.replyTo};
 }
@@ -50,8 +56,12 @@ std::optional<NatsSendWindow::Transmission> NatsSendWindow::confirmed(const std:
 }
 
 void NatsSendWindow::refused(const std::string& replyTo, Time now) {
-    if (const auto awaited = m_awaitedBy.find(replyTo); awaited != m_awaitedBy.end())
-        m_sources.at(awaited->second).overdueAt = now + kAfterRefusal;
+    const auto awaited = m_awaitedBy.find(replyTo);
+    if (awaited == m_awaitedBy.end())
+        return;
+    Source& source = m_sources.at(awaited->second);
+    source.overdueAt = now + source.pause;
+    source.pause = std::min<Time::duration>(2 * source.pause, kLongestPause);
 }
 
 std::vector<NatsSendWindow::Transmission> NatsSendWindow::overdue(Time now) {

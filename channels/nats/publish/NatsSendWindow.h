@@ -46,7 +46,8 @@ public:
     /// of the source, if there is one. A late confirmation of the former message does nothing.
     std::optional<Transmission> confirmed(const std::string& replyTo, Time now);
 
-    /// The server does not take the message now; it is overdue a little later.
+    /// The server does not take the message now; it is overdue a little later, each time it is
+    /// refused twice as late, up to half a second.
     void refused(const std::string& replyTo, Time now);
 
     /// What has waited too long for its confirmation, or all that waits for one.
@@ -59,6 +60,7 @@ private:
             messages;        ///< the first is on its way; never empty
         std::string replyTo; ///< of the first
         Time overdueAt;
+        Time::duration pause; ///< after the next refusal of the first
     };
 
     Transmission first(Source& source, Time now);

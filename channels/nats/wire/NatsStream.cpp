@@ -27,6 +27,7 @@ constexpr int kStreamNameInUse = 10058;
 constexpr milliseconds kCallPatience{2000};
 constexpr milliseconds kBetweenAttempts{100};
 constexpr unsigned kMostPartitions = 1000;
+constexpr unsigned kMostOfSource = 100000;
 
 constexpr const char* kDescription = "requests of a service, partitions: ";
 
@@ -99,6 +100,8 @@ void provideStream(NatsConnection& connection, const NatsStreamOptions& options,
         fail("a service has 1 to " + std::to_string(kMostPartitions) + " partitions");
     if (options.replicas != 1 && options.replicas != 3 && options.replicas != 5)
         fail("1, 3 or 5 servers keep each message");
+    if (options.maxOfSource == 0 || options.maxOfSource > kMostOfSource)
+        fail("1 to " + std::to_string(kMostOfSource) + " requests of a source are kept");
     try {
         provide(connection, search,
                 {{"name", address.stream()},
@@ -106,6 +109,11 @@ void provideStream(NatsConnection& connection, const NatsStreamOptions& options,
                  {"retention", "workqueue"},
                  {"storage", "file"},
                  {"num_replicas", options.replicas},
+                 // The server refuses what is too much of one source, and knows nothing of it
+                 // afterwards: the same id is taken when there is room.
+                 {"max_msgs_per_subject", options.maxOfSource},
+                 {"discard", "new"},
+                 {"discard_new_per_subject", true},
                  {"duplicate_window", std::chrono::nanoseconds(options.duplicateWindow).count()},
                  {"description", kDescription + std::to_string(options.partitions)}});
         provide(connection, search,
@@ -119,21 +127,23 @@ void provideStream(NatsConnection& connection, const NatsStreamOptions& options,
     }
 }
 
-unsigned partitionsOf(NatsConnection& connection, const NatsConnectionOptions& search) {
+NatsService serviceAt(NatsConnection& connection, const NatsConnectionOptions& search) {
     const NatsAddress& address = connection.address();
     const auto passes = [](int code) { return electionPasses(code) || code == kStreamNotFound; };
     try {
         const auto info = patiently(search, passes, [&] {
             return connection.callService(infoOn(address.stream()), kCallPatience);
         });
-        const std::string description = info.at("config").value("description", "");
+        const json& config = info.at("config");
+        const std::string description = config.value("description", "");
         const std::string count = description.starts_with(kDescription)
                                       ? description.substr(std::string(kDescription).size())
                                       : std::string();
+        const std::int64_t maxOfSource = config.value("max_msgs_per_subject", std::int64_t{-1});
         if (count.empty() || count.size() > 4 ||
-            count.find_first_not_of("0123456789") != std::string::npos)
+            count.find_first_not_of("0123456789") != std::string::npos || maxOfSource < 1)
             fail("the stream at " + address.url() + " is not that of a service");
-        return static_cast<unsigned>(std::stoul(count));
+        return {static_cast<unsigned>(std::stoul(count)), static_cast<unsigned>(maxOfSource)};
     } catch (const NatsError& failure) {
         if (failure.code() == kStreamNotFound)
             fail("there is no service at " + address.url() + ": no host has served it yet");

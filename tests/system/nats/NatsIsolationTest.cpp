@@ -89,14 +89,14 @@ protected:
         return encode(Answer{false, request, "source-1", "", "forged"});
     }
 
-    /// A request that is quickly done, encoded.
-    static std::string request() {
+    /// A request, encoded, that is quickly done unless `what` says otherwise.
+    static std::string request(int number = 1, const std::string& what = "") {
         CommsChannelDataContainerMessage msg;
         msg.sourceChannel() = "stranger";
         msg.interface() = "Recording";
         msg.protocol() = "run";
-        msg.setRequestId(1);
-        msg.setData("stranger 1");
+        msg.setRequestId(number);
+        msg.setData("stranger " + std::to_string(number) + " " + what);
         return encode(msg);
     }
 };
@@ -119,6 +119,31 @@ TEST_F(NatsIsolationTest, WhatIsNoAnswerCostsACallerNothing) {
     expectGood(result);
     EXPECT_TRUE(contains(result.output, "skipped:    3 messages that are no answers"));
     EXPECT_EQ(stranger.heard(), 0) << "she published what others had her publish";
+}
+
+TEST_F(NatsIsolationTest, AHungSourceDoesNotStopItsPartition) {
+    const NatsServer server(m_folder.path("server"));
+    const auto host = newHost(server.url());
+    Stranger stranger(optionsFor(server.url()), {"refusals"});
+    for (int number = 1; number <= 300; ++number)
+        stranger.publish("service.requests.0.-.bob.run.line", request(number, "work 3600000000"),
+                         "refusals");
+    EXPECT_EQ(stranger.heard(), 300);
+    expectGood(newCall(server.url(), {"--load", "1000", "--sources", "4", "--source", "source",
+                                      "--data", "{source} {n}", "--deadline", "10000"})
+                   ->finish());
+    EXPECT_EQ(history().lost("source", 4, 250), 0U);
+    host->signal(SIGKILL); // it would wait for the hung one
+}
+
+TEST_F(NatsIsolationTest, WhatTheServerHasNoRoomForIsSentAgainInItsOrder) {
+    const NatsServer server(m_folder.path("server"));
+    const auto host = newHost(server.url(), {"--max-of-source", "1"});
+    const auto load = newLoad(server.url(), 4, 50, "work 1000");
+    const auto result = load->finish();
+    expectGood(result);
+    EXPECT_TRUE(contains(result.errors, "(--max-of-source of its hosts); they are sent again"));
+    expectAll(4, 50, 0);
 }
 
 TEST_F(NatsIsolationTest, WhoHasNotACallersSecretCannotSuppressItsRequests) {

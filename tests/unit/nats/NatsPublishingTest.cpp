@@ -39,11 +39,13 @@ TEST(NatsSendWindow, SendsOneMessageOfEachSourceAtATime) {
 TEST(NatsSendWindow, RepeatsWhatIsNotConfirmedInTime) {
     NatsSendWindow window(10, "inbox.");
     const auto a1 = add(window, "a1"), b1 = add(window, "b1");
-    window.refused(b1->replyTo, start);
-    EXPECT_TRUE(window.overdue(start + milliseconds(99)).empty());
-    const auto refused = window.overdue(start + milliseconds(100));
-    ASSERT_EQ(refused.size(), 1U);
-    EXPECT_EQ(refused[0].message->id, "b1");
+    for (const int pause : {10, 20, 40, 80, 160, 320, 500, 500}) {
+        window.refused(b1->replyTo, start);
+        EXPECT_TRUE(window.overdue(start + milliseconds(pause - 1)).empty());
+        const auto refused = window.overdue(start + milliseconds(pause));
+        ASSERT_EQ(refused.size(), 1U);
+        EXPECT_EQ(refused[0].message->id, "b1");
+    }
     EXPECT_EQ(window.overdue(start + seconds(2)).size(), 1U) << "the other one";
     EXPECT_EQ(window.all(start + seconds(2)).size(), 2U) << "after a lost connection";
 }
